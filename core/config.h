@@ -1,0 +1,52 @@
+// The configuration loader: finds the base directory, reads kx.ini and the target file it names,
+// and fills the active configuration. The one file of core/ that ties the other rooms together.
+#pragma once
+
+#include "core/active_config.h"
+#include "ini/ini.h"
+
+#include <string>
+
+namespace kx {
+
+/// The toolkit's base directory, ending in a separator: the value of the environment variable
+/// with "/" appended (also to a value that ends in one), otherwise the program path up to its
+/// last "/" or "\", otherwise "./".
+std::string config_find_base_dir(const std::string& program_path, const char* variable);
+
+/// The directory followed by the file name.
+std::string config_make_path(const std::string& directory, const std::string& file_name);
+
+/// "%sconfig/%s.ini" of the base directory and a configuration's name.
+std::string config_path_of(const std::string& name);
+
+/// Loads the main configuration, the colour scheme and the target file it names. 1 when the main
+/// file was read; -1 when not (the default colour scheme is loaded then, and no target file).
+/// Sets the base directory. The target file's own result is not passed on.
+int config_load(IniDocument& main_doc, IniDocument& target_doc, const std::string& program_path,
+                const std::string& main_file_name);
+
+/// The same, ending the program with status 1 for any other result than 1.
+void config_load_or_exit(IniDocument& main_doc, IniDocument& target_doc,
+                         const std::string& program_path, const std::string& main_file_name);
+
+/// Loads one target file and fills the active configuration; unknown components are reported and
+/// replaced. 1, or -1 when no CPU or machine can be selected. A file that cannot be read loads as
+/// an empty one. A file that lacks a section ends the program.
+int config_load_target(IniDocument& target_doc, const std::string& path);
+
+/// Loads the default ROM images of `[roms]` into the simulator. 0, or -1 at the first failure.
+int config_load_roms(const std::string& directory, const IniDocument& target_doc);
+
+/// Reads the default symbol files of `[symbols]` into the symbol store. Always 0.
+int config_load_symbols(const std::string& directory, const IniDocument& target_doc);
+
+/// The sections and items of a target file that the loader and the written template know, each as
+/// "section" and "key", in the order of a written file. Ends with a null section.
+struct ConfigItem {
+    const char* section;
+    const char* key; // null: the section itself
+};
+extern const ConfigItem config_target_items[];
+
+} // namespace kx

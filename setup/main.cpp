@@ -1,0 +1,30 @@
+// kxsetup: reads the toolkit's configuration, lets the user choose its defaults, writes it back.
+#include "core/config.h"
+#include "link/target_memory.h"
+#include "setup/command_line.h"
+#include "setup/main_menu.h"
+#include "setup/program.h"
+#include "setup/templates.h"
+#include "symfiles/symfiles.h"
+#include "ui/msg.h"
+
+int main(int argc, char** argv) {
+    using namespace kx;
+
+    msg_set_output(MSG_CONSOLE);
+    verbosity.verbose = command_line_early_verbose(argc, argv);
+    mem_mode = MEM_SIMULATOR;
+    const bool loaded = config_load(program.main_doc, program.target_doc, argv[0], "kx.ini") == 1;
+    const std::string main_path = config_make_path(active_config.base_dir, "kx.ini");
+    template_main_build(program.new_main, main_path, program.main_doc, loaded);
+    program_init_simulator();
+    sym_table_new(&sym_store);
+    program_register_cleanup();
+    command_line_parse(argc, argv, program.main_doc, program.target_doc);
+    scan_configurations(program.new_main);
+    run_main_menu(program.new_main);
+    ini_write(main_path, program.new_main); // a failed write is not reported; the old file is whole
+    template_target_annotate(program.target_doc);
+    ini_write("kxtest.ini", program.target_doc);
+    return 0;
+}

@@ -1,0 +1,58 @@
+// Messages and progress, the one way in which every part of the program reports. Each operation
+// goes through a table of functions, one table per output mode.
+//
+// Console mode leaves a message's line open, and the next message breaks it, so that a progress
+// display can be completed on its line.
+#pragma once
+
+namespace kx {
+
+/// How much is told. Set by the command line.
+struct Verbosity {
+    int silent = 0;  // errors and plain messages only
+    int verbose = 0; // info messages as well
+    int warn = 0;    // warnings as well
+};
+extern Verbosity verbosity;
+
+// Output modes of `msg_set_output`. 1 is the console as well, and 4 is quiet as well.
+constexpr int MSG_CONSOLE = 0;
+constexpr int MSG_QUIET = 2;
+constexpr int MSG_WINDOWED = 3;
+
+/// Installs an output mode, 0 to 4; any other value changes nothing.
+void msg_set_output(int mode);
+
+// printf-style, of any length. In console mode all go to standard error. Control characters other
+// than line ends, tabs and backspaces are written as "\xNN".
+
+/// Only when verbose and not silent.
+void msg_info(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+/// Only when verbose or warn, and not silent.
+void msg_warning(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+/// Always.
+void msg_error(const char* format, ...) __attribute__((format(printf, 1, 2)));
+void msg_message(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+/// The text as it stands, unless silent.
+void msg_print(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+/// One "*".
+void msg_tick();
+
+/// Shows the title of a long operation; both counters start at 0 of 1.
+void progress_begin(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+/// Set the first or second counter; redraws at most four times a second. A total of 0 counts as 1.
+void progress_update(int cur, int total);
+void progress_update2(int cur, int total);
+
+/// Closes the display: -1 means failure, anything else success.
+void progress_end(int result);
+
+/// Puts the module back to its state at program start, output mode 0 included.
+void msg_reset();
+
+} // namespace kx
