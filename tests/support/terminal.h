@@ -18,10 +18,11 @@ struct Cell {
 };
 
 struct RunOptions {
-    std::map<std::string, std::string> env; // beside TERM and LANG=C.UTF-8; "" removes a variable
-    std::string cwd;                        // empty: the test's own
-    std::string term = "xterm";             // TERM
-    bool split_stderr = false;              // standard error to `error_text` instead of the screen
+    std::map<std::string, std::string> env =
+        {};                     // beside TERM and LANG=C.UTF-8; "" removes a variable
+    std::string cwd = {};       // empty: the test's own
+    std::string term = "xterm"; // TERM
+    bool split_stderr = false;  // standard error to `error_text` instead of the screen
 };
 
 /// Waits for conditions, never for times: every `wait_` fails the test after ten seconds and
