@@ -45,8 +45,13 @@ int filetype_find_extension(std::string_view extension);
 const char* filetype_get_extension(int id);
 const char* filetype_get_desc(int id);
 
+/// The class bits of an identifier, as the constants above; 0 for an unknown one.
+std::uint8_t filetype_get_class(int id);
+
 /// The type of a file name: by its extension and the active machine, then the active CPU, then
-/// the extension alone; else the active configuration's default file type.
+/// the extension alone; else the active configuration's default file type. The extension is the
+/// three characters at most behind the last dot; a name without a dot, or with none but in first
+/// place, has its characters from the second on for one. Give it no path.
 int filetype_from_name(std::string_view name);
 
 } // namespace kx

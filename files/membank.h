@@ -2,6 +2,8 @@
 // at target addresses; what is not covered by a block reads as 0.
 #pragma once
 
+#include "core/paged_bytes.h"
+
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -10,8 +12,8 @@ namespace kx {
 
 struct MemBlock {
     std::uint32_t start = 0;
-    std::uint32_t size = 0;               // bytes
-    std::unique_ptr<std::uint8_t[]> data; // `size` bytes, null until the first write: reads as 0
+    std::uint32_t size = 0; // bytes
+    PagedBytes data;        // what was written, at its distance from `start`
 };
 
 struct MemBank {
