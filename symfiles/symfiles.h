@@ -3,9 +3,8 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <memory>
+#include <deque>
 #include <string>
-#include <vector>
 
 namespace kx {
 
@@ -37,7 +36,8 @@ struct SymTable {
     SymTable** owner = nullptr; // the handle that is set to the table, may be null
     SymEntry* by_address[SYM_BUCKETS] = {};
     SymEntry* by_name[SYM_BUCKETS] = {};
-    SymEntry* listed = nullptr; // head of the listing order
+    SymEntry* listed = nullptr;   // head of the listing order
+    std::deque<SymEntry> entries; // the symbols themselves: they never move and none is taken out
 };
 
 /// The program's symbol store: made at start, filled with the target's default symbol files.
@@ -46,10 +46,14 @@ extern SymTable* sym_store;
 /// The symbol that `sym_name_for_addr` found last, null for none yet.
 extern SymEntry* sym_last_found;
 
+// Where memory is out, everything below that stores something says so on standard output and ends
+// the program with status 1.
+
 /// A new, empty table, also stored in `*owner` unless null. To be freed with sym_table_free.
 SymTable* sym_table_new(SymTable** owner);
 
-/// Frees the table and its symbols; null is harmless. The owner's handle is set to null.
+/// Frees the table and its symbols; null is harmless. The owner's handle is set to null, and so is
+/// sym_last_found.
 void sym_table_free(SymTable* table);
 
 /// Adds a symbol, or updates the one of that name (of any bank), which keeps its place in the
@@ -57,12 +61,14 @@ void sym_table_free(SymTable* table);
 SymEntry* sym_add(SymTable* table, std::uint32_t address, std::uint32_t end, std::uint32_t bank,
                   const char* name, const char* comment, std::uint32_t flags);
 
-/// Replace the text; empty or null leaves the field empty.
+/// Replace the text; empty or null leaves the field empty. A name is found under the bucket it was
+/// added with. Out of memory for a comment ends the program without a word.
 void sym_set_name(SymEntry* symbol, const char* text);
 void sym_set_comment(SymEntry* symbol, const char* text);
 
 /// The first symbol at the address; bank 0 means any. With SYM_RANGE in the query range symbols
-/// match by their range, with SYM_BANK bank symbols by their bank. Null for none.
+/// match by their range (but not those whose first address is in the last bucket), with SYM_BANK
+/// bank symbols by their bank. Null for none.
 SymEntry* sym_find_addr(const SymTable* table, std::uint32_t address, std::uint32_t bank,
                         std::uint32_t query_flags);
 
