@@ -2,7 +2,9 @@
 // goes through a table of functions, one table per output mode.
 //
 // Console mode leaves a message's line open, and the next message breaks it, so that a progress
-// display can be completed on its line.
+// display can be completed on its line. Its messages go to standard error, its progress display to
+// the console. While a screen is open on the terminal that is standard error too, messages are
+// held back until the screen closes, so that they neither spoil it nor are lost with it.
 #pragma once
 
 namespace kx {
@@ -23,8 +25,9 @@ constexpr int MSG_WINDOWED = 3;
 /// Installs an output mode, 0 to 4; any other value changes nothing.
 void msg_set_output(int mode);
 
-// printf-style, of any length. In console mode all go to standard error. Control characters other
-// than line ends, tabs and backspaces are written as "\xNN".
+// printf-style, of any length. Control characters other than line ends, tabs and backspaces are
+// written as "\xNN". Windowed output shows errors and plain messages in message boxes, which wait
+// for a key, and no others; quiet output shows nothing.
 
 /// Only when verbose and not silent.
 void msg_info(const char* format, ...) __attribute__((format(printf, 1, 2)));
@@ -45,11 +48,13 @@ void msg_tick();
 /// Shows the title of a long operation; both counters start at 0 of 1.
 void progress_begin(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-/// Set the first or second counter; redraws at most four times a second. A total of 0 counts as 1.
+/// Set the first or second counter; redraws at most four times a second, and only between
+/// `progress_begin` and `progress_end`. A total of 0 counts as 1.
 void progress_update(int cur, int total);
 void progress_update2(int cur, int total);
 
-/// Closes the display: -1 means failure, anything else success.
+/// Closes the display: -1 means failure, anything else success. Windowed output waits for a key
+/// after a failure.
 void progress_end(int result);
 
 /// Puts the module back to its state at program start, output mode 0 included.

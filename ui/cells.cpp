@@ -1,0 +1,55 @@
+// Texts in screen cells. Columns are counted here and never asked of the terminal, so that what is
+// drawn does not depend on where the cursor has been left.
+
+#include "ui/cells.h"
+
+#include "ini/ascii.h"
+
+#include <algorithm>
+#include <cwchar>
+#include <string>
+
+namespace kx {
+
+CellChar cell_char(std::string_view text) {
+    if (ascii_is_control(text[0])) {
+        return {.bytes = 1, .columns = 1, .shown = " "};
+    }
+    wchar_t wide = 0;
+    std::mbstate_t start{};
+    const std::size_t bytes = std::mbrtowc(&wide, text.data(), text.size(), &start);
+    if (bytes == 0 || bytes > text.size()) { // not a whole character
+        return {.bytes = 1, .columns = 1, .shown = "."};
+    }
+    const int columns = wcwidth(wide);
+    if (columns < 0) {
+        return {.bytes = bytes, .columns = 1, .shown = "."};
+    }
+    return {.bytes = bytes, .columns = columns, .shown = text.substr(0, bytes)};
+}
+
+int cell_puts(std::string_view text, int room) {
+    std::string shown;
+    int used = 0;
+    while (!text.empty()) {
+        const CellChar c = cell_char(text);
+        if (used + c.columns > room) {
+            break;
+        }
+        used += c.columns;
+        shown += c.shown;
+        text.remove_prefix(c.bytes);
+    }
+    con_puts(shown.c_str());
+    return used;
+}
+
+void cell_blank(const ConRect& area) {
+    const int end = std::min(area.y + area.height, con_rows());
+    for (int y = area.y; y < end; y++) {
+        con_gotoxy(area.x, y);
+        con_spaces(std::min(area.width, con_cols() - area.x));
+    }
+}
+
+} // namespace kx
