@@ -29,7 +29,9 @@ struct Menu {
 void menu_centre(Menu& menu);
 
 /// Shows the menu until an item is chosen. Returns its result code; -1 for Escape, for the end
-/// of the input, and for Enter where no item is. What was on the screen is not restored.
+/// of the input, and for Enter where no item is. Hides the cursor. A frame that the screen has no
+/// room for is moved and cut, also when the screen changes its size; labels are clipped at the
+/// frame. What was on the screen is not restored.
 int menu_run(Menu& menu);
 
 } // namespace kx
