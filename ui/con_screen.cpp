@@ -1,0 +1,171 @@
+// Opening and closing the curses screen.
+#include "ini/ini.h"
+#include "ui/con.h"
+#include "ui/con_private.h"
+
+#define NCURSES_NOMACROS 1
+#include <clocale>
+#include <cstdlib>
+#include <curses.h>
+#include <string>
+#include <unistd.h>
+
+#include <term.h> // last: its macros have the plainest names
+
+namespace kx {
+
+namespace {
+
+// Curses' numbers of the program's colours. The bright ones become their dark counterparts (bold
+// makes the difference), dark grey becomes white.
+constexpr short CURSES_COLOUR[16] = {0, 4, 2, 6, 1, 5, 3, 7, 7, 4, 2, 6, 1, 5, 3, 7};
+
+constexpr mmask_t EVERY_MOUSE_EVENT = 0xfffffff;
+
+struct ScreenState {
+    bool active = false;
+    SCREEN* screen = nullptr;
+    TerminalSettings found;
+    std::string reset;
+};
+ScreenState state;
+
+void make_pairs(int stride) {
+    for (int b = 0; b < stride; ++b) {
+        for (int f = 0; f < stride; ++f) {
+            // Pair 0 is the terminal's own and curses refuses to set it.
+            init_pair(static_cast<short>(b * stride + f), CURSES_COLOUR[f], CURSES_COLOUR[b]);
+        }
+    }
+}
+
+void start_colours() {
+    if (!has_colors()) {
+        return;
+    }
+    start_color();
+    if (COLOR_PAIRS > 255) {
+        make_pairs(16);
+    } else if (COLOR_PAIRS >= 64) {
+        make_pairs(8);
+    }
+}
+
+int collect(int c) {
+    state.reset += static_cast<char>(c);
+    return c;
+}
+
+void collect_capability(const char* text) {
+    if (text != nullptr && text != reinterpret_cast<const char*>(-1)) {
+        tputs(text, 1, collect);
+    }
+}
+
+// What a signal handler sends, since it may not ask curses: the same that endwin sends.
+void prepare_reset(bool mouse) {
+    state.reset.clear();
+    if (mouse) {
+        const char* switching = tigetstr("XM");
+        if (switching != nullptr && switching != reinterpret_cast<const char*>(-1)) {
+            collect_capability(tparm(switching, 0, 0, 0, 0, 0, 0, 0, 0, 0));
+        }
+    }
+    collect_capability(orig_pair);
+    collect_capability(exit_attribute_mode);
+    collect_capability(tparm(cursor_address, getmaxy(stdscr) - 1, 0, 0, 0, 0, 0, 0, 0, 0));
+    collect_capability(exit_ca_mode);
+    collect_capability(keypad_local);
+    collect_capability(cursor_normal);
+    con_set_reset(state.reset);
+}
+
+// A terminal that cannot place its cursor is no screen.
+SCREEN* new_screen() {
+    if (!isatty(STDOUT_FILENO)) {
+        return nullptr;
+    }
+    std::setlocale(LC_CTYPE, "");
+    SCREEN* screen = newterm(nullptr, stdout, stdin);
+    if (screen == nullptr) {
+        return nullptr;
+    }
+    set_term(screen);
+    if (cursor_address == nullptr) {
+        endwin();
+        delscreen(screen);
+        return nullptr;
+    }
+    return screen;
+}
+
+void set_modes() {
+    // Someone on a slow line sets a longer wait for the rest of a key's sequence.
+    if (std::getenv("ESCDELAY") == nullptr) {
+        set_escdelay(25);
+    }
+    if (!con_multibyte()) {
+        use_legacy_coding(1); // the upper half of an eight-bit character set as it stands
+    }
+    cbreak();
+    noecho();
+    nonl();
+    scrollok(stdscr, TRUE);
+    nodelay(stdscr, TRUE);
+    keypad(stdscr, TRUE);
+    start_colours();
+}
+
+} // namespace
+
+bool con_screen_active() {
+    return state.active;
+}
+
+int con_open() {
+    if (state.active) {
+        return 1;
+    }
+    state.found = con_settings_now();
+    // Before newterm, which would put handlers of its own where there are none.
+    con_hold_terminal();
+    state.screen = new_screen();
+    if (state.screen == nullptr) {
+        con_release_terminal();
+        return -1;
+    }
+    prepare_reset(false);
+    state.active = true;
+    set_modes();
+    con_start_drawing();
+    con_start_keys();
+    ini_set_reporter(con_after_screen);
+    return 1;
+}
+
+void con_close() {
+    if (!state.active) {
+        return;
+    }
+    state.active = false;
+    con_showcursor(1);
+    attrset(0);
+    endwin();
+    delscreen(state.screen);
+    state.screen = nullptr;
+    con_settings_restore(state.found);
+    con_set_reset("");
+    con_release_terminal();
+    ini_set_reporter(nullptr);
+    con_write_held();
+}
+
+void con_mouse_on() {
+    if (state.active) {
+        mousemask(EVERY_MOUSE_EVENT, nullptr);
+        mouseinterval(0); // press and release, not clicks made of both
+        prepare_reset(true);
+    }
+}
+
+} // namespace kx
