@@ -2,6 +2,9 @@
 // asks the C library.
 #pragma once
 
+#include <string>
+#include <string_view>
+
 namespace kx {
 
 /// 0x20 to 0x7E: what an INI value may hold.
@@ -25,6 +28,20 @@ constexpr bool ascii_is_control(char c) {
 
 constexpr char ascii_to_lower(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+/// `text` as it may be shown on a terminal: each control character as "\xNN".
+inline std::string ascii_escape(std::string_view text) {
+    constexpr char digits[] = "0123456789abcdef";
+    std::string shown;
+    for (const char c : text) {
+        if (ascii_is_control(c)) {
+            shown += {'\\', 'x', digits[c >> 4], digits[c & 15]};
+        } else {
+            shown += c;
+        }
+    }
+    return shown;
 }
 
 } // namespace kx
