@@ -53,7 +53,8 @@ void apply_colours() {
     // and COLOR_PAIR keeps the low 8 bits of the pair: with 256 colours only the text colour is
     // left. Both are meant: colour schemes are made for it.
     const int pair = (back & 7) * COLORS + (text & 7);
-    attrset(static_cast<int>(COLOR_PAIR(pair) | (text > 7 ? A_BOLD : 0)));
+    const auto colours = static_cast<chtype>(COLOR_PAIR(pair));
+    attrset(static_cast<int>(colours | (text > 7 ? A_BOLD : A_NORMAL)));
 }
 
 int set_colour(int& colour, int value) {
@@ -66,12 +67,7 @@ int set_colour(int& colour, int value) {
 // Text --------------------------------------------------------------------------------------
 
 // At the cursor, which moves on: also beyond the edges, where nothing is drawn.
-void draw_wide(wchar_t c) {
-    const int width = wcwidth(c);
-    if (width < 0) {
-        draw_wide(L' '); // a control character
-        return;
-    }
+void draw_cell(wchar_t c, int width) {
     const int x = state.x;
     state.x += width;
     if (state.y < 0 || state.y >= con_rows() || x < 0 || x + width > con_cols()) {
@@ -85,16 +81,23 @@ void draw_wide(wchar_t c) {
     scrollok(stdscr, TRUE);
 }
 
-void draw_byte(unsigned char c) {
-    if (con_multibyte() || c < 0x80) {
-        draw_wide(c);
-        return;
+void draw_wide(wchar_t c) {
+    const int width = wcwidth(c);
+    if (width >= 0) {
+        draw_cell(c, width);
+    } else {
+        draw_cell(L' ', 1); // a control character
     }
-    const int x = state.x++;
-    if (state.y >= 0 && state.y < con_rows() && x >= 0 && x < con_cols()) {
-        scrollok(stdscr, FALSE);
-        mvaddch(state.y, x, c >= 0xa0 ? c : ' ');
-        scrollok(stdscr, TRUE);
+}
+
+// In a locale without multibyte characters. Where it does not know the upper half of the eight
+// bits, as "C" does not, the printable part is still the terminal's business.
+void draw_byte(unsigned char c) {
+    const auto wide = static_cast<wchar_t>(std::btowc(c));
+    if (c >= 0xa0 && wcwidth(wide) < 0) {
+        draw_cell(c, 1);
+    } else {
+        draw_wide(wide);
     }
 }
 

@@ -77,7 +77,7 @@ void end_by_signal(int number) {
 void catch_signals() {
     struct sigaction action = {};
     action.sa_handler = end_by_signal;
-    action.sa_flags = SA_RESETHAND;
+    action.sa_flags = static_cast<int>(SA_RESETHAND);
     action.sa_mask = ending_signals();
     sigaddset(&action.sa_mask, SIGTTOU); // a program in the background may restore as well
     for (int i = 0; i < ENDING_COUNT; ++i) {

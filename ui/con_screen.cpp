@@ -5,6 +5,7 @@
 
 #define NCURSES_NOMACROS 1
 #include <clocale>
+#include <cstdint>
 #include <cstdlib>
 #include <curses.h>
 #include <string>
@@ -56,20 +57,23 @@ int collect(int c) {
     return c;
 }
 
-void collect_capability(const char* text) {
-    if (text != nullptr && text != reinterpret_cast<const char*>(-1)) {
-        tputs(text, 1, collect);
+// A text capability that the terminal lacks is null, or all ones.
+bool has(const char* capability) {
+    return capability != nullptr && reinterpret_cast<std::intptr_t>(capability) != -1;
+}
+
+void collect_capability(const char* capability) {
+    if (has(capability)) {
+        tputs(capability, 1, collect);
     }
 }
 
 // What a signal handler sends, since it may not ask curses: the same that endwin sends.
 void prepare_reset(bool mouse) {
     state.reset.clear();
-    if (mouse) {
-        const char* switching = tigetstr("XM");
-        if (switching != nullptr && switching != reinterpret_cast<const char*>(-1)) {
-            collect_capability(tparm(switching, 0, 0, 0, 0, 0, 0, 0, 0, 0));
-        }
+    const char* switching = tigetstr("XM");
+    if (mouse && has(switching)) {
+        collect_capability(tparm(switching, 0, 0, 0, 0, 0, 0, 0, 0, 0));
     }
     collect_capability(orig_pair);
     collect_capability(exit_attribute_mode);
@@ -80,21 +84,23 @@ void prepare_reset(bool mouse) {
     con_set_reset(state.reset);
 }
 
-// A terminal that cannot place its cursor is no screen.
+// A terminal that cannot place its cursor is no screen. Asked before newterm, which leaks memory
+// when it fails.
+bool usable_terminal() {
+    int error = 0;
+    if (!isatty(STDOUT_FILENO) || setupterm(nullptr, STDOUT_FILENO, &error) != OK) {
+        return false;
+    }
+    const bool usable = has(cursor_address);
+    del_curterm(cur_term);
+    return usable;
+}
+
 SCREEN* new_screen() {
-    if (!isatty(STDOUT_FILENO)) {
-        return nullptr;
-    }
     std::setlocale(LC_CTYPE, "");
-    SCREEN* screen = newterm(nullptr, stdout, stdin);
-    if (screen == nullptr) {
-        return nullptr;
-    }
-    set_term(screen);
-    if (cursor_address == nullptr) {
-        endwin();
-        delscreen(screen);
-        return nullptr;
+    SCREEN* screen = usable_terminal() ? newterm(nullptr, stdout, stdin) : nullptr;
+    if (screen != nullptr) {
+        set_term(screen);
     }
     return screen;
 }
