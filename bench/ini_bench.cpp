@@ -4,6 +4,7 @@
 #include "ini/ini.h"
 
 #include <INIReader.h>
+#define SI_CONVERT_ICU // as the package is built
 #include <SimpleIni.h>
 #include <benchmark/benchmark.h>
 #include <cstdio>
@@ -52,7 +53,9 @@ long read_with_inih_counting(const std::string& path) {
     long count = 0;
     ini_parse(
         path.c_str(),
-        [](void* user, const char*, const char*, const char*) { return ++*static_cast<long*>(user) > 0 ? 1 : 0; },
+        [](void* user, const char*, const char*, const char*) {
+            return ++*static_cast<long*>(user) > 0 ? 1 : 0;
+        },
         &count);
     return count;
 }
@@ -68,7 +71,8 @@ long read_with_simpleini(const std::string& path) {
 }
 
 /// Arguments: the number of items, and how many of them a section has.
-template <long (*read)(const std::string& path)> void reading(benchmark::State& state) {
+template <long (*read)(const std::string& path)>
+void reading(benchmark::State& state) {
     const IniFile file(state.range(0), state.range(1));
     for (auto _ : state) {
         const long count = read(file.path());

@@ -40,16 +40,88 @@ std::string_view kept(std::string_view text, std::size_t max = std::string_view:
     return text.substr(0, std::min(text.find('\0'), max));
 }
 
-/// Sets a key that is `kept`, and not empty, in a section.
-IniItem* set_item(IniSection& section, std::string_view key, std::string_view value) {
-    IniItem* item = ini_find_item(section, key);
-    if (item == nullptr) {
-        item = &section.items.emplace_back();
-        item->name = key;
-        section.by_name.emplace(item->name, item);
+// The pool ------------------------------------------------------------------------------------
+
+IniPool* pool_of(IniDocument& doc) {
+    if (doc.pool == nullptr) {
+        doc.pool = std::make_unique<IniPool>();
     }
-    item->value = kept(value, INI_VALUE_MAX);
-    return item;
+    return doc.pool.get();
+}
+
+/// A record in the document's pool. It is never destroyed, so it must own nothing.
+template <typename Record>
+Record* new_record(IniDocument& doc) {
+    static_assert(std::is_trivially_destructible_v<Record>);
+    return std::pmr::polymorphic_allocator<>(pool_of(doc)).new_object<Record>();
+}
+
+/// A copy of `text` in the document's pool.
+std::string_view stored(IniDocument& doc, std::string_view text) {
+    char* copy = std::pmr::polymorphic_allocator<char>(pool_of(doc)).allocate(text.size());
+    std::ranges::copy(text, copy);
+    return {copy, text.size()};
+}
+
+void add_comment(IniDocument& doc, IniComments& comments, std::string_view text) {
+    auto* comment = new_record<IniComment>(doc);
+    comment->text = stored(doc, kept(text));
+    comments.append(comment);
+}
+
+// Tables --------------------------------------------------------------------------------------
+
+std::size_t hash_of(std::string_view name) {
+    return std::hash<std::string_view>()(name);
+}
+
+/// The slot of the record of that name, or else the free one where it belongs.
+template <typename Slot>
+Slot& find_slot(std::span<Slot> slots, std::size_t hash, std::string_view name) {
+    for (std::size_t i = hash;; i++) {
+        Slot& slot = slots[i & (slots.size() - 1)];
+        if (slot.record == nullptr || (slot.hash == hash && slot.record->name == name)) {
+            return slot;
+        }
+    }
+}
+
+template <typename Record>
+Record* find_record(const IniTable<Record>& table, std::string_view name) {
+    return table.empty() ? nullptr : find_slot(table.slots, hash_of(name), name).record;
+}
+
+/// Doubles the index of a table.
+template <typename Record>
+void grow_index(IniDocument& doc, IniTable<Record>& table) {
+    using Slot = typename IniTable<Record>::Slot;
+    const std::span<Slot> old = table.slots;
+    const std::size_t size = old.empty() ? 4 : 4 * old.size();
+    table.slots = {std::pmr::polymorphic_allocator<Slot>(pool_of(doc)).allocate(size), size};
+    std::ranges::fill(table.slots, Slot());
+    for (const Slot& slot : old) {
+        if (slot.record != nullptr) {
+            find_slot(table.slots, slot.hash, slot.record->name) = slot;
+        }
+    }
+}
+
+/// The record of that name; a new one at the table's end when there is none. The name must be the
+/// pool's.
+template <typename Record>
+Record* get_record(IniDocument& doc, IniTable<Record>& table, std::string_view name) {
+    if (4 * table.count >= 3 * table.slots.size()) {
+        grow_index(doc, table);
+    }
+    const std::size_t hash = hash_of(name);
+    auto& slot = find_slot(table.slots, hash, name);
+    if (slot.record == nullptr) {
+        slot = {hash, new_record<Record>(doc)};
+        slot.record->name = name;
+        table.append(slot.record);
+        table.count++;
+    }
+    return slot.record;
 }
 
 // Reading ------------------------------------------------------------------------------------
@@ -60,7 +132,8 @@ bool is_line_end(char c) {
 
 /// Takes the item line at `at`; returns where its value ends. The key runs up to the next "="
 /// wherever that is, line ends included; a value ends at the first character that is not printable.
-std::size_t read_item(std::string_view text, std::size_t at, IniSection* section) {
+std::size_t read_item(IniDocument& doc, std::string_view text, std::size_t at,
+                      IniSection* section) {
     const std::size_t equals = std::min(text.find('=', at), text.size());
     const std::size_t value = std::min(equals + 1, text.size());
     std::size_t end = value;
@@ -69,22 +142,25 @@ std::size_t read_item(std::string_view text, std::size_t at, IniSection* section
     }
     const std::string_view key = kept(text.substr(at, equals - at), INI_KEY_MAX);
     if (section != nullptr && !key.empty()) {
-        set_item(*section, key, text.substr(value, end - value));
+        IniItem* item = get_record(doc, section->items, key);
+        item->value = kept(text.substr(value, end - value), INI_VALUE_MAX);
     }
     return end;
 }
 
-void read_text(std::string_view text, IniDocument& doc) {
+void parse(IniDocument& doc, std::string_view text) {
     IniSection* section = nullptr;
     std::size_t at = text.find('['); // whatever stands before the first section is ignored
     while (at < text.size()) {
         if (text[at] == '[') {
             const std::size_t end = std::min(text.find(']', at), text.size());
-            // Null for "[]": the items under it are counted, but stored nowhere.
-            section = ini_add_section(doc, text.substr(at + 1, end - at - 1));
+            const std::string_view name =
+                kept(text.substr(at + 1, end - at - 1), INI_SECTION_NAME_MAX);
+            // "[]" is no section: the items under it are counted, but stored nowhere.
+            section = name.empty() ? nullptr : get_record(doc, doc.sections, name);
             at = end;
         } else if (text[at] != ';') {
-            at = read_item(text, at, section);
+            at = read_item(doc, text, at, section);
             doc.item_count++;
         }
         while (at < text.size() && !is_line_end(text[at])) {
@@ -97,16 +173,14 @@ void read_text(std::string_view text, IniDocument& doc) {
     }
 }
 
-/// The file's bytes. False when it cannot be read; `text` is empty when there is nothing in it.
-bool read_bytes(const std::string& file_name, std::string& text) {
-    const FilePtr file = file_open(file_name, "rb");
-    const long size = file != nullptr ? file_size(file.get()) : -1;
-    if (size < 0) {
-        return false;
-    }
-    text.resize(static_cast<std::size_t>(size));
-    text.resize(std::fread(text.data(), 1, text.size(), file.get()));
-    return std::ferror(file.get()) == 0;
+/// Reads `size` bytes into a new pool, with room for what will be made of them. Empty when they
+/// cannot be read.
+std::string_view read_bytes(std::FILE* file, std::size_t size, std::unique_ptr<IniPool>& pool) {
+    constexpr std::size_t records_per_text = 4; // how much more than the text its records take
+    pool = std::make_unique<IniPool>(size * (1 + records_per_text));
+    char* bytes = std::pmr::polymorphic_allocator<char>(pool.get()).allocate(size);
+    const std::size_t got = std::fread(bytes, 1, size, file);
+    return {bytes, std::ferror(file) == 0 ? got : 0};
 }
 
 // Looking up ---------------------------------------------------------------------------------
@@ -141,7 +215,7 @@ int take_elements(std::string_view list, std::size_t max, const Take& take) {
 
 // Writing ------------------------------------------------------------------------------------
 
-std::string comment_line(const std::string& text) {
+std::string comment_line(std::string_view text) {
     if (text == "#") {
         return ";" + std::string(78, '#') + "\n";
     }
@@ -151,13 +225,13 @@ std::string comment_line(const std::string& text) {
     if (text.size() < 2) {
         return "";
     }
-    return (text.starts_with(';') ? ";" : ";# ") + text + "\n";
+    return (text.starts_with(';') ? ";" : ";# ") + std::string(text) + "\n";
 }
 
 std::string comment_lines(const IniComments& comments) {
     std::string lines;
-    for (const std::string& text : comments) {
-        lines += comment_line(text);
+    for (const IniComment& comment : comments) {
+        lines += comment_line(comment.text);
     }
     return lines;
 }
@@ -176,9 +250,9 @@ void ini_create(IniDocument& doc, std::string_view file_name) {
 
 void ini_free(IniDocument& doc) {
     doc.file_name.clear();
-    doc.by_name.clear();
-    doc.sections.clear();
-    doc.comments.clear();
+    doc.sections = {};
+    doc.comments = {};
+    doc.pool.reset();
     doc.item_count = 0;
 }
 
@@ -187,24 +261,27 @@ IniSection* ini_add_section(IniDocument& doc, std::string_view name) {
     if (name.empty()) {
         return nullptr;
     }
-    IniSection* section = ini_find_section(doc, name);
-    if (section == nullptr) {
-        section = &doc.sections.emplace_back();
-        section->name = name;
-        doc.by_name.emplace(section->name, section);
-    }
-    return section;
+    IniSection* found = ini_find_section(doc, name);
+    return found != nullptr ? found : get_record(doc, doc.sections, stored(doc, name));
 }
 
 IniItem* ini_set_item(IniDocument& doc, std::string_view section, std::string_view key,
                       std::string_view value) {
     IniSection* found = ini_find_section(doc, kept(section, INI_SECTION_NAME_MAX));
     key = kept(key, INI_KEY_MAX);
-    return found != nullptr && !key.empty() ? set_item(*found, key, value) : nullptr;
+    if (found == nullptr || key.empty()) {
+        return nullptr;
+    }
+    IniItem* item = ini_find_item(*found, key);
+    if (item == nullptr) {
+        item = get_record(doc, found->items, stored(doc, key));
+    }
+    item->value = stored(doc, kept(value, INI_VALUE_MAX));
+    return item;
 }
 
 int ini_add_comment(IniDocument& doc, std::string_view text) {
-    doc.comments.emplace_back(kept(text));
+    add_comment(doc, doc.comments, text);
     return 0;
 }
 
@@ -213,7 +290,7 @@ int ini_add_section_comment(IniDocument& doc, std::string_view section, std::str
     if (found == nullptr) {
         return -1;
     }
-    found->comments.emplace_back(kept(text));
+    add_comment(doc, found->comments, text);
     return 0;
 }
 
@@ -224,33 +301,31 @@ int ini_add_item_comment(IniDocument& doc, std::string_view section, std::string
     if (item == nullptr) {
         return -1;
     }
-    item->comments.emplace_back(kept(text));
+    add_comment(doc, item->comments, text);
     return 0;
 }
 
 IniSection* ini_find_section(const IniDocument& doc, std::string_view name) {
-    const auto found = doc.by_name.find(name);
-    return found != doc.by_name.end() ? found->second : nullptr;
+    return find_record(doc.sections, name);
 }
 
 IniItem* ini_find_item(const IniSection& section, std::string_view key) {
-    const auto found = section.by_name.find(key);
-    return found != section.by_name.end() ? found->second : nullptr;
+    return find_record(section.items, key);
 }
 
 int ini_get_string(const IniDocument& doc, std::string& dest, std::string_view section,
                    std::string_view key) {
     const IniItem* item = find_or_end(doc, section, key);
-    dest = item != nullptr ? item->value : "";
+    dest = item != nullptr ? item->value : std::string_view();
     return item != nullptr ? 0 : -1;
 }
 
 std::uint32_t ini_get_number(const IniDocument& doc, std::string_view section,
                              std::string_view key) {
     const IniItem* item = find_or_end(doc, section, key);
-    return item != nullptr
-               ? static_cast<std::uint32_t>(std::strtoull(item->value.c_str(), nullptr, 0))
-               : 0;
+    return item != nullptr ? static_cast<std::uint32_t>(
+                                 std::strtoull(std::string(item->value).c_str(), nullptr, 0))
+                           : 0;
 }
 
 int ini_get_string_list(const IniDocument& doc, std::span<std::string> dest,
@@ -299,20 +374,26 @@ std::int32_t ini_parse_number(std::string_view text) {
 
 int ini_read(const std::string& file_name, IniDocument& doc) {
     const std::string name = file_name; // may be the document's own
+    FilePtr file = file_open(name, "rb");
+    const long size = file != nullptr ? file_size(file.get()) : -1;
+    if (size == 0) {
+        report("warning: .ini file ", name, " is 0 byte long\n");
+        return -1;
+    }
     try {
-        std::string text;
-        if (!read_bytes(name, text)) {
+        std::unique_ptr<IniPool> pool;
+        const std::string_view text =
+            size > 0 ? read_bytes(file.get(), static_cast<std::size_t>(size), pool) : "";
+        if (text.empty()) {
             report("warning: couldn't find .ini file ", name, "\n");
             return -1;
         }
-        if (text.empty()) {
-            report("warning: .ini file ", name, " is 0 byte long\n");
-            return -1;
-        }
+        file.reset();
         ini_create(doc, name);
-        read_text(text, doc);
+        doc.pool = std::move(pool);
+        parse(doc, text);
         return 0;
-    } catch (const std::exception&) { // no memory, or a length that no string can have
+    } catch (const std::exception&) { // what the standard library throws without memory
         module.report("error: couldn't allocate memory.\n");
         std::exit(-1);
     }
@@ -321,9 +402,10 @@ int ini_read(const std::string& file_name, IniDocument& doc) {
 int ini_write(const std::string& file_name, const IniDocument& doc) {
     std::string text = comment_lines(doc.comments);
     for (const IniSection& section : doc.sections) {
-        text += comment_lines(section.comments) + "[" + section.name + "]\n";
+        text.append(comment_lines(section.comments)).append("[").append(section.name).append("]\n");
         for (const IniItem& item : section.items) {
-            text += comment_lines(item.comments) + item.name + "=" + item.value + "\n";
+            text.append(comment_lines(item.comments)).append(item.name).append("=");
+            text.append(item.value).append("\n");
         }
     }
     return file_replace(file_name, text);

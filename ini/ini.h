@@ -4,12 +4,11 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <deque>
+#include <memory>
+#include <memory_resource>
 #include <span>
 #include <string>
 #include <string_view>
-#include <unordered_map>
-#include <vector>
 
 namespace kx {
 
@@ -18,33 +17,77 @@ constexpr std::size_t INI_KEY_MAX = 63;          // of a key
 constexpr std::size_t INI_VALUE_MAX = 255;       // of a value
 constexpr std::size_t INI_FILE_NAME_MAX = 259;   // of a document's file name
 
+/// Records in order of creation, linked through their `next`. They lie in the document's pool.
+template <typename Record>
+struct IniList {
+    Record* first = nullptr;
+    Record* last = nullptr;
+
+    struct Iterator {
+        Record* record;
+        Record& operator*() const { return *record; }
+        Record* operator->() const { return record; }
+        Iterator& operator++() {
+            record = record->next;
+            return *this;
+        }
+        bool operator==(const Iterator&) const = default;
+    };
+    Iterator begin() const { return {first}; }
+    Iterator end() const { return {nullptr}; }
+    bool empty() const { return first == nullptr; }
+    void append(Record* record) {
+        (empty() ? first : last->next) = record;
+        last = record;
+    }
+};
+
+/// Such a list of records with names, and an index of the names.
+template <typename Record> struct IniTable : IniList<Record> {
+    struct Slot {
+        std::size_t hash = 0;
+        Record* record = nullptr; // null: free
+    };
+    std::size_t count = 0;
+    std::span<Slot> slots; // a hash table: a power of two of them, at least half are free
+};
+
 /// Lines written before what they belong to; see `ini_write_comments` for their forms.
-using IniComments = std::vector<std::string>;
+struct IniComment {
+    IniComment* next = nullptr;
+    std::string_view text;
+};
+using IniComments = IniList<IniComment>;
 
 struct IniItem {
-    std::string name; // the key
-    std::string value;
+    IniItem* next = nullptr;
+    std::string_view name; // the key
+    std::string_view value;
     IniComments comments;
 };
 
 struct IniSection {
-    std::string name;
+    IniSection* next = nullptr;
+    std::string_view name;
     IniComments comments;
-    std::deque<IniItem> items;                              // in order of creation
-    std::unordered_map<std::string_view, IniItem*> by_name; // views of the items' names
+    IniTable<IniItem> items;
 };
 
-/// One file. Sections and items never move while the document lives, so pointers to them stay
-/// good until `ini_free`, `ini_create` or `ini_read`; names are unique within their list.
+/// Memory that is taken piece by piece and given back at once.
+using IniPool = std::pmr::monotonic_buffer_resource;
+
+/// One file. Everything that hangs from it, texts included, lies in its pool: it never moves, and
+/// pointers to it and views of it stay good until `ini_free`, `ini_create` or `ini_read`. Names are
+/// unique within their list.
 struct IniDocument {
     std::string file_name; // where it was read from or will be written; named in messages
-    std::deque<IniSection> sections;
-    IniComments comments; // before the first section
-    std::unordered_map<std::string_view, IniSection*> by_name;
-    std::int32_t item_count = 0; // item lines taken by the last read
+    IniTable<IniSection> sections;
+    IniComments comments;          // before the first section
+    std::int32_t item_count = 0;   // item lines taken by the last read
+    std::unique_ptr<IniPool> pool; // made when it is first needed
 
     IniDocument() = default;
-    IniDocument(const IniDocument&) = delete; // the indexes point into the document
+    IniDocument(const IniDocument&) = delete; // it would share the records
     IniDocument& operator=(const IniDocument&) = delete;
 };
 
