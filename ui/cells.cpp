@@ -5,7 +5,6 @@
 
 #include "ini/ascii.h"
 
-#include <algorithm>
 #include <cwchar>
 #include <string>
 
@@ -45,10 +44,9 @@ int cell_puts(std::string_view text, int room) {
 }
 
 void cell_blank(const ConRect& area) {
-    const int end = std::min(area.y + area.height, con_rows());
-    for (int y = area.y; y < end; y++) {
-        con_gotoxy(area.x, y);
-        con_spaces(std::min(area.width, con_cols() - area.x));
+    for (int y = 0; y < area.height; y++) {
+        con_gotoxy(area.x, area.y + y);
+        con_spaces(area.width);
     }
 }
 

@@ -21,7 +21,7 @@ CellChar cell_char(std::string_view text);
 /// Writes as much of `text` at the cursor as fits into `room` columns; returns the columns taken.
 int cell_puts(std::string_view text, int room);
 
-/// Writes blanks, in the current colours, over what of the area lies on the screen.
+/// Blanks the area in the current colours.
 void cell_blank(const ConRect& area);
 
 } // namespace kx

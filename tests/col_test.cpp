@@ -1,0 +1,74 @@
+// Colour schemes: what a scheme file makes of the arrays, and texts that switch colours.
+#include "tests/support/temp_dir.h"
+#include "tests/support/terminal.h"
+#include "ui/col.h"
+#include "ui/con.h"
+
+#include <algorithm>
+#include <gmock/gmock.h>
+
+namespace kx {
+namespace {
+
+using ::testing::Each;
+
+constexpr int UNSET = -1;
+
+void load(const std::string& path) {
+    std::fill_n(key_textcolour, COL_KEYS, UNSET);
+    std::fill_n(key_backcolour, COL_KEYS, UNSET);
+    col_scheme_path = path;
+    col_loadscheme("colors");
+}
+
+TEST(Col, FirstValueIsTheBackgroundSecondTheText) {
+    const struct {
+        const char* line;
+        int back, text;
+    } rows[] = {
+        {"menutext=brown, lightgray", 6, 7},    {"menutext=darkgray,darkgray", 7, 0},
+        {"menutext=Blue,YELLOW", UNSET, UNSET}, {"menutext=nocolour,lightmagenta", UNSET, 13},
+        {"menutext=white", 15, UNSET},          {"menutext=red,green,blue", 4, 2},
+        {"menubg=red,red", UNSET, UNSET},
+    };
+    const test::TempDir dir;
+    for (const auto& row : rows) {
+        load(dir.write("scheme.ini", std::string("[colors]\n") + row.line + "\n"));
+        EXPECT_EQ(key_backcolour[COL_MENU], row.back) << row.line;
+        EXPECT_EQ(key_textcolour[COL_MENU], row.text) << row.line;
+    }
+    load(KX_SOURCE_DIR "/base/config/col_kx.ini");
+    EXPECT_THAT(key_backcolour, Each(::testing::Ne(UNSET)));
+    EXPECT_THAT(key_textcolour, Each(::testing::Ne(UNSET)));
+}
+
+TEST(Col, UnreadableFileChangesNothingButAMissingSectionEndsTheProgram) {
+    const test::TempDir dir;
+    for (const auto& path : {dir.file("absent.ini"), dir.path(), dir.write("empty.ini", "")}) {
+        load(path);
+        EXPECT_THAT(key_backcolour, Each(UNSET));
+    }
+    const std::string path = dir.write("other.ini", "[config]\ntype=colors\n");
+    EXPECT_EXIT(load(path), ::testing::ExitedWithCode(255), "");
+}
+
+TEST(Col, PutsSwitchesColoursAtEachMark) {
+    test::Terminal terminal(320, 3);
+    terminal.run([] {
+        con_open();
+        key_textcolour[COL_STATUSBAR] = 12; // light red: bold
+        key_backcolour[COL_STATUSBAR] = 1;
+        key_backcolour[COL_STATUSBAR + 1] = 2; // not used: both colours come from one key
+        key_textcolour[COL_MENU] = 6;
+        col_puts(("a%Yb%d%%" + std::string(300, 'x') + "%Y").c_str(), COL_STATUSBAR, COL_MENU);
+        con_puts("end");
+        return con_getkey();
+    });
+    terminal.wait_for("ab%d%%" + std::string(300, 'x') + "end");
+    const test::Cell b = terminal.cell(1, 0);
+    EXPECT_TRUE(b.fg == 1 && b.bg == 4 && b.bold) << b.fg << " on " << b.bg;
+    EXPECT_EQ(terminal.cell(306, 0).fg, 3); // brown is the terminal's yellow
+}
+
+} // namespace
+} // namespace kx

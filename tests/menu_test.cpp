@@ -1,0 +1,186 @@
+// Menus and message boxes, as a user sees them on a terminal and steers them with keys.
+#include "tests/support/terminal.h"
+#include "ui/col.h"
+#include "ui/con.h"
+#include "ui/menu.h"
+#include "ui/msgbox.h"
+
+#include <gtest/gtest.h>
+
+namespace kx {
+namespace {
+
+using Lines = std::vector<std::string>;
+
+const std::string DOWN = "\x1bOB";
+const std::string UP = "\x1bOA";
+const std::string PGDN = "\x1b[6~";
+const std::string PGUP = "\x1b[5~";
+
+std::string times(int n, const std::string& keys) {
+    return n == 0 ? "" : keys + times(n - 1, keys);
+}
+
+// A screen of `rows` rows with nothing but a frame at (x, y) and the lines in it.
+std::string framed(std::size_t rows, std::size_t x, std::size_t y, const Lines& lines) {
+    const std::string indent(x, ' ');
+    const std::string edge = indent + "·" + std::string(lines[0].size(), '-') + "·\n";
+    std::string screen = std::string(y, '\n') + edge;
+    for (const std::string& line : lines) {
+        screen.append(indent).append("|").append(line).append("|\n");
+    }
+    return screen + edge + std::string(rows - y - lines.size() - 2, '\n');
+}
+
+void wait_for_screen(test::Terminal& terminal, const std::string& screen) {
+    terminal.wait_until([&] { return terminal.screen() == screen; }, screen.c_str());
+}
+
+// `count` items "item 0", "item 1", ... with the results 100, 101, ...; the last but one has F1 as
+// its hotkey and the last Escape.
+Menu list(int count, int height) {
+    Menu menu;
+    for (int i = 0; i < count; i++) {
+        const int hotkey = count - i == 2 ? KEYCODE_F1 : count - i == 1 ? KEYCODE_ESCAPE : 0;
+        menu.items.push_back({100 + i, hotkey, "", "item " + std::to_string(i)});
+    }
+    menu.width = 20;
+    menu.height = height;
+    return menu;
+}
+
+// Shows a menu; when it has ended, its result and state are what the terminal shows.
+int show(Menu menu) {
+    con_open();
+    menu_centre(menu);
+    const int result = menu_run(menu);
+    con_close();
+    con_printf("= %d %d %d\n", result, menu.top, menu.selected);
+    return 0;
+}
+
+int show_box(const char* text) {
+    con_open();
+    const int key = msgbox_run(text);
+    con_close();
+    con_printf("= %d\n", key);
+    return 0;
+}
+
+TEST(Menu, KeysMoveScrollAndChoose) {
+    const struct {
+        const char* name;
+        int count;
+        std::string keys;
+        const char* end; // result, top, selected
+    } rows[] = {
+        {"ten down scroll by one", 20, times(10, DOWN) + "\r", "= 110 1 9"},
+        {"stops at the end", 20, times(25, DOWN) + "\r", "= 119 10 9"},
+        {"stops at the start", 20, times(12, DOWN) + times(15, UP) + "\r", "= 100 0 0"},
+        {"page down by a page", 35, times(2, PGDN) + "\r", "= 119 10 9"},
+        {"page down to the end", 25, times(4, PGDN) + "\r", "= 124 15 9"},
+        {"page up", 35, times(3, PGDN) + times(2, PGUP) + "\r", "= 110 10 0"},
+        {"page up to the start", 25, times(3, PGDN) + times(4, PGUP) + "\r", "= 100 0 0"},
+        {"few items do not scroll", 3, times(5, DOWN) + PGDN + "\r", "= 102 0 2"},
+        {"hotkey of an item out of sight", 20, "\x1bOP", "= 118 0 0"},
+        {"escape is no hotkey", 20, "\x1b", "= -1 0 0"},
+        {"other keys do nothing", 20, DOWN + "q\t \r", "= 101 0 1"},
+        {"nothing to choose", 0, DOWN + UP + PGDN + PGUP + "\r", "= -1 0 -1"},
+    };
+    for (const auto& row : rows) {
+        test::Terminal terminal(40, 14);
+        terminal.run([&] { return show(list(row.count, 12)); });
+        terminal.wait_for("·------------------·");
+        terminal.type(row.keys);
+        EXPECT_EQ(terminal.wait_exit(), 0);
+        EXPECT_EQ(terminal.row(0), row.end) << row.name;
+    }
+}
+
+TEST(Menu, DrawsItemsInTheirColoursInsideTheFrame) {
+    test::Terminal terminal(32, 8);
+    terminal.run([] {
+        key_textcolour[COL_MENU_BORDER] = 2;
+        key_textcolour[COL_MENU] = 7;
+        key_textcolour[COL_MENU_SELECTED] = 15;
+        key_backcolour[COL_MENU_SELECTED + 1] = 1;
+        key_textcolour[COL_MENU_HOTKEY] = 4;
+        key_textcolour[COL_MENU_HOTKEY_SELECTED] = 14;
+        Menu menu = list(0, 6);
+        menu.items = {{1, 0, "", "a label too long"},
+                      {2, KEYCODE_F1, "F1", "hälp\x1b[1m"},
+                      {3, 0, "long name", "and more"}};
+        menu.selected = 1;
+        return show(menu);
+    });
+    wait_for_screen(terminal, framed(8, 6, 1,
+                                     {"      a label too ", "[F1]  hälp [1m    ",
+                                      "[long name]and mor", "                  "}));
+    std::string looks; // of the border, a label, the selected line and the hotkeys
+    for (const auto& [x, y] :
+         {std::pair(6, 1), {13, 2}, {8, 3}, {13, 3}, {24, 3}, {25, 3}, {8, 4}}) {
+        const test::Cell cell = terminal.cell(x, y);
+        looks += std::to_string(cell.fg) + std::to_string(cell.bg) + (cell.bold ? "+ " : " ");
+    }
+    EXPECT_EQ(looks, "20 70 30+ 74+ 74+ 20 10 ");
+}
+
+TEST(Menu, FollowsTheSizeOfTheScreenAndKeepsItsSelection) {
+    test::Terminal terminal(60, 20);
+    terminal.run([] { return show(list(30, 16)); });
+    terminal.wait_for("item 13");
+    terminal.type(times(13, DOWN));
+    terminal.resize(16, 6);
+    wait_for_screen(
+        terminal,
+        framed(6, 0, 0, {"      item 10 ", "      item 11 ", "      item 12 ", "      item 13 "}));
+    terminal.type(times(20, DOWN));
+    terminal.wait_for("item 29");
+    terminal.resize(60, 20);
+    terminal.wait_for("\n\n                    ·------------------·\n"
+                      "                    |      item 16     |\n");
+    terminal.type("\r");
+    EXPECT_EQ(terminal.wait_exit(), 0);
+    EXPECT_EQ(terminal.row(0), "= 129 16 13");
+}
+
+TEST(MessageBox, ShowsItsTextInACentredFrame) {
+    const char* const six = "one\ntwo\nthree\nfour\nfive\nsix";
+    const struct {
+        const char* text;
+        std::string keys;
+        std::size_t x, y;
+        Lines lines;
+    } rows[] = {
+        {"", "", 6, 2, {"      "}},
+        {"a\tb\x1b[2J", "", 6, 2, {"a b [2J"}},
+        {"abcdefghijklmnopqrstuvwxyz", "", 0, 1, {"abcdefghijklmnopqr", "stuvwxyz          "}},
+        {"abcdefghijklmnopqr\nx\rY", "", 0, 1, {"abcdefghijklmnopqr", "Y                 "}},
+        {six, DOWN, 6, 0, {"two   ", "three ", "four  ", "five  "}},
+        {six, times(2, DOWN) + UP, 6, 0, {"o     ", "three ", "four  ", "five  "}},
+        {six, times(9, DOWN) + times(20, UP), 6, 0, {"one   ", "two   ", "three ", "four  "}},
+    };
+    for (const auto& row : rows) {
+        test::Terminal terminal(20, 6);
+        terminal.run([&] { return show_box(row.text); });
+        terminal.wait_for("·------");
+        terminal.type(row.keys);
+        wait_for_screen(terminal, framed(6, row.x, row.y, row.lines));
+        terminal.type("x");
+        EXPECT_EQ(terminal.wait_exit(), 0);
+        EXPECT_EQ(terminal.row(0), "= 120");
+    }
+}
+
+TEST(MessageBox, FollowsTheSizeOfTheScreen) {
+    test::Terminal terminal(40, 7);
+    terminal.run([] { return show_box("twenty characters ok"); });
+    wait_for_screen(terminal, framed(7, 9, 2, {"twenty characters ok"}));
+    terminal.resize(14, 8);
+    wait_for_screen(terminal, framed(8, 0, 2, {"twenty chara", "cters ok    "}));
+    terminal.resize(30, 5);
+    wait_for_screen(terminal, framed(5, 4, 1, {"twenty characters ok"}));
+}
+
+} // namespace
+} // namespace kx

@@ -1,0 +1,192 @@
+// Messages and progress: whole texts on both streams, and what a user sees of them on a terminal.
+#include "core/clock.h"
+#include "tests/support/terminal.h"
+#include "ui/col.h"
+#include "ui/con.h"
+#include "ui/msg.h"
+
+#include <climits>
+#include <gtest/gtest.h>
+
+namespace kx {
+namespace {
+
+std::uint32_t now_ms; // the time, as the tests have it
+
+std::string back(std::size_t n) {
+    return std::string(n, '\b');
+}
+
+// What a function writes without a screen: standard output, "&", standard error.
+std::string told(const std::function<void()>& body) {
+    msg_reset();
+    now_ms = UINT_MAX - 100; // the stopwatch runs over the clock's wrap-around
+    clock_set_source([] { return now_ms; });
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    body();
+    const std::string out = testing::internal::GetCapturedStdout();
+    return out + "&" + testing::internal::GetCapturedStderr();
+}
+
+void one_of_each() {
+    msg_info("i%d", 1);
+    msg_warning("w%d", 2);
+    msg_error("e%d", 3);
+    msg_message("m%d", 4);
+    msg_print("p%d\n", 5);
+    msg_tick();
+    progress_begin("b%d", 6);
+    progress_update(3, 4);
+    progress_end(0);
+}
+
+TEST(Msg, VerbosityAndModeDecideWhatIsTold) {
+    const std::string shown = "*b6[-] 3/4 075%" + back(12) + "[ok]        \n\r&";
+    const struct {
+        int mode;
+        Verbosity level;
+        std::string text;
+    } rows[] = {
+        {0, {}, shown + "error: e3 \nm4 p5\n\n"},
+        {1, {.warn = 1}, shown + "warning: w2 \nerror: e3 \nm4 p5\n\n"},
+        {9, {.verbose = 1}, shown + "info: i1 \nwarning: w2 \nerror: e3 \nm4 p5\n\n"},
+        {0, {1, 1, 1}, "*&error: e3 \nm4 \n"},
+        {2, {0, 1, 1}, "&"},
+        {4, {0, 1, 1}, "&"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(row.text, told([&] {
+                      msg_set_output(row.mode);
+                      verbosity = row.level;
+                      one_of_each();
+                  }));
+    }
+}
+
+TEST(Msg, TextsOfAnyLengthButNoControlsReachTheTerminal) {
+    const char* const hostile = "a\x1b[2J\x7f\x07 \xc3\xa4\xc2\x9b\xff\t\b\r\n";
+    EXPECT_EQ(told([&] { msg_print("%s%c%s", hostile, 0, "end"); }),
+              "&a\\x1B[2J\\x7F\\x07 \xc3\xa4\\xC2\\x9B\xff\t\b\r\n\\x00end");
+    const std::string big(100000, 'x');
+    EXPECT_EQ(told([&] { msg_message("%s", big.c_str()); }), "&" + big + " ");
+}
+
+TEST(Progress, RedrawsInPlaceAtMostFourTimesASecond) {
+    const std::string text = told([] {
+        progress_begin("load");
+        progress_update(0, 0); // only the spinner
+        progress_update(42, 123456);
+        now_ms += 249;
+        progress_update(200, 123456);
+        now_ms += 1;
+        progress_update(42, 123456);
+        now_ms += 250;
+        progress_update(59, 123456); // the step is 30: nothing new to see
+        progress_update(7, 9);
+        now_ms += 1000;
+        progress_update2(3, 10);
+        progress_end(0);
+        progress_begin("save");
+        progress_update2(500, 4000);
+        progress_end(-1);
+        progress_update(1, 2); // no display is left to redraw
+    });
+    EXPECT_EQ(text, "load[-]" + back(3) + "[/]     42/123456 000%" + back(22) +
+                        std::string(22, ' ') + back(22) + "[|] 7/9 077%" + back(12) +
+                        "[\\] 7/9 077% ( 3/10)" + back(20) + "[ok]                \n\r" +
+                        "save[-] ( 500/4000)" + back(15) + "[error]        \n\r&");
+}
+
+TEST(Progress, NoNumberBreaksIt) {
+    for (const auto& [cur, total, text] : std::initializer_list<std::tuple<int, int, std::string>>{
+             {INT_MAX, INT_MAX, "[-] 2147483647/2147483647 100%"},
+             {INT_MIN, -1, "[-] -2147483648/-1 2147483647%"},
+             {1048576, 1048577, "[-] 1048576/1048577 099%"},
+             {-5, 10, "[-] -5/10 -50%"},
+             {0, 0, "[-]"}}) {
+        const auto body = [n = cur, of = total] {
+            progress_begin("%s", "");
+            progress_update(n, of);
+        };
+        EXPECT_EQ(told(body), text + back(text.size()) + "&");
+    }
+}
+
+TEST(Progress, MessagesInBetweenTakeLinesOfTheirOwn) {
+    test::Terminal terminal(80, 6);
+    terminal.run([] {
+        clock_set_source([] { return now_ms; });
+        verbosity.warn = 1;
+        progress_begin("a title");
+        progress_update(100, 200);
+        msg_warning("odd");
+        now_ms += 250;
+        progress_update(150, 200);
+        progress_end(-1);
+        msg_error("bad");
+        progress_begin("b");
+        progress_end(0);
+        return 0;
+    });
+    terminal.wait_exit();
+    EXPECT_EQ(terminal.screen(), "a title\nwarning: odd\n[error]\nerror: bad\nb[ok]\n\n");
+}
+
+TEST(Msg, MessagesNeitherSpoilTheScreenNorAreLostWithIt) {
+    const auto body = [] {
+        con_open();
+        msg_error("first");
+        msg_message("second");
+        con_puts("shown");
+        return con_getkey();
+    };
+    for (const bool split : {false, true}) {
+        test::Terminal terminal(40, 5);
+        terminal.run(body, {.split_stderr = split});
+        terminal.wait_for("shown");
+        EXPECT_EQ(terminal.screen(), "shown\n\n\n\n\n");
+        EXPECT_EQ(terminal.error_text(), split ? "error: first second " : "");
+        terminal.type("x");
+        terminal.wait_exit();
+        const bool held = terminal.screen().find("error: first\nsecond\n") != std::string::npos;
+        EXPECT_NE(held, split) << terminal.screen();
+    }
+}
+
+TEST(Windowed, ProgressHasABoxAndErrorsWaitForAKey) {
+    test::Terminal terminal(44, 4);
+    terminal.run([] {
+        msg_reset();
+        con_open();
+        key_textcolour[COL_WINDOW] = 7;
+        key_textcolour[COL_WINDOW_PROGRESS] = 3;
+        key_textcolour[COL_WINDOW_PROGRESS_ERROR] = 4;
+        msg_set_output(MSG_WINDOWED);
+        verbosity = {.verbose = 1, .warn = 1};
+        one_of_each();
+        progress_begin("sending %s", "it");
+        progress_update(10, 40);
+        con_getkey();
+        progress_end(-1);
+        return 0;
+    });
+    const std::string edge = " ·----------------------------------------·\n";
+    const std::string title = edge + " |sending it                              |\n |";
+    const std::string running = title + "               10/40  25% - 0/1   0% [/]|\n" + edge;
+    const std::string failed = title + "                                [error] |\n" + edge;
+    for (const std::string& shown :
+         {std::string("|error: e3|"), std::string("|m4    |"), running}) {
+        terminal.wait_for(shown);
+        terminal.type(" ");
+    }
+    terminal.wait_for(failed);
+    EXPECT_EQ(terminal.cell(34, 2).fg, 6); // [
+    EXPECT_EQ(terminal.cell(35, 2).fg, 1); // error
+    EXPECT_EQ(terminal.cell(40, 2).fg, 7); // ]
+    terminal.type(" ");
+    EXPECT_EQ(terminal.wait_exit(), 0);
+}
+
+} // namespace
+} // namespace kx
