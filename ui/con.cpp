@@ -83,7 +83,7 @@ void draw_cell(wchar_t c, int width) {
 
 void draw_wide(wchar_t c) {
     const int width = wcwidth(c);
-    if (width >= 0) {
+    if (width >= 0 && c != 0) {
         draw_cell(c, width);
     } else {
         draw_cell(L' ', 1); // a control character
@@ -225,7 +225,7 @@ void con_gotoxy(int x, int y) {
 
 void con_left() {
     if (con_screen_active()) {
-        move_to(std::max(con_wherex() - 1, 0), con_wherey());
+        move_to(std::max(state.x - 1, 0), state.y);
     } else {
         std::putchar('\b');
     }

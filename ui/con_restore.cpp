@@ -151,10 +151,13 @@ void con_after_screen(const char* text) {
 }
 
 void con_write_held() {
-    const SignalsBlocked blocked;
-    std::fputs(state.held.c_str(), stdout);
+    std::string text;
+    {
+        const SignalsBlocked blocked;
+        text.swap(state.held);
+    }
+    std::fputs(text.c_str(), stdout);
     std::fflush(stdout);
-    state.held.clear();
 }
 
 } // namespace kx

@@ -18,8 +18,8 @@ struct Cell {
 };
 
 struct RunOptions {
-    std::map<std::string, std::string> env =
-        {};                     // beside TERM and LANG=C.UTF-8; "" removes a variable
+    /// Beside TERM and LANG=C.UTF-8; "" removes a variable.
+    std::map<std::string, std::string> env = {};
     std::string cwd = {};       // empty: the test's own
     std::string term = "xterm"; // TERM
     bool split_stderr = false;  // standard error to `error_text` instead of the screen
