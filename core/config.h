@@ -41,12 +41,13 @@ int config_load_roms(const std::string& directory, const IniDocument& target_doc
 /// Reads the default symbol files of `[symbols]` into the symbol store. Always 0.
 int config_load_symbols(const std::string& directory, const IniDocument& target_doc);
 
-/// The sections and items of a target file that the loader and the written template know, each as
-/// "section" and "key", in the order of a written file. Ends with a null section.
-struct ConfigItem {
-    const char* section;
-    const char* key; // null: the section itself
-};
-extern const ConfigItem config_target_items[];
+/// Adds what a target file is expected to hold and the document does not: the sections, and in a
+/// document without any section their items too, all empty. Items that a loaded file leaves out
+/// stay out.
+void config_target_complete(IniDocument& target_doc);
+
+/// `num` of the section: how many items n0, n1, ... it lists. Above 4096 an error message says so
+/// and 4096 is the result. A missing section ends the program.
+int config_item_count(const IniDocument& doc, const std::string& section);
 
 } // namespace kx
