@@ -1,0 +1,129 @@
+// Character sets: the conversions in all forms, reading of charset files, and the shipped tables.
+#include "charsets/charset.h"
+
+#include "support/temp_dir.h"
+
+#include <gmock/gmock.h>
+
+#include <string>
+
+namespace kx {
+namespace {
+
+std::string to_ascii(const std::string& codes, unsigned flags) {
+    std::string out(codes.size() * 3, '\xEE');
+    const auto* source = reinterpret_cast<const std::uint8_t*>(codes.data());
+    const char* end = charset_to_ascii(out.data(), source, codes.size(), flags);
+    if (end == out.data()) { // the forms that return the start fill one character per code
+        end += codes.size();
+    }
+    return {out.data(), static_cast<std::size_t>(end - out.data())};
+}
+
+std::string from_ascii(const std::string& text, std::size_t length, unsigned flags) {
+    std::string out(length, '\xEE');
+    auto* start = reinterpret_cast<std::uint8_t*>(out.data());
+    const auto* end = charset_from_ascii(start, text.data(), text.size(), length, flags);
+    return end == start ? out : out.substr(0, static_cast<std::size_t>(end - start));
+}
+
+void load_shipped() {
+    IniDocument doc;
+    ini_create(doc, "kx.ini");
+    ini_add_section(doc, "charsets");
+    for (const char* key : {"upasc", "loasc", "upscr", "loscr"}) {
+        ini_set_item(doc, "charsets", key, std::string("pet_") + key);
+    }
+    EXPECT_EQ(charset_load_defaults(KX_SOURCE_DIR "/base/", doc), 0);
+}
+
+TEST(Charset, EveryFormToAscii) {
+    EXPECT_FALSE(charset_is_loaded(CHARSET_LOASC));
+    EXPECT_EQ(to_ascii("A\x01", CHARSET_LOASC | CHARSET_ESCAPE), "%41%01"); // nothing loaded
+    load_shipped();
+    EXPECT_TRUE(charset_is_loaded(CHARSET_LOASC));
+    const struct {
+        unsigned flags;
+        const char* expected;
+    } rows[] = {
+        {CHARSET_LOASC, "aB1"},
+        {CHARSET_LOASC | CHARSET_ESCAPE | CHARSET_DOT, "aB1"},
+        {CHARSET_LOASC | CHARSET_DOT, "aB1."},
+        {CHARSET_LOASC | CHARSET_ESCAPE, "aB1%9e"},
+        {0, "A\xC2"
+            "1\x9E"},
+        {CHARSET_ESCAPE, "A\xC2"
+                         "1\x9E"},
+        {CHARSET_DOT, "A.1."},
+        {CHARSET_DOT | CHARSET_ESCAPE | 7, "A.1."},
+    };
+    for (const auto& row : rows) {
+        EXPECT_STREQ(to_ascii("A\xC2"
+                              "1\x9E",
+                              row.flags)
+                         .c_str(),
+                     row.expected)
+            << row.flags;
+    }
+}
+
+TEST(Charset, EscapesFromAscii) {
+    load_shipped();
+    const struct {
+        const char* text;
+        std::size_t length;
+        unsigned flags;
+        std::string expected;
+    } rows[] = {
+        {"aB%1", 4, CHARSET_LOASC, "A\xC2%1"},
+        {"%41x", 2, CHARSET_LOASC | CHARSET_ESCAPE, "AX"}, // length counts bytes of output
+        {"%4a", 1, CHARSET_LOASC | CHARSET_ESCAPE, "\x40"},
+        {"%1f", 1, CHARSET_LOASC | CHARSET_ESCAPE, "\x15"},
+        {"%z1", 1, CHARSET_LOASC | CHARSET_ESCAPE, "\xF1"},
+        {"%2z", 1, CHARSET_LOASC | CHARSET_ESCAPE, "\x1F"},
+        {"a%4", 9, CHARSET_LOASC | CHARSET_ESCAPE, "A"}, // cut off at the text's end
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(from_ascii(row.text, row.length, row.flags), row.expected) << row.text;
+    }
+}
+
+TEST(Charset, ShortAndMissingRowsRepeatTheRowBefore) {
+    const test::TempDir dir;
+    const std::string path =
+        dir.write("x.ini", "[toasc]\nn0=1,2,0x103\nn1=9\nn3=010\n[fromasc]\nn15=-1\n");
+    Charset charset = {};
+    EXPECT_EQ(charset_load(charset.to_ascii, charset.from_ascii, path), 1);
+    const CharsetTable& to = charset.to_ascii;
+    EXPECT_THAT(std::vector(to.begin(), to.begin() + 4), testing::ElementsAre(1, 2, 3, 0));
+    EXPECT_THAT(std::vector(to.begin() + 0x20, to.begin() + 0x23), testing::ElementsAre(9, 2, 3));
+    EXPECT_EQ(to[0x30], 8);
+    EXPECT_EQ(to[0xF0], 8);
+    EXPECT_EQ(charset.from_ascii[0x00], 8); // the work row lives on into the second table
+    EXPECT_EQ(charset.from_ascii[0xF0], 0xFF);
+
+    EXPECT_EQ(charset_load(charset.to_ascii, charset.from_ascii, dir.file("none.ini")), 1);
+    EXPECT_EQ(charset.to_ascii[0], 1);
+    const std::string half = dir.write("half.ini", "[toasc]\nn0=1\n");
+    EXPECT_EXIT(charset_load(charset.to_ascii, charset.from_ascii, half),
+                testing::ExitedWithCode(255), "");
+}
+
+TEST(Charset, ShippedTablesRoundTripWhatTheSetHolds) {
+    load_shipped();
+    const std::string common = " !\"#$%&'()*+,-./0123456789:;<=>?@[\\]^_|";
+    for (unsigned mode = CHARSET_UPASC; mode <= CHARSET_LOSCR; mode++) {
+        const bool lower = mode == CHARSET_LOASC || mode == CHARSET_LOSCR;
+        const std::string text = common + "ABCXYZ" + (lower ? "abcxyz" : "");
+        const std::string codes = from_ascii(text, text.size(), mode);
+        EXPECT_EQ(to_ascii(codes, mode), text) << mode;
+    }
+    EXPECT_EQ(from_ascii("Hello, 64", 9, CHARSET_LOASC), "\xC8"
+                                                         "ELLO, 64");
+    EXPECT_EQ(from_ascii("hello", 5, CHARSET_UPASC), "HELLO");
+    EXPECT_EQ(from_ascii("Hi@", 3, CHARSET_LOSCR), std::string("H\x09\0", 3));
+    EXPECT_EQ(to_ascii("\x88\xC9", CHARSET_LOSCR), "hI"); // reversed characters
+}
+
+} // namespace
+} // namespace kx
