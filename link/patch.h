@@ -1,0 +1,25 @@
+// Smart patches: find a masked byte pattern in target memory, write bytes at a distance from
+// every place where it occurs.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace kx {
+
+constexpr std::size_t PATCH_MATCHES_MAX = 64; // addresses kept for the report
+
+/// 1, or -1 when the user ended the search with ESC; what was patched by then stays patched.
+int patch_search_apply(const std::string& name, std::span<const std::uint8_t> record,
+                       std::uint32_t start, std::uint32_t size);
+
+/// Loads the patch of that section from the active configuration's patch file and applies it to
+/// [start, start + size). A section that the file lacks ends the program.
+int patch_apply_named(const std::string& section, std::uint32_t start, std::uint32_t size);
+
+/// Applies every patch listed in `patches_auto` to the range.
+int patch_apply_defaults(std::uint32_t start, std::uint32_t size);
+
+} // namespace kx

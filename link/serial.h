@@ -1,0 +1,71 @@
+// One serial line: a terminal device set to raw 8N1 with hardware flow control.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <termios.h>
+
+namespace kx {
+
+/// All state of one line. The link to the stub is one, the debug console another. A line that is
+/// destroyed is closed.
+struct SerialLine {
+    std::string device = "/dev/ttyS1"; // the last device opened
+    int fd = -1;
+    std::FILE* stream = nullptr; // on the same descriptor, which it owns once it is open
+    termios saved = {};          // as found before opening, put back on close
+    termios settings = {};       // as set
+    bool is_open = false;
+    bool read_error = true; // whether the last read of one byte gave none
+    bool write_error = true;
+    std::uint8_t last_byte = 0;
+
+    SerialLine() = default;
+    ~SerialLine();
+    SerialLine(const SerialLine&) = delete;
+    SerialLine& operator=(const SerialLine&) = delete;
+};
+
+/// The modem-line calls, behind a seam: tests watch them, and a pseudo-terminal refuses them,
+/// which is no failure. Each gets or sets the TIOCM_ bits; 0, or -1 and nothing stored.
+struct SerialModem {
+    int (*get)(int fd, int* bits);
+    int (*set)(int fd, int bits);
+};
+void serial_set_modem(const SerialModem* modem); // null: the system's own
+
+/// Opens `device` (empty: the line's own, the last one opened) at `baud`: 9600, 19200, 38400,
+/// 57600 or 115200. A device that is busy is waited for, a try per second, without limit.
+/// 1; 0 when the terminal settings cannot be read, set or flushed, or the baud rate is not
+/// supported ("error: %ldbaud not supported.\n" on standard output; the device stays open); -1
+/// when the device cannot be opened. The line is closed when the program exits.
+int serial_open(SerialLine& line, const std::string& device, long baud);
+
+/// Drops DTR, puts the saved settings back and closes; nothing when the line is not open.
+void serial_close(SerialLine& line);
+
+/// Writes a byte: 0, or 1 when it was not written (also kept in `write_error`).
+int serial_putc(SerialLine& line, std::uint8_t byte);
+
+/// Writes a run of bytes in as few system calls as it can. The number written; `write_error` is
+/// set when it is less than `length`.
+std::size_t serial_write(SerialLine& line, const std::uint8_t* bytes, std::size_t length);
+
+/// Reads a byte, waiting for it. 0 with `read_error` set when the line is closed or gone.
+std::uint8_t serial_getc(SerialLine& line);
+
+/// Reads a byte when one is waiting, otherwise 0 with `read_error` set.
+std::uint8_t serial_getc_nowait(SerialLine& line);
+
+/// Reads what is waiting, at most `length` bytes, without waiting for more. The number read.
+std::size_t serial_read_waiting(SerialLine& line, std::uint8_t* bytes, std::size_t length);
+
+/// 1 if a byte can be read without waiting.
+int serial_has_data(SerialLine& line);
+
+void serial_set_dtr(SerialLine& line);
+void serial_clear_dtr(SerialLine& line);
+
+} // namespace kx

@@ -1,0 +1,37 @@
+// The debug stub's command set: memory, program counter, execution and disc image blocks, over
+// the port. Every command is "A", a letter, and arguments of as many bytes as an address of the
+// target needs, lowest byte first.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <span>
+
+namespace kx {
+
+// All transfers: 1, or -1 after a time-out of about ten seconds for one byte, a read or write
+// error, or a surplus byte; the input is drained then, so that the next command can work.
+
+/// `B`: the bytes to the addresses from `start` on; `end` is the end address as it is sent, which
+/// is not the same for every caller.
+int stub_write_memory(std::uint32_t start, std::uint32_t end, std::span<const std::uint8_t> bytes);
+
+/// `C`: fills `bytes` from `start` on.
+int stub_read_memory(std::uint32_t start, std::span<std::uint8_t> bytes);
+
+/// `D` and `K`.
+void stub_set_pc(std::uint32_t address);
+void stub_execute();
+
+/// A place on a disc image.
+struct StubBlock {
+    int track = 1; // from 1
+    int sector = 0;
+    int offset = 0; // byte within the sector
+};
+
+/// `L` and `M`: a run of bytes of a disc image, from a place within one sector.
+int stub_write_image(const StubBlock& place, std::span<const std::uint8_t> bytes);
+int stub_read_image(const StubBlock& place, std::span<std::uint8_t> bytes);
+
+} // namespace kx
