@@ -22,8 +22,8 @@ extern PortState port_state;
 /// The serial line of the link.
 extern SerialLine port_line;
 
-/// 1 when open (also when it was already; also when the line's settings failed, which the first
-/// exchange will show), -1 after 16 attempts.
+/// Opens the serial line: 1 (also when it was open already), -1 after 16 attempts. 0 when the
+/// line's settings failed: the port counts as open, and the first exchange fails.
 int port_open(const std::string& device, long baud);
 
 /// Drains the input, clears both error flags and closes.
@@ -32,16 +32,21 @@ void port_close();
 /// 1 if a byte can be read without waiting.
 int port_has_data();
 
+/// Whether the line is closed or has hung up, so that nothing will come any more.
+bool port_is_gone();
+
 /// A byte, waited for; 0 and the read error when the line is closed or gone.
 std::uint8_t port_getc();
 
 /// A byte if one is waiting, otherwise 0 and the read error.
 std::uint8_t port_getc_nowait();
 
-/// Discards what is waiting and clears the read error. 1 if anything was discarded.
+/// Discards what is waiting (of a flood, the first mebibyte) and clears the read error. 1 if
+/// anything was discarded.
 int port_flush_input();
 
-/// One byte, throttled by `max_speed` of the active configuration.
+/// One byte, throttled by `max_speed` of the active configuration: at least 5000000 / max_speed
+/// milliseconds after the last one that was waited for; 0 (or less) is no limit.
 void port_putc(std::uint8_t byte);
 
 /// Bytes in order, each throttled; stops at the first write error. Without a throttle they go out

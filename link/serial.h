@@ -3,7 +3,6 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <memory>
 #include <string>
 #include <termios.h>
 
@@ -17,6 +16,8 @@ struct SerialLine {
     std::FILE* stream = nullptr; // on the same descriptor, which it owns once it is open
     termios saved = {};          // as found before opening, put back on close
     termios settings = {};       // as set
+    bool has_saved = false;      // whether `saved` was read
+    SerialLine* next = nullptr;  // of the lines that hold a device, which the exit hook closes
     bool is_open = false;
     bool read_error = true; // whether the last read of one byte gave none
     bool write_error = true;
@@ -36,6 +37,10 @@ struct SerialModem {
 };
 void serial_set_modem(const SerialModem* modem); // null: the system's own
 
+/// How long a write waits for a device that takes no bytes; tests shorten it.
+constexpr int SERIAL_WRITE_LIMIT_MS = 10000;
+void serial_set_write_limit(int milliseconds);
+
 /// Opens `device` (empty: the line's own, the last one opened) at `baud`: 9600, 19200, 38400,
 /// 57600 or 115200. A device that is busy is waited for, a try per second, without limit.
 /// 1; 0 when the terminal settings cannot be read, set or flushed, or the baud rate is not
@@ -43,14 +48,15 @@ void serial_set_modem(const SerialModem* modem); // null: the system's own
 /// when the device cannot be opened. The line is closed when the program exits.
 int serial_open(SerialLine& line, const std::string& device, long baud);
 
-/// Drops DTR, puts the saved settings back and closes; nothing when the line is not open.
+/// Drops DTR, puts the saved settings back and closes. Nothing when the line is not open, but a
+/// device that an opening with result 0 has left open is let go.
 void serial_close(SerialLine& line);
 
 /// Writes a byte: 0, or 1 when it was not written (also kept in `write_error`).
 int serial_putc(SerialLine& line, std::uint8_t byte);
 
 /// Writes a run of bytes in as few system calls as it can. The number written; `write_error` is
-/// set when it is less than `length`.
+/// set when it is less than `length`. A device that takes no byte for ten seconds is an error.
 std::size_t serial_write(SerialLine& line, const std::uint8_t* bytes, std::size_t length);
 
 /// Reads a byte, waiting for it. 0 with `read_error` set when the line is closed or gone.
@@ -64,6 +70,9 @@ std::size_t serial_read_waiting(SerialLine& line, std::uint8_t* bytes, std::size
 
 /// 1 if a byte can be read without waiting.
 int serial_has_data(SerialLine& line);
+
+/// True when the line is closed or the device has hung up.
+bool serial_is_gone(const SerialLine& line);
 
 void serial_set_dtr(SerialLine& line);
 void serial_clear_dtr(SerialLine& line);

@@ -10,7 +10,9 @@
 namespace kx {
 
 // All transfers: 1, or -1 after a time-out of about ten seconds for one byte, a read or write
-// error, or a surplus byte; the input is drained then, so that the next command can work.
+// error, or a surplus byte; the input is drained then, so that the next command can work. What a
+// failed read leaves in the buffer means nothing. No bytes of memory are no command: a start that
+// is its own end would mean the whole address space.
 
 /// `B`: the bytes to the addresses from `start` on; `end` is the end address as it is sent, which
 /// is not the same for every caller.
@@ -22,6 +24,10 @@ int stub_read_memory(std::uint32_t start, std::span<std::uint8_t> bytes);
 /// `D` and `K`.
 void stub_set_pc(std::uint32_t address);
 void stub_execute();
+
+/// Replaces the millisecond's sleep between two polls of the input, of which there are 10000 for
+/// a byte; null for the real one. Tests shorten it.
+void stub_set_sleep(void (*sleep)());
 
 /// A place on a disc image.
 struct StubBlock {

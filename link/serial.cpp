@@ -1,0 +1,242 @@
+// The serial line: opening a terminal device as raw 8N1, moving bytes, and putting back the
+// settings that were found.
+#include "link/serial.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace kx {
+
+namespace {
+
+int system_modem_get(int fd, int* bits) {
+    return ioctl(fd, TIOCMGET, bits);
+}
+
+int system_modem_set(int fd, int bits) {
+    return ioctl(fd, TIOCMSET, &bits);
+}
+
+constexpr SerialModem system_modem = {.get = system_modem_get, .set = system_modem_set};
+
+struct {
+    const SerialModem* modem = &system_modem;
+    int write_limit_ms = SERIAL_WRITE_LIMIT_MS;
+    bool hooked = false;         // whether the exit hook is registered
+    SerialLine* first = nullptr; // of the lines that hold a device
+} state;
+
+struct Speed {
+    long baud;
+    speed_t speed;
+};
+constexpr Speed speeds[] = {
+    {9600, B9600}, {19200, B19200}, {38400, B38400}, {57600, B57600}, {115200, B115200},
+};
+
+const Speed* find_speed(long baud) {
+    for (const Speed& row : speeds) {
+        if (row.baud == baud)
+            return &row;
+    }
+    return nullptr;
+}
+
+void set_modem_bit(const SerialLine& line, int bit, bool on) {
+    int bits = 0;
+    if (state.modem->get(line.fd, &bits) == 0)
+        state.modem->set(line.fd, on ? bits | bit : bits & ~bit);
+}
+
+void close_all() {
+    while (state.first != nullptr)
+        serial_close(*state.first);
+}
+
+// The descriptor and the stream on it. 1, or -1 when the device cannot be had.
+int acquire(SerialLine& line, const std::string& device) {
+    int fd = open(device.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    while (fd < 0 && errno == EBUSY) {
+        sleep(1);
+        fd = open(device.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    }
+    if (fd < 0)
+        return -1;
+    line.stream = fdopen(fd, "a+");
+    if (line.stream == nullptr) {
+        ::close(fd);
+        return -1;
+    }
+    line.fd = fd;
+    line.device = device;
+    line.next = state.first;
+    state.first = &line;
+    return fcntl(fd, F_SETFL, 0) == 0 ? 1 : 0; // reads block from here on
+}
+
+// Raw 8N1 with hardware flow control, from an all-zero record: nothing of what was set before
+// stays.
+termios raw_settings(speed_t speed) {
+    termios settings = {};
+    settings.c_iflag = IGNPAR;
+    settings.c_cflag = CS8 | CREAD | CLOCAL | CRTSCTS;
+#ifdef FLUSHO
+    settings.c_lflag = FLUSHO; // meant, though nothing is to be discarded: systems ignore it
+#endif
+    settings.c_cc[VMIN] = 1; // a read blocks until a byte has come
+    settings.c_cc[VTIME] = 0;
+    cfsetispeed(&settings, speed);
+    cfsetospeed(&settings, speed);
+    return settings;
+}
+
+// Waits until the device takes bytes again; false when it did not in time.
+bool wait_writable(const SerialLine& line) {
+    pollfd wait = {line.fd, POLLOUT, 0};
+    int ready = 0;
+    do {
+        ready = poll(&wait, 1, state.write_limit_ms);
+    } while (ready < 0 && errno == EINTR);
+    return ready > 0;
+}
+
+std::size_t write_all(const SerialLine& line, const std::uint8_t* bytes, std::size_t length) {
+    std::size_t done = 0;
+    while (done < length) {
+        ssize_t sent = ::write(line.fd, bytes + done, length - done);
+        if (sent > 0) {
+            done += static_cast<std::size_t>(sent);
+        } else if (sent == 0 || (errno != EINTR && (errno != EAGAIN || !wait_writable(line)))) {
+            break;
+        }
+    }
+    return done;
+}
+
+// At least one byte, waited for, and what else is there. 0 when the line is closed or gone.
+std::size_t read_some(SerialLine& line, std::uint8_t* bytes, std::size_t length) {
+    ssize_t got = 0;
+    if (line.is_open && length > 0) {
+        do {
+            got = ::read(line.fd, bytes, length);
+        } while (got < 0 && errno == EINTR);
+    }
+    line.read_error = got <= 0;
+    return got > 0 ? static_cast<std::size_t>(got) : 0;
+}
+
+} // namespace
+
+SerialLine::~SerialLine() {
+    serial_close(*this);
+}
+
+void serial_set_modem(const SerialModem* modem) {
+    state.modem = modem != nullptr ? modem : &system_modem;
+}
+
+void serial_set_write_limit(int milliseconds) {
+    state.write_limit_ms = milliseconds;
+}
+
+int serial_open(SerialLine& line, const std::string& device, long baud) {
+    if (!state.hooked)
+        state.hooked = std::atexit(close_all) == 0;
+    serial_close(line);
+    const int acquired = acquire(line, device.empty() ? line.device : device);
+    if (acquired != 1)
+        return acquired;
+    line.has_saved = tcgetattr(line.fd, &line.saved) == 0;
+    if (!line.has_saved)
+        return 0;
+    const Speed* speed = find_speed(baud);
+    if (speed == nullptr) {
+        std::printf("error: %ldbaud not supported.\n", baud);
+        return 0;
+    }
+    line.settings = raw_settings(speed->speed);
+    if (tcsetattr(line.fd, TCSAFLUSH, &line.settings) != 0 || tcflush(line.fd, TCIOFLUSH) != 0)
+        return 0;
+    serial_set_dtr(line);
+    line.is_open = true;
+    return 1;
+}
+
+void serial_close(SerialLine& line) {
+    if (line.fd < 0)
+        return;
+    if (line.is_open)
+        serial_clear_dtr(line);
+    if (line.has_saved)
+        tcsetattr(line.fd, TCSANOW, &line.saved);
+    std::fclose(line.stream); // and the descriptor with it
+    SerialLine** link = &state.first;
+    while (*link != &line)
+        link = &(*link)->next;
+    *link = line.next;
+    line.next = nullptr;
+    line.stream = nullptr;
+    line.fd = -1;
+    line.has_saved = false;
+    line.is_open = false;
+}
+
+int serial_putc(SerialLine& line, std::uint8_t byte) {
+    return serial_write(line, &byte, 1) == 1 ? 0 : 1;
+}
+
+std::size_t serial_write(SerialLine& line, const std::uint8_t* bytes, std::size_t length) {
+    std::size_t done = 0;
+    if (line.is_open) {
+        // Only while it writes does the line not block: a device that takes nothing any more, its
+        // flow control off for good, is to end the transfer and not to stop the program.
+        fcntl(line.fd, F_SETFL, O_NONBLOCK);
+        done = write_all(line, bytes, length);
+        fcntl(line.fd, F_SETFL, 0);
+    }
+    line.write_error = done < length;
+    return done;
+}
+
+std::uint8_t serial_getc(SerialLine& line) {
+    std::uint8_t byte = 0;
+    if (read_some(line, &byte, 1) == 1)
+        line.last_byte = byte;
+    return byte;
+}
+
+std::uint8_t serial_getc_nowait(SerialLine& line) {
+    std::uint8_t byte = 0;
+    if (serial_read_waiting(line, &byte, 1) == 1)
+        line.last_byte = byte;
+    return byte;
+}
+
+std::size_t serial_read_waiting(SerialLine& line, std::uint8_t* bytes, std::size_t length) {
+    line.read_error = true;
+    return serial_has_data(line) != 0 ? read_some(line, bytes, length) : 0;
+}
+
+int serial_has_data(SerialLine& line) {
+    int waiting = 0;
+    return line.is_open && ioctl(line.fd, FIONREAD, &waiting) == 0 && waiting > 0 ? 1 : 0;
+}
+
+bool serial_is_gone(const SerialLine& line) {
+    pollfd events = {line.fd, 0, 0};
+    return !line.is_open || (poll(&events, 1, 0) > 0 && events.revents != 0);
+}
+
+void serial_set_dtr(SerialLine& line) {
+    set_modem_bit(line, TIOCM_DTR, true);
+}
+
+void serial_clear_dtr(SerialLine& line) {
+    set_modem_bit(line, TIOCM_DTR, false);
+}
+
+} // namespace kx

@@ -1,0 +1,167 @@
+// The scripted target: one thread moves bytes between the line and its two queues and takes
+// commands off the front of what has come in.
+#include "tests/support/scripted_target.h"
+
+#include <chrono>
+#include <cstdlib>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <unistd.h>
+
+namespace kx::test {
+
+using Bytes = std::vector<std::uint8_t>;
+
+void poke(Cells& cells, std::uint32_t first, const Bytes& bytes) {
+    for (std::uint8_t byte : bytes)
+        cells[first++] = byte;
+}
+
+Bytes peek(const Cells& cells, std::uint32_t first, std::size_t count) {
+    Bytes bytes(count);
+    for (std::uint8_t& byte : bytes) {
+        auto cell = cells.find(first++);
+        byte = cell == cells.end() ? 0 : cell->second;
+    }
+    return bytes;
+}
+
+std::string hex(const Bytes& bytes) {
+    std::string text;
+    for (std::uint8_t byte : bytes) {
+        text += text.empty() ? "" : " ";
+        text += "0123456789ABCDEF"[byte >> 4];
+        text += "0123456789ABCDEF"[byte & 15];
+    }
+    return text;
+}
+
+// Sectors before a track of a 1541 disc, counted track by track.
+static std::uint32_t sectors_before(std::uint32_t track) {
+    std::uint32_t sum = 0;
+    for (std::uint32_t t = 1; t < track && t < 43; t++)
+        sum += t < 18 ? 21 : t < 25 ? 19 : t < 31 ? 18 : 17;
+    return sum;
+}
+
+ScriptedTarget::ScriptedTarget(int addr_bits)
+    : arg_bytes_(static_cast<std::size_t>(addr_bits + 7) / 8),
+      mask_(addr_bits >= 32 ? 0xFFFFFFFF : (1U << addr_bits) - 1) {
+    master_ = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    if (master_ >= 0 && grantpt(master_) == 0 && unlockpt(master_) == 0) {
+        device_ = ptsname(master_);
+        slave_ = open(device_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    }
+    if (slave_ < 0) {
+        ADD_FAILURE() << "no pseudo-terminal";
+        std::abort();
+    }
+    thread_ = std::thread(&ScriptedTarget::run, this);
+}
+
+ScriptedTarget::~ScriptedTarget() {
+    ended_ = true;
+    thread_.join();
+    close(slave_);
+    if (!hung_up_)
+        close(master_);
+}
+
+void ScriptedTarget::run() {
+    while (!ended_ && !hung_up_) {
+        // The time-out is for the end of the test, and for answers and faults set meanwhile.
+        const int wanted = (fault == Fault::Deaf ? 0 : POLLIN) | (output_.empty() ? 0 : POLLOUT);
+        pollfd line = {master_, static_cast<short>(wanted), 0};
+        poll(&line, 1, 5);
+        std::lock_guard lock(mutex_);
+        std::uint8_t bytes[65536];
+        ssize_t got = fault == Fault::Deaf ? 0 : read(master_, bytes, sizeof bytes);
+        if (got > 0) {
+            count += static_cast<std::size_t>(got);
+            taken_.insert(taken_.end(), bytes, bytes + got);
+            input_.insert(input_.end(), bytes, bytes + got);
+            while (!input_.empty() && execute()) {
+            }
+            received_.notify_all();
+        }
+        ssize_t sent = output_.empty() ? 0 : write(master_, output_.data(), output_.size());
+        if (sent > 0)
+            output_.erase(output_.begin(), output_.begin() + sent);
+        if (hung_up_)
+            close(master_);
+    }
+}
+
+std::uint32_t ScriptedTarget::argument(std::size_t number) const {
+    std::uint32_t value = 0;
+    for (std::size_t i = 0; i < arg_bytes_; i++)
+        value |= static_cast<std::uint32_t>(input_[2 + number * arg_bytes_ + i]) << 8 * i;
+    return value;
+}
+
+bool ScriptedTarget::execute() {
+    static const std::map<char, std::size_t> arguments = {{'B', 2}, {'C', 2}, {'D', 1},
+                                                          {'K', 0}, {'L', 4}, {'M', 4}};
+    auto known = arguments.find(input_.size() > 1 ? static_cast<char>(input_[1]) : 'K');
+    if (input_[0] != 'A' || known == arguments.end()) {
+        input_.erase(input_.begin()); // not the beginning of a command
+        return true;
+    }
+    const std::size_t header = 2 + known->second * arg_bytes_;
+    if (input_.size() < header)
+        return false;
+    const char letter = known->first;
+    const bool on_disc = letter > 'K';
+    const bool writes = letter == 'B' || letter == 'L';
+    std::uint32_t first = 0;
+    std::size_t length = 0;
+    if (on_disc) {
+        first = (sectors_before(argument(0)) + argument(1)) * 256 + argument(2);
+        length = argument(3);
+    } else if (letter < 'D') {
+        first = argument(1);
+        length = (argument(0) - first - (writes ? write_excess.load() : 0)) & mask_;
+        if (length == 0) // the end of the whole address space is beyond what an argument holds
+            length = std::size_t{mask_} + 1;
+    }
+    if (input_.size() < header + (writes ? length : 0))
+        return false;
+    const auto data = input_.begin() + static_cast<std::ptrdiff_t>(header);
+    const auto end = data + (writes ? length : 0);
+    if (writes)
+        poke(on_disc ? image : memory, first, Bytes(data, end));
+    else if (letter == 'C' || letter == 'M')
+        answer(peek(on_disc ? image : memory, first, length));
+    pc = letter == 'D' ? argument(0) : pc;
+    executions += letter == 'K' ? 1 : 0;
+    commands.push_back(hex(Bytes(input_.begin(), data)));
+    input_.erase(input_.begin(), end);
+    hung_up_ = fault == Fault::HangUp;
+    return true;
+}
+
+void ScriptedTarget::answer(Bytes bytes) {
+    if (fault == Fault::Half || fault == Fault::HangUp)
+        bytes.resize(bytes.size() / 2);
+    if (fault == Fault::Surplus)
+        bytes.push_back(0xEE);
+    if (fault != Fault::Silent)
+        output_.insert(output_.end(), bytes.begin(), bytes.end());
+}
+
+void ScriptedTarget::send(const Bytes& bytes) const {
+    EXPECT_EQ(write(master_, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+}
+
+std::string ScriptedTarget::take(std::size_t bytes) {
+    std::unique_lock lock(mutex_);
+    EXPECT_TRUE(
+        received_.wait_for(lock, std::chrono::seconds(10), [&] { return taken_.size() >= bytes; }))
+        << bytes << " bytes expected, only these came: " << hex(taken_);
+    std::string text = hex(taken_);
+    taken_.clear();
+    return text;
+}
+
+} // namespace kx::test
