@@ -84,8 +84,8 @@ int port_has_data() {
     return is_serial() ? serial_has_data(port_line) : 0;
 }
 
-bool port_is_gone() {
-    return !is_serial() || serial_is_gone(port_line);
+bool port_wait_data(int milliseconds) {
+    return is_serial() && serial_wait_data(port_line, milliseconds);
 }
 
 std::uint8_t port_getc() {

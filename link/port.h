@@ -32,8 +32,9 @@ void port_close();
 /// 1 if a byte can be read without waiting.
 int port_has_data();
 
-/// Whether the line is closed or has hung up, so that nothing will come any more.
-bool port_is_gone();
+/// Waits for a byte, at most that long. False when the line is closed or has hung up, so that
+/// nothing will come any more.
+bool port_wait_data(int milliseconds);
 
 /// A byte, waited for; 0 and the read error when the line is closed or gone.
 std::uint8_t port_getc();

@@ -226,9 +226,9 @@ int serial_has_data(SerialLine& line) {
     return line.is_open && ioctl(line.fd, FIONREAD, &waiting) == 0 && waiting > 0 ? 1 : 0;
 }
 
-bool serial_is_gone(const SerialLine& line) {
-    pollfd events = {line.fd, 0, 0};
-    return !line.is_open || (poll(&events, 1, 0) > 0 && events.revents != 0);
+bool serial_wait_data(const SerialLine& line, int milliseconds) {
+    pollfd wait = {line.fd, POLLIN, 0};
+    return line.is_open && (poll(&wait, 1, milliseconds) <= 0 || wait.revents == POLLIN);
 }
 
 void serial_set_dtr(SerialLine& line) {

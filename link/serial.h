@@ -71,8 +71,8 @@ std::size_t serial_read_waiting(SerialLine& line, std::uint8_t* bytes, std::size
 /// 1 if a byte can be read without waiting.
 int serial_has_data(SerialLine& line);
 
-/// True when the line is closed or the device has hung up.
-bool serial_is_gone(const SerialLine& line);
+/// Waits for a byte, at most that long. False when the line is closed or the device has hung up.
+bool serial_wait_data(const SerialLine& line, int milliseconds);
 
 void serial_set_dtr(SerialLine& line);
 void serial_clear_dtr(SerialLine& line);

@@ -11,7 +11,9 @@ namespace kx {
 
 namespace {
 
-constexpr int POLLS_MAX = 10000; // for one byte, a millisecond apart
+constexpr int POLLS_MAX = 10000;   // for one byte, a millisecond apart
+constexpr std::size_t BURST = 256; // bytes at once: more than a serial line brings in a millisecond
+constexpr int BURST_WAITS = 8;     // after one
 
 void sleep_millisecond() {
     const timespec millisecond = {0, 1000000};
@@ -49,20 +51,23 @@ int receive_failed() {
     return -1;
 }
 
-// Takes what is waiting, and sleeps only when nothing is.
+// Takes what is waiting, and sleeps only when nothing is. A sleep is cheaper than to be woken for
+// every byte of a slow line; but where bytes come in bursts, the next one is waited for instead.
 int receive_data(bool sent, std::span<std::uint8_t> bytes) {
     if (!sent)
         return receive_failed();
+    int waits = BURST_WAITS; // the answer may be quick
     for (int polls = 0; !bytes.empty();) {
         const std::size_t got = port_read_waiting(bytes);
         if (got > 0) {
             bytes = bytes.subspan(got);
             polls = 0;
-        } else if (++polls > POLLS_MAX || port_is_gone()) {
+        } else if (++polls > POLLS_MAX || !port_wait_data(waits > 0 ? 1 : 0)) {
             return receive_failed();
-        } else {
+        } else if (waits <= 0) {
             state.sleep();
         }
+        waits = got >= BURST ? BURST_WAITS : waits - 1;
     }
     // A byte too many means that target and host have lost each other.
     return port_flush_input() == 0 ? 1 : -1;
