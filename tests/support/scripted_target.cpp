@@ -2,12 +2,12 @@
 // commands off the front of what has come in.
 #include "tests/support/scripted_target.h"
 
-#include <chrono>
 #include <cstdlib>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <unistd.h>
+#include <utility>
 
 namespace kx::test {
 
@@ -29,12 +29,10 @@ Bytes peek(const Cells& cells, std::uint32_t first, std::size_t count) {
 
 std::string hex(const Bytes& bytes) {
     std::string text;
-    for (std::uint8_t byte : bytes) {
-        text += text.empty() ? "" : " ";
-        text += "0123456789ABCDEF"[byte >> 4];
-        text += "0123456789ABCDEF"[byte & 15];
-    }
-    return text;
+    for (std::uint8_t byte : bytes)
+        for (char c : {' ', "0123456789ABCDEF"[byte >> 4], "0123456789ABCDEF"[byte & 15]})
+            text += c;
+    return text.empty() ? text : text.substr(1);
 }
 
 // Sectors before a track of a 1541 disc, counted track by track.
@@ -70,7 +68,7 @@ ScriptedTarget::~ScriptedTarget() {
 
 void ScriptedTarget::run() {
     while (!ended_ && !hung_up_) {
-        // The time-out is for the end of the test, and for answers and faults set meanwhile.
+        // The time-out is for the end of the test, and for faults set meanwhile.
         const int wanted = (fault == Fault::Deaf ? 0 : POLLIN) | (output_.empty() ? 0 : POLLOUT);
         pollfd line = {master_, static_cast<short>(wanted), 0};
         poll(&line, 1, 5);
@@ -81,9 +79,8 @@ void ScriptedTarget::run() {
             count += static_cast<std::size_t>(got);
             taken_.insert(taken_.end(), bytes, bytes + got);
             input_.insert(input_.end(), bytes, bytes + got);
-            while (!input_.empty() && execute()) {
-            }
-            received_.notify_all();
+        }
+        while (!input_.empty() && execute()) {
         }
         ssize_t sent = output_.empty() ? 0 : write(master_, output_.data(), output_.size());
         if (sent > 0)
@@ -112,11 +109,11 @@ bool ScriptedTarget::execute() {
     if (input_.size() < header)
         return false;
     const char letter = known->first;
-    const bool on_disc = letter > 'K';
     const bool writes = letter == 'B' || letter == 'L';
+    Cells& cells = letter > 'K' ? image : memory;
     std::uint32_t first = 0;
     std::size_t length = 0;
-    if (on_disc) {
+    if (letter > 'K') {
         first = (sectors_before(argument(0)) + argument(1)) * 256 + argument(2);
         length = argument(3);
     } else if (letter < 'D') {
@@ -125,14 +122,19 @@ bool ScriptedTarget::execute() {
         if (length == 0) // the end of the whole address space is beyond what an argument holds
             length = std::size_t{mask_} + 1;
     }
-    if (input_.size() < header + (writes ? length : 0))
+    if (writes && input_.size() < header + length)
         return false;
     const auto data = input_.begin() + static_cast<std::ptrdiff_t>(header);
-    const auto end = data + (writes ? length : 0);
-    if (writes)
-        poke(on_disc ? image : memory, first, Bytes(data, end));
-    else if (letter == 'C' || letter == 'M')
-        answer(peek(on_disc ? image : memory, first, length));
+    const auto end = data + static_cast<std::ptrdiff_t>(writes ? length : 0);
+    if (writes) {
+        poke(cells, first, Bytes(data, end));
+    } else if (fault != Fault::Silent) {
+        Bytes answer = peek(cells, first, length); // none to `D` and `K`
+        answer.resize(fault == Fault::Half || fault == Fault::HangUp ? length / 2
+                      : fault == Fault::Surplus                      ? length + 1
+                                                                     : length);
+        output_.insert(output_.end(), answer.begin(), answer.end());
+    }
     pc = letter == 'D' ? argument(0) : pc;
     executions += letter == 'K' ? 1 : 0;
     commands.push_back(hex(Bytes(input_.begin(), data)));
@@ -141,27 +143,18 @@ bool ScriptedTarget::execute() {
     return true;
 }
 
-void ScriptedTarget::answer(Bytes bytes) {
-    if (fault == Fault::Half || fault == Fault::HangUp)
-        bytes.resize(bytes.size() / 2);
-    if (fault == Fault::Surplus)
-        bytes.push_back(0xEE);
-    if (fault != Fault::Silent)
-        output_.insert(output_.end(), bytes.begin(), bytes.end());
-}
-
 void ScriptedTarget::send(const Bytes& bytes) const {
     EXPECT_EQ(write(master_, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
 }
 
 std::string ScriptedTarget::take(std::size_t bytes) {
-    std::unique_lock lock(mutex_);
-    EXPECT_TRUE(
-        received_.wait_for(lock, std::chrono::seconds(10), [&] { return taken_.size() >= bytes; }))
-        << bytes << " bytes expected, only these came: " << hex(taken_);
-    std::string text = hex(taken_);
-    taken_.clear();
-    return text;
+    for (int wait = 0; wait < 10000; wait++, usleep(1000)) {
+        std::lock_guard lock(mutex_);
+        if (taken_.size() >= bytes)
+            return hex(std::exchange(taken_, {}));
+    }
+    ADD_FAILURE() << bytes << " bytes expected, only these came: " << hex(taken_);
+    return "";
 }
 
 } // namespace kx::test

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <map>
 #include <mutex>
@@ -28,8 +27,7 @@ using Cells = std::map<std::uint32_t, std::uint8_t>;
 void poke(Cells& cells, std::uint32_t first, const std::vector<std::uint8_t>& bytes);
 std::vector<std::uint8_t> peek(const Cells& cells, std::uint32_t first, std::size_t count);
 
-/// "41 43 01".
-std::string hex(const std::vector<std::uint8_t>& bytes);
+std::string hex(const std::vector<std::uint8_t>& bytes); // "41 43 01"
 
 class ScriptedTarget {
 public:
@@ -42,13 +40,11 @@ public:
     int slave() const { return slave_; } // the same device, open all the time: tcgetattr
 
     std::atomic<Fault> fault = Fault::None;
-
     /// By how much the end of a `B` is too high: 0 for a write of one byte or of a file, 1 for a
     /// block write. The command does not tell, so the test must.
     std::atomic<std::uint32_t> write_excess = 0;
 
-    // The target's side of things, to be touched when the line is at rest: before a command, or
-    // after `take` has seen all of it.
+    // To be touched when the line is at rest: before a command, or after `take` saw all of it.
     Cells memory, image;
     std::vector<std::string> commands; // in hexadecimal, without their data
     std::uint32_t pc = 0;              // set by `D`
@@ -57,7 +53,6 @@ public:
 
     /// Sends bytes that nobody asked for.
     void send(const std::vector<std::uint8_t>& bytes) const;
-
     /// Waits until `bytes` bytes have come since the last take; a test failure after ten seconds.
     /// Returns all that have, as hex() writes them, and forgets them.
     std::string take(std::size_t bytes);
@@ -65,18 +60,15 @@ public:
 private:
     void run();
     bool execute(); // the command that `input_` begins with; false while it is incomplete
-    void answer(std::vector<std::uint8_t> bytes);
     std::uint32_t argument(std::size_t number) const;
 
     const std::size_t arg_bytes_;
     const std::uint32_t mask_;
     std::string device_;
-    int master_ = -1;
-    int slave_ = -1;
+    int master_ = -1, slave_ = -1;
     bool hung_up_ = false;
     std::vector<std::uint8_t> input_, output_, taken_;
     std::mutex mutex_; // of the thread's work
-    std::condition_variable received_;
     std::atomic<bool> ended_ = false;
     std::thread thread_;
 };
