@@ -29,9 +29,10 @@ Bytes peek(const Cells& cells, std::uint32_t first, std::size_t count) {
 
 std::string hex(const Bytes& bytes) {
     std::string text;
-    for (std::uint8_t byte : bytes)
+    for (std::uint8_t byte : bytes) {
         for (char c : {' ', "0123456789ABCDEF"[byte >> 4], "0123456789ABCDEF"[byte & 15]})
             text += c;
+    }
     return text.empty() ? text : text.substr(1);
 }
 
