@@ -10,6 +10,17 @@
 
 namespace kx {
 
+namespace {
+
+/// Invisible characters that direct how others are laid out: with them a text could show
+/// something else than it says.
+bool is_layout_control(wchar_t c) {
+    return (c >= 0x200B && c <= 0x200F) || (c >= 0x2028 && c <= 0x202E) ||
+           (c >= 0x2060 && c <= 0x206F) || c == 0x061C || c == 0xFEFF;
+}
+
+} // namespace
+
 CellChar cell_char(std::string_view text) {
     if (ascii_is_control(text[0])) {
         return {.bytes = 1, .columns = 1, .shown = " "};
@@ -21,7 +32,7 @@ CellChar cell_char(std::string_view text) {
         return {.bytes = 1, .columns = 1, .shown = "."};
     }
     const int columns = wcwidth(wide);
-    if (columns < 0) {
+    if (columns < 0 || is_layout_control(wide)) {
         return {.bytes = bytes, .columns = 1, .shown = "."};
     }
     return {.bytes = bytes, .columns = columns, .shown = text.substr(0, bytes)};

@@ -15,7 +15,8 @@ struct CellChar {
 };
 
 /// The first character of a text that is not empty. A control character shows as a blank; a byte
-/// that is no character in the locale, or one that cannot be shown, as ".".
+/// that is no character in the locale, one that cannot be shown, and one that would reorder the
+/// text around it, as ".".
 CellChar cell_char(std::string_view text);
 
 /// Writes as much of `text` at the cursor as fits into `room` columns; returns the columns taken.

@@ -162,10 +162,21 @@ void draw_text(const char* text, std::size_t size) {
     }
 }
 
+// Plain characters, in one stroke: whole screens are cleared through here.
 void put_repeated(int n, char c) {
-    for (int i = 0; i < n; ++i) {
-        con_putch(c);
+    if (!con_screen_active()) {
+        for (int i = 0; i < n; ++i) {
+            std::putchar(c);
+        }
+        return;
     }
+    n = std::max(n, 0);
+    const int first = std::max(state.x, 0);
+    const int last = std::min(state.x + n, con_cols());
+    if (state.y >= 0 && state.y < con_rows() && first < last) {
+        mvhline(state.y, first, static_cast<chtype>(c), last - first);
+    }
+    move_to(state.x + n, state.y);
 }
 
 void put_corner() {

@@ -2,19 +2,23 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <string>
 #include <string_view>
-
-#include <memory>
+#include <vector>
 
 namespace kx {
 
-struct LineDocStore;
+struct LineBlock;
 
+/// The text only ever grows: what was read stays, also when the file is cut short behind it.
 struct LineDoc {
     std::string file_name; // as opened
-    int file_type = -1;    // file type identifier; -1: derived from the name
-    std::unique_ptr<LineDocStore> store;
+    int file_type = -1;    // file type identifier; -1: whoever asks derives it from the name
+    std::vector<std::unique_ptr<LineBlock>> blocks;
+    std::size_t lines = 0;
+    std::size_t bytes = 0;
+    bool line_open = false; // the last line has no line end yet
 
     LineDoc();
     ~LineDoc();
@@ -34,21 +38,31 @@ struct LineSource {
     LineSource& operator=(LineSource&& other) noexcept;
 };
 
-/// Opens the file and names the document after it. A source with fd -1 when it cannot be opened;
-/// a directory cannot.
-LineSource linedoc_open(LineDoc& doc, const std::string& path);
+/// Opens the file `dir` + `name` and names the document after it. A source with fd -1 when it
+/// cannot be opened; a directory cannot. A pipe is opened without waiting for its writer. Without
+/// memory for the name the program ends: see `linedoc_read`.
+LineSource linedoc_open(LineDoc& doc, const std::string& dir, const std::string& name);
 
 /// Takes what the source has now, at most 64 KiB, without waiting for more. The number of bytes
 /// taken: 0 when there is nothing now; a file that grows may have more later. -1 when nothing
-/// more can come (a pipe whose writer is gone, an error).
+/// more can come (a pipe whose writer is gone, an error). Without memory for the text the screen
+/// is closed and the program ends with status 0 and an error message on standard error.
 long linedoc_read(LineDoc& doc, LineSource& source);
 
 /// Lines held; the last one may lack its line end and grow.
 std::size_t linedoc_count(const LineDoc& doc);
 
-/// Draws line `index` at the cursor: from column `offset` of the line on, at most `width` cells,
-/// the rest of them blank. Tabs go to the next multiple of eight columns, UTF-8 is drawn as such
-/// where the locale allows, other control characters and broken bytes as '.'.
+/// Bytes held, line ends included. While it stays the same, so does every line.
+std::size_t linedoc_size(const LineDoc& doc);
+
+/// Draws line `index` at the cursor: from column `offset` of the line on, `width` cells, blanks
+/// behind the line's end; only blanks when there is no such line. See `linedoc_cells`.
 void linedoc_draw(const LineDoc& doc, std::size_t index, int offset, int width);
+
+/// The cells of `text` from column `offset` on, at most `width`, safe to write to a terminal:
+/// tabs go to the next multiple of eight columns, characters of the locale are kept (see
+/// `cell_char`), control characters become '.'. A wide character cut by an edge becomes a blank.
+/// `cells` gets the number of cells.
+std::string linedoc_cells(std::string_view text, int offset, int width, int& cells);
 
 } // namespace kx

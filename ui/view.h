@@ -4,16 +4,20 @@
 
 #include "ui/linedoc.h"
 
+#include <cstddef>
 #include <string>
 
 namespace kx {
 
+/// One text shown. What the screen has of it is kept, so that it is drawn only when it changed.
 struct ViewPane {
     LineDoc doc;
-    int offset = 0;     // first column shown
-    int top = 0;        // first line shown
-    int drawn_top = -1; // what the screen shows; -1: draw anew
-    int drawn_offset = -1;
+    int offset = 0;            // first column shown
+    unsigned drawn_screen = 0; // which cleared screen it was drawn on; 0: none
+    int drawn_top = 0;         // the first line and column drawn
+    int drawn_offset = 0;
+    std::size_t drawn_size = 0; // bytes the document had then
+    bool drawn_end = false;     // the text's end was among the rows drawn
 };
 
 /// Shows the file `dir` + `name` until the user leaves. 0; -1, and nothing is shown, when it
@@ -21,11 +25,12 @@ struct ViewPane {
 int view_file(const std::string& dir, const std::string& name);
 
 /// The viewer's loop; `pane2` and `source2` may be null. Standard input as the first source is
-/// given a descriptor of its own, and keys then come from the terminal. Always 0.
+/// replaced in `source` by a descriptor of its own, and standard input becomes the terminal, for
+/// the keys. Always 0.
 int view_run(ViewPane& pane, LineSource& source, ViewPane* pane2, LineSource* source2);
 
-/// Draws one pane at screen row `y` with `height` rows, title and status bar included; returns
-/// `top`. Nothing is drawn while a key waits.
+/// Draws one pane from line `top` on at screen row `y` with `height` rows, title and status bar
+/// included; returns `top`. Nothing is drawn while a key waits. The screen is not refreshed.
 int view_drawpane(ViewPane& pane, int top, int y, int height);
 
 } // namespace kx

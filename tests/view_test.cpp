@@ -1,0 +1,220 @@
+// The text viewer and its line document: what is drawn of hostile text, what arrives late, keys.
+#include "tests/support/temp_dir.h"
+#include "tests/support/terminal.h"
+#include "ui/col.h"
+#include "ui/con.h"
+#include "ui/view.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <clocale>
+#include <cstdlib>
+#include <fcntl.h>
+#include <fstream>
+#include <new>
+#include <sys/stat.h>
+#include <tuple>
+#include <unistd.h>
+
+static bool no_memory = false;
+
+[[gnu::noinline]] void* operator new(std::size_t size) {
+    void* const memory = no_memory ? nullptr : std::malloc(size);
+    return memory != nullptr ? memory : throw std::bad_alloc();
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+
+namespace kx::test {
+namespace {
+
+TEST(LineCells, AreSafeAndCountedInColumns) {
+    const struct {
+        const char *locale, *text;
+        int offset, width;
+        std::string shown;
+        int cells;
+    } table[] = {
+        {"C.UTF-8", "ab", 5, 10, "", 0},
+        {"C.UTF-8", "a\tb\t\tc\rd", 3, 80, "     b               c.d", 24},
+        {"C.UTF-8", "\x1b[31m\x7f", 0, 80, ".[31m.", 6},
+        {"C.UTF-8", "\u6f22\u5b57x", 1, 3, " \u5b57", 3}, // a wide character cut by either edge
+        {"C.UTF-8", "gr\u00fc\u6f22", 2, 2, "\u00fc ", 2},
+        {"C.UTF-8", "\u6f22\u0301be\u0301", 1, 3, " be\u0301", 3},
+        {"C.UTF-8", "\u0301\u0301\u0301\u0301\u0301a", 0, 9, ".a", 2}, // marks without an end
+        {"C.UTF-8", "\xe2\x82z\x80\xff\xc0\xaf\xed\xa0\x80", 0, 9, "..z......", 9},
+        {"C.UTF-8", "\u009b\u202ex\ufeff\xc3", 0, 9, "..x..", 5},
+        {"C", "gr\u00fc\x9b", 0, 80, "gr...", 5},
+    };
+    for (const auto& c : table) {
+        ASSERT_NE(std::setlocale(LC_CTYPE, c.locale), nullptr);
+        int cells = -1;
+        EXPECT_EQ(linedoc_cells(c.text, c.offset, c.width, cells), c.shown) << c.text;
+        EXPECT_EQ(cells, c.cells) << c.text;
+    }
+}
+
+/// Eight cells of line `index` as they are drawn from column `offset` on.
+std::string drawn(const LineDoc& doc, std::size_t index, int offset = 0) {
+    testing::internal::CaptureStdout();
+    linedoc_draw(doc, index, offset, 8);
+    con_refresh();
+    return testing::internal::GetCapturedStdout();
+}
+
+TEST(LineDoc, KeepsLinesWholeWhereverReadsEnd) {
+    const std::string text =
+        std::string(65'535, 'a') + "\r\n" + std::string(140'000, 'x') + "end\r\n\n\nz\rz\nlast\r";
+    for (const std::size_t piece : {1, 4093, 65'536}) {
+        int pipe_ends[2];
+        ASSERT_EQ(pipe(pipe_ends), 0);
+        LineSource source(pipe_ends[0], true);
+        LineDoc doc;
+        for (std::size_t at = 0; at < text.size(); at += piece) {
+            const std::size_t size = std::min(piece, text.size() - at);
+            ASSERT_EQ(write(pipe_ends[1], &text[at], size), static_cast<ssize_t>(size));
+            while (linedoc_read(doc, source) > 0) {
+            }
+        }
+        ASSERT_EQ(linedoc_count(doc), 6U) << "pieces of " << piece;
+        EXPECT_EQ(drawn(doc, 0, 65'533) + drawn(doc, 1, 139'998), "aa      xxend   ");
+        EXPECT_EQ(drawn(doc, 2) + drawn(doc, 4) + drawn(doc, 5), "        z.z     last    ");
+        close(pipe_ends[1]);
+        EXPECT_EQ(linedoc_read(doc, source), -1);
+    }
+}
+
+TEST(LineDoc, NeverWaitsAndNeverLosesLines) {
+    const TempDir dir;
+    const std::string path = dir.write("text", "one\ntwo");
+    LineDoc doc;
+    LineSource file = linedoc_open(doc, dir.path(), "/text");
+    EXPECT_EQ(linedoc_read(doc, file), 7);
+    EXPECT_EQ(truncate(path.c_str(), 1), 0);
+    EXPECT_EQ(linedoc_read(doc, file), 0);
+    EXPECT_EQ(drawn(doc, 1), "two     ");
+    ASSERT_EQ(mkfifo(dir.file("fifo").c_str(), 0600), 0);
+    LineSource fifo = linedoc_open(doc, dir.path(), "/fifo"); // without a writer
+    EXPECT_EQ(linedoc_read(doc, fifo), 0);
+    EXPECT_EQ(view_file(dir.path(), ""), -1);
+    EXPECT_EQ(view_file(dir.path(), "/missing"), -1);
+}
+
+TEST(LineDocDeathTest, WithoutMemoryForTheNameEndsWithStatusZero) {
+    LineDoc doc;
+    const std::string name = "a-name-that-needs-memory\x1b.txt";
+    EXPECT_EXIT((no_memory = true, linedoc_open(doc, "dir/", name)), testing::ExitedWithCode(0),
+                "^error: not enough memory for file dir/a-name-that-needs-memory\\..txt\\.\n\r$");
+}
+
+std::string numbered(int from, int to) {
+    std::string text;
+    for (int line = from; line <= to; ++line) {
+        text += "line " + std::to_string(line) + "\n";
+    }
+    return text;
+}
+
+void start_file(Terminal& terminal, const std::string& path) {
+    terminal.run([path] {
+        std::fill_n(key_textcolour, COL_KEYS, std::int8_t{7});
+        key_textcolour[COL_MENUBAR_HOTKEY] = 14;
+        con_open();
+        return view_file("", path);
+    });
+}
+
+void expect_row(Terminal& terminal, int y, const std::string& text) {
+    terminal.wait_until([&] { return terminal.row(y) == text; }, text.c_str());
+}
+
+TEST(Viewer, ShowsAShortFileWhatItGainsAndFollowsTheTerminalsSize) {
+    const TempDir dir;
+    const std::string path = dir.write("h\x1b]0;x", numbered(1, 4) + "half \xc3");
+    Terminal terminal(80, 25);
+    start_file(terminal, path);
+    const std::string title = " [KXVIEW 0.2] [" + dir.path() + "/h.]0;x]";
+    const std::string status = " lines 1-23 of 5 - [Cursor/PageUp-Down/Home/End] Scroll";
+    expect_row(terminal, 24, status + std::string(68 - status.size(), '-') + " [ESC] Quit");
+    EXPECT_EQ(terminal.row(0), title + std::string(79 - title.size(), '-'));
+    EXPECT_TRUE(terminal.cell(70, 24).bold);
+    EXPECT_FALSE(terminal.cell(75, 24).bold);
+    terminal.type("\x1bOF\x1bOC"); // End stays at the first line; right
+    expect_row(terminal, 5, "alf .");
+    terminal.wait_for("lines 1-23 of 5 -");
+    std::ofstream(path, std::ios::app) << "\xbc line\n" << numbered(6, 5000); // a screenful at once
+    expect_row(terminal, 23, "ine 23");
+    expect_row(terminal, 5, "alf \u00fc line");
+    terminal.resize(60, 3);
+    terminal.wait_until([&] { return terminal.screen() == "\n\n\n"; }, "a cleared screen");
+    terminal.resize(40, 12);
+    terminal.wait_for("lines 1-10 of 5000 -");
+    expect_row(terminal, 10, "ine 10");
+    terminal.type("\x1b");
+    EXPECT_EQ(terminal.wait_exit(), 0);
+}
+
+TEST(Viewer, ScrollsWithinTheText) {
+    const TempDir dir;
+    Terminal terminal(80, 24);
+    start_file(terminal, dir.write("text", numbered(1, 100)));
+    const struct {
+        const char* keys;
+        int top;
+        std::size_t offset;
+    } table[] = {
+        {"", 1, 0},        {"\x1bOB\x1bOB", 3, 0}, {"\x1bOA", 2, 0},  {"\x1b[6~", 24, 0},
+        {"\x1b[5~", 2, 0}, {"\x1b[5~", 1, 0},      {"\x1bOF", 79, 0}, {"\x1bOB", 79, 0},
+        {"\x1bOC", 79, 1}, {"\x1bOH", 1, 1},       {"\x1bOA", 1, 1},  {"\x1bOD\x1bOD", 1, 0},
+    };
+    for (const auto& c : table) {
+        terminal.type(c.keys);
+        expect_row(terminal, 1, ("line " + std::to_string(c.top)).substr(c.offset));
+        expect_row(terminal, 22, ("line " + std::to_string(c.top + 21)).substr(c.offset));
+        terminal.wait_for(" lines " + std::to_string(c.top) + "-" + std::to_string(c.top + 21));
+    }
+    terminal.type("q");
+    EXPECT_EQ(terminal.wait_exit(), 0);
+}
+
+TEST(Viewer, TabMovesTheKeysBetweenStandardInputAndASecondText) {
+    const TempDir dir;
+    const std::string path = dir.write("lower", numbered(101, 150));
+    int pipe_ends[2];
+    ASSERT_EQ(pipe(pipe_ends), 0);
+    std::FILE* const input = fdopen(pipe_ends[1], "w");
+    Terminal terminal(80, 24);
+    terminal.run([&] {
+        dup2(pipe_ends[0], STDIN_FILENO);
+        con_open();
+        ViewPane panes[2];
+        LineSource first(STDIN_FILENO, false);
+        LineSource second = linedoc_open(panes[1].doc, "", path);
+        return view_run(panes[0], first, &panes[1], &second);
+    });
+    std::fputs("qq\n", input); // text, no keys
+    std::fflush(input);
+    expect_row(terminal, 1, "qq");
+    std::fputs(numbered(2, 50).c_str(), input);
+    std::fclose(input);
+    terminal.wait_for("of 50 -");
+    for (const auto& [keys, top, second_top] :
+         {std::tuple{"\x1bOB", 2, 101}, {"\t\x1bOF", 2, 147}, {"\t\x1b[6~", 18, 147}}) {
+        terminal.type(keys);
+        expect_row(terminal, 1, "line " + std::to_string(top));
+        expect_row(terminal, 16, "line " + std::to_string(top + 15));
+        expect_row(terminal, 19, "line " + std::to_string(second_top));
+        expect_row(terminal, 22, "line " + std::to_string(second_top + 3));
+    }
+    terminal.resize(80, 40);
+    expect_row(terminal, 28, "line 45");
+    expect_row(terminal, 31, "line 147");
+}
+
+} // namespace
+} // namespace kx::test
