@@ -18,13 +18,13 @@ void report_to_stdout(const char* text) {
     std::fflush(stdout);
 }
 
-struct Module {
+struct State {
     void (*report)(const char* text) = report_to_stdout;
-} module;
+} state;
 
 /// Reports `before`, a name from outside with its control characters made harmless, and `after`.
 void report(std::string_view before, std::string_view name, std::string_view after) {
-    module.report((std::string(before) + ascii_escape(name) + std::string(after)).c_str());
+    state.report((std::string(before) + ascii_escape(name) + std::string(after)).c_str());
 }
 
 [[noreturn]] void end_without_section(const IniDocument& doc, std::string_view section) {
@@ -91,7 +91,7 @@ Record* find_record(const IniTable<Record>& table, std::string_view name) {
     return table.empty() ? nullptr : find_slot(table.slots, hash_of(name), name).record;
 }
 
-/// Doubles the index of a table.
+/// Gives a table an index of four times as many slots.
 template <typename Record>
 void grow_index(IniDocument& doc, IniTable<Record>& table) {
     using Slot = typename IniTable<Record>::Slot;
@@ -239,7 +239,7 @@ std::string comment_lines(const IniComments& comments) {
 } // namespace
 
 void ini_set_reporter(void (*report)(const char* text)) {
-    module.report = report != nullptr ? report : report_to_stdout;
+    state.report = report != nullptr ? report : report_to_stdout;
 }
 
 void ini_create(IniDocument& doc, std::string_view file_name) {
@@ -394,7 +394,7 @@ int ini_read(const std::string& file_name, IniDocument& doc) {
         parse(doc, text);
         return 0;
     } catch (const std::exception&) { // what the standard library throws without memory
-        module.report("error: couldn't allocate memory.\n");
+        state.report("error: couldn't allocate memory.\n");
         std::exit(-1);
     }
 }

@@ -1,0 +1,285 @@
+// INI documents as files hold them, and files that are replaced without being lost.
+#include "ini/ini.h"
+
+#include "ini/file.h"
+#include "tests/support/temp_dir.h"
+
+#include <csignal>
+#include <fcntl.h>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <memory_resource>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace kx;
+using kx::test::read_file;
+using kx::test::TempDir;
+using testing::ElementsAre;
+using testing::ExitedWithCode;
+
+namespace {
+
+std::string reported;
+
+void collect(const char* text) {
+    reported += text;
+}
+
+/// A document read from `text`.
+struct ReadDocument : IniDocument {
+    TempDir dir;
+    int result;
+
+    explicit ReadDocument(const std::string& text)
+        : result(ini_read(dir.write("test.ini", text), *this)) {}
+
+    /// What is stored, as a file.
+    std::string written() {
+        EXPECT_EQ(ini_write(dir.file("out.ini"), *this), 0);
+        return read_file(dir.file("out.ini"));
+    }
+};
+
+} // namespace
+
+TEST(Ini, StoresWhatTheTextHolds) {
+    using namespace std::string_literals;
+    const std::string n31(31, 'n'), k63(63, 'k'), v255(255, 'v');
+    const struct {
+        std::string text;
+        std::string stored;
+        int items;
+    } rows[] = {
+        {"x=1\n;[\n[a]\ny=2\n", "[\n[a]\ny=2\n", 1}, // the first "[" counts, even in a comment
+        {"x=1\n[a]\r\nkey = value\r\nk=a;b\r\n\r\n  b=c\r\n", "[a]\nkey = value\nk=a;b\nb=c\n", 3},
+        {"[a] rest\nkey=abc\tdef\nu=\xC3\xA4\nd=1\x7F"
+         "2\n\tt=1\n",
+         "[a]\nkey=abc\nu=\nd=1\n\tt=1\n", 4},
+        {"[a]\nno equals\nx=1\n;c=2\n ;c\n[b]\nlast", "[a]\nno equals\nx=1\n[b]\nlast=\n", 2},
+        {"[a]\nx=1\ny=2\n[b]\nx=3\n[a]\nx=4\nX=5", "[a]\nx=4\ny=2\nX=5\n[b]\nx=3\n", 5},
+        {"[]\nlost=1\n[a]\n=2\nx==3", "[a]\nx==3\n", 3},
+        {"[a\nb]c\nx=1\n[open", "[a\nb]\nx=1\n[open]\n", 1},
+        {"[a\0b]\nk\0l=1\0002\n\0=3\n"s, "[a]\nk=1\n", 2},
+        {"[" + n31 + "1]\n" + k63 + "1=" + v255 + "1\n" + k63 + "2=x" + v255 + "345\nz=1",
+         "[" + n31 + "]\n" + k63 + "=x" + v255.substr(1) + "\nz=1\n", 3},
+        {"no section\n", "", 0},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.text);
+        ReadDocument doc(row.text);
+        EXPECT_EQ(doc.result, 0);
+        EXPECT_EQ(doc.written(), row.stored);
+        EXPECT_EQ(doc.item_count, row.items);
+    }
+}
+
+TEST(Ini, LongListsKeepOrderAndPlaces) {
+    IniDocument doc;
+    std::vector<IniItem*> items;
+    for (int i = 0; i < 2000; i++) {
+        const std::string name = std::to_string(i * 7919 % 2000);
+        ini_add_section(doc, name);
+        ini_add_section(doc, "long");
+        items.push_back(ini_set_item(doc, "long", name, "old"));
+        ASSERT_EQ(ini_find_item(*ini_find_section(doc, "long"), name + "x"), nullptr);
+    }
+    ini_set_item(doc, "long", items[1000]->name, "new");
+    std::size_t i = 0;
+    for (const IniItem& item : ini_find_section(doc, "long")->items) {
+        ASSERT_EQ(&item, items[i]);
+        ASSERT_EQ(item.value, i == 1000 ? "new" : "old") << i;
+        ASSERT_EQ(ini_find_section(doc, item.name)->name, item.name);
+        i++;
+    }
+    EXPECT_EQ(i, 2000U);
+}
+
+TEST(Ini, ConvertsNumbersWithBaseDetection) {
+    const struct {
+        const char* text;
+        std::uint32_t number;
+    } rows[] = {{"0x1F", 31},
+                {"010", 8},
+                {"12abc", 12},
+                {"", 0},
+                {" -1", 0xFFFFFFFF},
+                {"$10", 0},
+                {"0xDE000000", 0xDE000000},
+                {"0x1FFFFFFFF", 0xFFFFFFFF},
+                {"4294967297", 1}};
+    for (const auto& row : rows) {
+        ReadDocument doc(std::string("[s]\nn=") + row.text + "\n");
+        EXPECT_EQ(ini_get_number(doc, "s", "n"), row.number) << row.text;
+        EXPECT_EQ(static_cast<std::uint32_t>(ini_parse_number(row.text)), row.number) << row.text;
+    }
+}
+
+TEST(Ini, SplitsLists) {
+    const struct {
+        const char* value;
+        std::vector<std::string> elements; // the first 4
+    } rows[] = {{" a, b ,c", {"a", "b ", "c"}},     {"", {}},           {" ", {""}},
+                {"a,,b,", {"a", "", "b"}},          {"a, ", {"a", ""}}, {",", {""}},
+                {"1,2,3,4,5", {"1", "2", "3", "4"}}};
+    for (const auto& row : rows) {
+        ReadDocument doc(std::string("[s]\nl=") + row.value + "\n");
+        std::vector<std::string> dest(4, "old");
+        EXPECT_EQ(ini_get_string_list(doc, dest, "s", "l"), static_cast<int>(row.elements.size()));
+        std::vector<std::string> expected = row.elements;
+        expected.resize(4);
+        EXPECT_EQ(dest, expected) << row.value;
+    }
+    ReadDocument doc("[s]\nl=1,-1, 0x10\nb0=1,2\nb1=\nb2=258,4\nb4=9\n");
+    std::int32_t numbers[] = {9, 9, 9, 9};
+    EXPECT_EQ(ini_get_number_list(doc, numbers, "s", "l"), 3);
+    EXPECT_THAT(numbers, ElementsAre(1, -1, 16, 9));
+    std::uint8_t bytes[] = {9, 9, 9, 9, 9};
+    EXPECT_EQ(ini_get_byte_array(doc, std::span(bytes, 3), "s", "b"), 3);
+    EXPECT_THAT(bytes, ElementsAre(1, 2, 2, 9, 9));
+    EXPECT_EQ(ini_get_byte_array(doc, bytes, "s", "b"), 4); // b3 is missing
+    std::string text = "old", list[] = {"old"};
+    EXPECT_EQ(ini_get_string(doc, text, "s", "none"), -1);
+    EXPECT_EQ(text, "");
+    EXPECT_EQ(ini_get_string_list(doc, list, "s", "none"), -1);
+    EXPECT_EQ(list[0], "old");
+    EXPECT_EQ(ini_get_number_list(doc, numbers, "s", "none"), 0);
+}
+
+TEST(Ini, WritesCommentsBeforeWhatTheyBelongTo) {
+    ReadDocument doc("[old]\n");
+    ini_create(doc, std::string(300, 'f'));
+    EXPECT_EQ(doc.file_name.size(), 259U);
+    EXPECT_TRUE(doc.sections.empty());
+    for (const char* text : {"#", "hello", "-", "x", ";x"}) {
+        ini_add_comment(doc, text);
+    }
+    const std::string rules =
+        ";" + std::string(78, '#') + "\n;# hello\n;# " + std::string(76, '-') + "\n;;x\n";
+    EXPECT_EQ(ini_set_item(doc, "s", "k", "v"), nullptr);
+    EXPECT_EQ(ini_add_section(doc, ""), nullptr);
+    ini_add_section(doc, "s");
+    EXPECT_EQ(ini_set_item(doc, "s", "", "v"), nullptr);
+    const IniItem* item = ini_set_item(doc, "s", "k", "v");
+    EXPECT_EQ(ini_add_item_comment(doc, "s", "k", "item"), 0);
+    EXPECT_EQ(ini_add_section_comment(doc, "s", "section"), 0);
+    EXPECT_EQ(ini_set_item(doc, "s", "k", "w"), item);
+    EXPECT_EQ(ini_add_section_comment(doc, "t", "lost"), -1);
+    EXPECT_EQ(ini_add_item_comment(doc, "s", "l", "lost"), -1);
+    EXPECT_EQ(doc.written(), rules + ";# section\n[s]\n;# item\nk=w\n");
+}
+
+TEST(Ini, ReportsUnreadableFilesAndLeavesTheDocument) {
+    ReadDocument doc("[s]\nk=v\n");
+    ini_set_reporter(collect);
+    const std::string pipe = doc.dir.file("pipe");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const int writer = open(pipe.c_str(), O_RDWR);
+    for (const std::string& path : {doc.dir.file("none"), doc.dir.path(), pipe}) {
+        reported.clear();
+        EXPECT_EQ(ini_read(path, doc), -1);
+        EXPECT_EQ(reported, "warning: couldn't find .ini file " + path + "\n");
+    }
+    close(writer);
+    reported.clear();
+    const std::string empty = doc.dir.write("a\x1b", "");
+    EXPECT_EQ(ini_read(empty, doc), -1);
+    EXPECT_EQ(reported, "warning: .ini file " + doc.dir.file("a\\x1b") + " is 0 byte long\n");
+    EXPECT_EQ(doc.file_name, doc.dir.file("test.ini"));
+    EXPECT_EQ(doc.written(), "[s]\nk=v\n");
+    EXPECT_EQ(ini_read(doc.file_name, doc), 0); // its own name
+    EXPECT_EQ(doc.written(), "[s]\nk=v\n");
+}
+
+TEST(IniDeathTest, MissingSectionsAndNoMemoryEndTheProgram) {
+    ReadDocument doc("[s]\nk=v\n");
+    std::string text;
+    const std::function<void()> getters[] = {
+        [&] { ini_get_string(doc, text, "t", "k"); },
+        [&] { ini_get_number(doc, "t", "k"); },
+        [&] { ini_get_string_list(doc, {}, "t", "k"); },
+        [&] { ini_get_number_list(doc, {}, "t", "k"); },
+        [&] { ini_get_byte_array(doc, {}, "t", "k"); },
+    };
+    for (const auto& get : getters) {
+        EXPECT_EXIT((dup2(2, 1), get()), ExitedWithCode(255),
+                    "^error in ini file " + doc.file_name + ": couldnt find section t\n$");
+    }
+    EXPECT_EXIT((dup2(2, 1), std::pmr::set_default_resource(std::pmr::null_memory_resource()),
+                 ini_read(doc.file_name, doc)),
+                ExitedWithCode(255), "^error: couldn't allocate memory.\n$");
+}
+
+TEST(File, SizeKeepsThePosition) {
+    const TempDir dir;
+    const FilePtr file = file_open(dir.write("f", "12345"), "rb");
+    std::fseek(file.get(), 2, SEEK_SET);
+    EXPECT_EQ(file_size(file.get()), 5);
+    EXPECT_EQ(std::fgetc(file.get()), '3');
+}
+
+TEST(File, ReplacingFollowsLinksAndKeepsPermissions) {
+    namespace fs = std::filesystem;
+    const TempDir dir;
+    chmod(dir.write("real/file", "a longer old text").c_str(), 0640);
+    fs::create_symlink("real/file", dir.file("link"));
+    fs::create_symlink("real/new", dir.file("dangling"));
+    fs::create_symlink("loop", dir.file("loop"));
+    umask(027);
+    EXPECT_EQ(file_replace(dir.file("link"), "text"), 0);
+    EXPECT_EQ(file_replace(dir.file("dangling"), "new"), 0);
+    EXPECT_EQ(file_replace(dir.file("loop"), "lost"), -1);
+    EXPECT_EQ(file_replace(dir.path(), "lost"), -1);
+    EXPECT_EQ(file_replace(dir.file("none/file"), "lost"), -1);
+    EXPECT_EQ(file_replace("/dev/full", "lost"), -1);
+    EXPECT_EQ(file_replace("/dev/null", "gone"), 0);
+    EXPECT_TRUE(fs::is_symlink(dir.file("link")) && fs::is_symlink(dir.file("dangling")));
+    EXPECT_EQ(read_file(dir.file("real/file")), "text");
+    EXPECT_EQ(read_file(dir.file("real/new")), "new");
+    for (const char* name : {"real/file", "real/new"}) {
+        EXPECT_EQ(fs::status(dir.file(name)).permissions(), static_cast<fs::perms>(0640)) << name;
+    }
+    const fs::directory_iterator entries(dir.file("real"));
+    EXPECT_EQ(std::distance(begin(entries), end(entries)), 2); // no temporary stays
+}
+
+TEST(FileDeathTest, AFileThatCannotBeReplacedStaysWhole) {
+    const struct {
+        const char* what;
+        mode_t directory, file;
+        rlim_t limit; // bytes that a file may have, as a full disc
+        int status;
+    } rows[] = {
+        {"a user's read-only file", 0777, 0444, RLIM_INFINITY, 1},
+        {"full disc, through a new file", 0777, 0666, 4096, 1},
+        {"in place, as the directory takes no file", 0555, 0666, RLIM_INFINITY, 0},
+        {"full disc, in place", 0555, 0666, 4096, 1},
+    };
+    const std::string text(10000, 'n');
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        const TempDir dir;
+        const std::string path = dir.write("f", "old");
+        chmod(path.c_str(), row.file);
+        chmod(dir.path().c_str(), row.directory);
+        const auto replace = [&] {
+            const rlimit limit = {row.limit, row.limit};
+            setrlimit(RLIMIT_FSIZE, &limit);
+            std::signal(SIGXFSZ, SIG_IGN);
+            if (geteuid() == 0 && seteuid(65534) != 0) { // root may do anything
+                _exit(2);
+            }
+            _exit(file_replace(path, text) == 0 ? 0 : 1);
+        };
+        EXPECT_EXIT(replace(), ExitedWithCode(row.status), "");
+        chmod(dir.path().c_str(), 0700);
+        EXPECT_EQ(read_file(path), row.status == 0 ? text : "old");
+        struct stat status = {};
+        stat(path.c_str(), &status);
+        EXPECT_EQ(status.st_uid, geteuid());
+        EXPECT_EQ(status.st_nlink, 1U);
+        const std::filesystem::directory_iterator entries(dir.path());
+        EXPECT_EQ(std::distance(begin(entries), end(entries)), 1);
+    }
+}
