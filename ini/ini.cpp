@@ -6,8 +6,10 @@
 #include "ini/file.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdlib>
 #include <exception>
+#include <utility>
 
 namespace kx {
 
@@ -91,37 +93,64 @@ Record* find_record(const IniTable<Record>& table, std::string_view name) {
     return table.empty() ? nullptr : find_slot(table.slots, hash_of(name), name).record;
 }
 
-/// Gives a table an index of four times as many slots.
+/// A new record at the table's end, not yet in its index. The name must be the pool's.
 template <typename Record>
-void grow_index(IniDocument& doc, IniTable<Record>& table) {
-    using Slot = typename IniTable<Record>::Slot;
-    const std::span<Slot> old = table.slots;
-    const std::size_t size = old.empty() ? 4 : 4 * old.size();
-    table.slots = {std::pmr::polymorphic_allocator<Slot>(pool_of(doc)).allocate(size), size};
-    std::ranges::fill(table.slots, Slot());
-    for (const Slot& slot : old) {
-        if (slot.record != nullptr) {
-            find_slot(table.slots, slot.hash, slot.record->name) = slot;
-        }
-    }
+Record* append_record(IniDocument& doc, IniTable<Record>& table, std::string_view name) {
+    auto* record = new_record<Record>(doc);
+    record->name = name;
+    table.append(record);
+    table.count++;
+    return record;
 }
 
-/// The record of that name; a new one at the table's end when there is none. The name must be the
-/// pool's.
+// What a name that comes again adds to its first record: the last value wins, and a section goes
+// on.
+void merge(IniItem& first, const IniItem& again) {
+    first.value = again.value;
+}
+
+void merge(IniSection& first, const IniSection& again) {
+    first.items.append(again.items);
+    first.items.count += again.items.count;
+}
+
+/// Makes the index of a table, with room to grow, and merges the records of the same name.
 template <typename Record>
-Record* get_record(IniDocument& doc, IniTable<Record>& table, std::string_view name) {
-    if (4 * table.count >= 3 * table.slots.size()) {
-        grow_index(doc, table);
+void index_table(IniDocument& doc, IniTable<Record>& table) {
+    using Slot = typename IniTable<Record>::Slot;
+    const std::size_t size = std::bit_ceil(table.count + table.count / 2 + 1);
+    const std::span<Slot> slots{std::pmr::polymorphic_allocator<Slot>(pool_of(doc)).allocate(size),
+                                size};
+    std::ranges::fill(slots, Slot());
+    IniTable<Record> indexed;
+    indexed.slots = slots;
+    Record* next = nullptr;
+    for (Record* record = table.first; record != nullptr; record = next) {
+        next = std::exchange(record->next, nullptr);
+        const std::size_t hash = hash_of(record->name);
+        Slot& slot = find_slot(slots, hash, record->name);
+        if (slot.record != nullptr) {
+            merge(*slot.record, *record);
+        } else {
+            slot = {hash, record};
+            indexed.append(record);
+            indexed.count++;
+        }
     }
-    const std::size_t hash = hash_of(name);
-    auto& slot = find_slot(table.slots, hash, name);
-    if (slot.record == nullptr) {
-        slot = {hash, new_record<Record>(doc)};
-        slot.record->name = name;
-        table.append(slot.record);
-        table.count++;
+    table = indexed;
+}
+
+/// A new record of a name that the table does not hold.
+template <typename Record>
+Record* add_record(IniDocument& doc, IniTable<Record>& table, std::string_view name) {
+    Record* record = append_record(doc, table, stored(doc, name));
+    if (4 * table.count > 3 * table.slots.size()) {
+        index_table(doc, table);
+    } else {
+        const std::size_t hash = hash_of(name);
+        find_slot(table.slots, hash, name) = {hash, record};
     }
-    return slot.record;
+    return record;
 }
 
 // Reading ------------------------------------------------------------------------------------
@@ -142,8 +171,8 @@ std::size_t read_item(IniDocument& doc, std::string_view text, std::size_t at,
     }
     const std::string_view key = kept(text.substr(at, equals - at), INI_KEY_MAX);
     if (section != nullptr && !key.empty()) {
-        IniItem* item = get_record(doc, section->items, key);
-        item->value = kept(text.substr(value, end - value), INI_VALUE_MAX);
+        append_record(doc, section->items, key)->value =
+            kept(text.substr(value, end - value), INI_VALUE_MAX);
     }
     return end;
 }
@@ -157,7 +186,7 @@ void parse(IniDocument& doc, std::string_view text) {
             const std::string_view name =
                 kept(text.substr(at + 1, end - at - 1), INI_SECTION_NAME_MAX);
             // "[]" is no section: the items under it are counted, but stored nowhere.
-            section = name.empty() ? nullptr : get_record(doc, doc.sections, name);
+            section = name.empty() ? nullptr : append_record(doc, doc.sections, name);
             at = end;
         } else if (text[at] != ';') {
             at = read_item(doc, text, at, section);
@@ -170,6 +199,10 @@ void parse(IniDocument& doc, std::string_view text) {
         while (at < text.size() && (is_line_end(text[at]) || text[at] == ' ')) {
             at++;
         }
+    }
+    index_table(doc, doc.sections);
+    for (IniSection& listed : doc.sections) {
+        index_table(doc, listed.items);
     }
 }
 
@@ -262,7 +295,7 @@ IniSection* ini_add_section(IniDocument& doc, std::string_view name) {
         return nullptr;
     }
     IniSection* found = ini_find_section(doc, name);
-    return found != nullptr ? found : get_record(doc, doc.sections, stored(doc, name));
+    return found != nullptr ? found : add_record(doc, doc.sections, name);
 }
 
 IniItem* ini_set_item(IniDocument& doc, std::string_view section, std::string_view key,
@@ -274,7 +307,7 @@ IniItem* ini_set_item(IniDocument& doc, std::string_view section, std::string_vi
     }
     IniItem* item = ini_find_item(*found, key);
     if (item == nullptr) {
-        item = get_record(doc, found->items, stored(doc, key));
+        item = add_record(doc, found->items, key);
     }
     item->value = stored(doc, kept(value, INI_VALUE_MAX));
     return item;

@@ -40,6 +40,12 @@ struct IniList {
         (empty() ? first : last->next) = record;
         last = record;
     }
+    void append(const IniList& list) {
+        if (!list.empty()) {
+            append(list.first);
+            last = list.last;
+        }
+    }
 };
 
 /// Such a list of records with names, and an index of the names.
