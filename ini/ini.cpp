@@ -1,5 +1,5 @@
-// INI documents. The lists are searched through an index, so that reading grows with the file and
-// not with its square; the order of the lists is what a file shows.
+// INI documents. Reading makes plain lists of views into the text; indexes beside the lists keep
+// every search short, so that the time grows with the file and not with its square.
 #include "ini/ini.h"
 
 #include "ini/ascii.h"
@@ -73,16 +73,16 @@ void add_comment(IniDocument& doc, IniComments& comments, std::string_view text)
 
 // Tables --------------------------------------------------------------------------------------
 
-std::size_t hash_of(std::string_view name) {
-    return std::hash<std::string_view>()(name);
+std::uint32_t hash_of(std::string_view name) {
+    return static_cast<std::uint32_t>(std::hash<std::string_view>()(name));
 }
 
 /// The slot of the record of that name, or else the free one where it belongs.
-template <typename Slot>
-Slot& find_slot(std::span<Slot> slots, std::size_t hash, std::string_view name) {
+template <typename Record>
+Record*& find_slot(std::span<Record*> slots, std::uint32_t hash, std::string_view name) {
     for (std::size_t i = hash;; i++) {
-        Slot& slot = slots[i & (slots.size() - 1)];
-        if (slot.record == nullptr || (slot.hash == hash && slot.record->name == name)) {
+        Record*& slot = slots[i & (slots.size() - 1)];
+        if (slot == nullptr || (slot->hash == hash && slot->name == name)) {
             return slot;
         }
     }
@@ -90,7 +90,7 @@ Slot& find_slot(std::span<Slot> slots, std::size_t hash, std::string_view name) 
 
 template <typename Record>
 Record* find_record(const IniTable<Record>& table, std::string_view name) {
-    return table.empty() ? nullptr : find_slot(table.slots, hash_of(name), name).record;
+    return table.empty() ? nullptr : find_slot(table.slots, hash_of(name), name);
 }
 
 /// A new record at the table's end, not yet in its index. The name must be the pool's.
@@ -98,6 +98,7 @@ template <typename Record>
 Record* append_record(IniDocument& doc, IniTable<Record>& table, std::string_view name) {
     auto* record = new_record<Record>(doc);
     record->name = name;
+    record->hash = hash_of(name);
     table.append(record);
     table.count++;
     return record;
@@ -114,25 +115,23 @@ void merge(IniSection& first, const IniSection& again) {
     first.items.count += again.items.count;
 }
 
-/// Makes the index of a table, with room to grow, and merges the records of the same name.
+/// Makes the index of a table, with room to grow, and merges records of the same name. Reading
+/// does this once for a whole list, which is much faster than a search for every line.
 template <typename Record>
 void index_table(IniDocument& doc, IniTable<Record>& table) {
-    using Slot = typename IniTable<Record>::Slot;
     const std::size_t size = std::bit_ceil(table.count + table.count / 2 + 1);
-    const std::span<Slot> slots{std::pmr::polymorphic_allocator<Slot>(pool_of(doc)).allocate(size),
-                                size};
-    std::ranges::fill(slots, Slot());
+    std::pmr::polymorphic_allocator<Record*> allocator(pool_of(doc));
     IniTable<Record> indexed;
-    indexed.slots = slots;
+    indexed.slots = {allocator.allocate(size), size};
+    std::ranges::fill(indexed.slots, nullptr);
     Record* next = nullptr;
     for (Record* record = table.first; record != nullptr; record = next) {
         next = std::exchange(record->next, nullptr);
-        const std::size_t hash = hash_of(record->name);
-        Slot& slot = find_slot(slots, hash, record->name);
-        if (slot.record != nullptr) {
-            merge(*slot.record, *record);
+        Record*& slot = find_slot(indexed.slots, record->hash, record->name);
+        if (slot != nullptr) {
+            merge(*slot, *record);
         } else {
-            slot = {hash, record};
+            slot = record;
             indexed.append(record);
             indexed.count++;
         }
@@ -147,8 +146,7 @@ Record* add_record(IniDocument& doc, IniTable<Record>& table, std::string_view n
     if (4 * table.count > 3 * table.slots.size()) {
         index_table(doc, table);
     } else {
-        const std::size_t hash = hash_of(name);
-        find_slot(table.slots, hash, name) = {hash, record};
+        find_slot(table.slots, record->hash, name) = record;
     }
     return record;
 }

@@ -49,13 +49,10 @@ struct IniList {
 };
 
 /// Such a list of records with names, and an index of the names.
-template <typename Record> struct IniTable : IniList<Record> {
-    struct Slot {
-        std::size_t hash = 0;
-        Record* record = nullptr; // null: free
-    };
+template <typename Record>
+struct IniTable : IniList<Record> {
     std::size_t count = 0;
-    std::span<Slot> slots; // a hash table: a power of two of them, at least half are free
+    std::span<Record*> slots; // a hash table: a power of two of them, at least a quarter null
 };
 
 /// Lines written before what they belong to; see `ini_write_comments` for their forms.
@@ -70,6 +67,7 @@ struct IniItem {
     std::string_view name; // the key
     std::string_view value;
     IniComments comments;
+    std::uint32_t hash = 0; // of the name
 };
 
 struct IniSection {
@@ -77,14 +75,15 @@ struct IniSection {
     std::string_view name;
     IniComments comments;
     IniTable<IniItem> items;
+    std::uint32_t hash = 0; // of the name
 };
 
-/// Memory that is taken piece by piece and given back at once.
+/// Memory that is taken piece by piece and given back all at once.
 using IniPool = std::pmr::monotonic_buffer_resource;
 
 /// One file. Everything that hangs from it, texts included, lies in its pool: it never moves, and
-/// pointers to it and views of it stay good until `ini_free`, `ini_create` or `ini_read`. Names are
-/// unique within their list.
+/// pointers to it and views of it stay good until `ini_free`, `ini_create` or `ini_read`; a value
+/// that is replaced leaves its room behind until then. Names are unique within their list.
 struct IniDocument {
     std::string file_name; // where it was read from or will be written; named in messages
     IniTable<IniSection> sections;

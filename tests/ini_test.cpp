@@ -211,14 +211,6 @@ TEST(IniDeathTest, MissingSectionsAndNoMemoryEndTheProgram) {
                 ExitedWithCode(255), "^error: couldn't allocate memory.\n$");
 }
 
-TEST(File, SizeKeepsThePosition) {
-    const TempDir dir;
-    const FilePtr file = file_open(dir.write("f", "12345"), "rb");
-    std::fseek(file.get(), 2, SEEK_SET);
-    EXPECT_EQ(file_size(file.get()), 5);
-    EXPECT_EQ(std::fgetc(file.get()), '3');
-}
-
 TEST(File, ReplacingFollowsLinksAndKeepsPermissions) {
     namespace fs = std::filesystem;
     const TempDir dir;
