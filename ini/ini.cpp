@@ -404,11 +404,10 @@ std::int32_t ini_parse_number(std::string_view text) {
 }
 
 int ini_read(const std::string& file_name, IniDocument& doc) {
-    const std::string name = file_name; // may be the document's own
-    FilePtr file = file_open(name, "rb");
+    FilePtr file = file_open(file_name, "rb");
     const long size = file != nullptr ? file_size(file.get()) : -1;
     if (size == 0) {
-        report("warning: .ini file ", name, " is 0 byte long\n");
+        report("warning: .ini file ", file_name, " is 0 byte long\n");
         return -1;
     }
     try {
@@ -416,11 +415,11 @@ int ini_read(const std::string& file_name, IniDocument& doc) {
         const std::string_view text =
             size > 0 ? read_bytes(file.get(), static_cast<std::size_t>(size), pool) : "";
         if (text.empty()) {
-            report("warning: couldn't find .ini file ", name, "\n");
+            report("warning: couldn't find .ini file ", file_name, "\n");
             return -1;
         }
         file.reset();
-        ini_create(doc, name);
+        ini_create(doc, file_name);
         doc.pool = std::move(pool);
         parse(doc, text);
         return 0;
