@@ -15,6 +15,16 @@ test_packages=(libgtest-dev libgmock-dev libvterm-dev ncurses-term)
 check_packages=(clang-format clang-tidy)
 bench_packages=(libbenchmark-dev libinih-dev libsimpleini-dev)
 
+# Runs a command; what it prints is shown only when it fails.
+quietly() {
+    local log status=0
+    log=$(mktemp)
+    "$@" >"$log" 2>&1 || status=$?
+    [ "$status" -eq 0 ] || cat "$log" >&2
+    rm -f "$log"
+    return "$status"
+}
+
 # Installs what is missing of the packages named, from Debian.
 need_packages() {
     local missing=() package as_root=()
@@ -32,19 +42,13 @@ need_packages() {
     say "installing from Debian's packages: ${missing[*]}"
     # A list that could not be refreshed is no failure yet: the packages may be had all the same.
     "${as_root[@]}" apt-get update -qq >/dev/null 2>&1 || true
-    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq \
-        --no-install-recommends "${missing[@]}" >/dev/null || die "could not install: ${missing[*]}"
+    quietly "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq \
+        --no-install-recommends "${missing[@]}" || die "could not install: ${missing[*]}"
 }
 
-# Configures and builds a preset; what the tools print is shown only when they fail.
+# Configures and builds a preset.
 build_preset() {
-    local preset=$1 log
-    log=$(mktemp)
-    say "building ($preset preset; the first time takes some minutes)"
-    if ! { cmake --preset "$preset" && cmake --build --preset "$preset"; } >"$log" 2>&1; then
-        cat "$log" >&2
-        rm -f "$log"
-        die "the $preset preset could not be built"
-    fi
-    rm -f "$log"
+    say "building ($1 preset; the first time takes some minutes)"
+    quietly cmake --preset "$1" && quietly cmake --build --preset "$1" ||
+        die "the $1 preset could not be built"
 }
