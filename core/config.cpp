@@ -238,7 +238,9 @@ std::string config_path_of(const std::string& name) {
 int config_load(IniDocument& main_doc, IniDocument& target_doc, const std::string& program_path,
                 const std::string& main_file_name) {
     active_config.base_dir = config_find_base_dir(program_path, "KXPATH");
-    if (ini_read(config_make_path(active_config.base_dir, main_file_name), main_doc) != 0) {
+    const std::string main_path = config_make_path(active_config.base_dir, main_file_name);
+    if (ini_read(main_path, main_doc) != 0) {
+        ini_create(main_doc, main_path); // a later look-up that fails names the file
         load_scheme("col_kx");
         return -1;
     }

@@ -280,6 +280,16 @@ TEST_F(Setup, MenuSleepsUntilASignalEndsItAndLeavesAllAsItWas) {
     EXPECT_THAT(read_file(base.path + "kx.ini"), HasSubstr("n1=gone")) << "still the old file";
 }
 
+TEST_F(Setup, BrokenSchemeEndsTheMenuWithAReadableMessage) {
+    base.dir.write("config/col_bad.ini", "[config]\ntype=colors\ndesc=bad\n");
+    Terminal terminal(80, 25);
+    start(terminal);
+    walk(terminal,
+         {{down + "\r", "bad"}, {choose("colors", "col_bad"), "couldnt find section colors"}});
+    EXPECT_EQ(terminal.wait_exit(), 255);
+    EXPECT_FALSE(fs::exists(base.path + "kx.ini"));
+}
+
 TEST_F(Setup, WithoutATerminalTheFilesAreWritten) {
     base.write_main();
     options.term = "no-such-terminal";
