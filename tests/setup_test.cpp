@@ -284,8 +284,7 @@ TEST_F(Setup, BrokenSchemeEndsTheMenuWithAReadableMessage) {
     base.dir.write("config/col_bad.ini", "[config]\ntype=colors\ndesc=bad\n");
     Terminal terminal(80, 25);
     start(terminal);
-    walk(terminal,
-         {{down + "\r", "bad"}, {choose("colors", "col_bad"), "couldnt find section colors"}});
+    walk(terminal, {{down + "\r", "bad"}, {choose("colors", "col_bad"), "couldnt find section"}});
     EXPECT_EQ(terminal.wait_exit(), 255);
     EXPECT_FALSE(fs::exists(base.path + "kx.ini"));
 }
