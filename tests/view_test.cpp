@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
+#include <malloc.h>
 #include <new>
 #include <sys/stat.h>
 #include <tuple>
@@ -20,7 +21,7 @@
 static bool no_memory = false;
 
 [[gnu::noinline]] void* operator new(std::size_t size) {
-    void* const memory = no_memory ? nullptr : std::malloc(size);
+    void* const memory = no_memory ? nullptr : memalign(alignof(std::max_align_t), size);
     return memory != nullptr ? memory : throw std::bad_alloc();
 }
 [[gnu::noinline]] void operator delete(void* memory) noexcept {
@@ -70,7 +71,7 @@ std::string drawn(const LineDoc& doc, std::size_t index, int offset = 0) {
 TEST(LineDoc, KeepsLinesWholeWhereverReadsEnd) {
     const std::string text =
         std::string(65'535, 'a') + "\r\n" + std::string(140'000, 'x') + "end\r\n\n\nz\rz\nlast\r";
-    for (const std::size_t piece : {1, 4093, 65'536}) {
+    for (const std::size_t piece : {1U, 4093U, 65'536U}) {
         int pipe_ends[2];
         ASSERT_EQ(pipe(pipe_ends), 0);
         LineSource source(pipe_ends[0], true);
