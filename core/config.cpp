@@ -20,6 +20,7 @@ constexpr int MAX_ITEMS = 4096; // of one list: no real file comes near it, a da
 
 // What a target file holds, in the order of a written one. A null key names a section that may be
 // empty. `config` comes first so that a written file can be put into the configuration directory.
+// "endianess" is how every target file spells it.
 struct TargetItem {
     const char* section;
     const char* key;

@@ -30,28 +30,13 @@ struct Run {
     IniDocument& target_doc;
 };
 
-/// Text from outside on its way to a terminal: control characters as "\xNN".
-std::string escaped(std::string_view text) {
-    std::string result;
-    for (const char c : text) {
-        if (ascii_is_control(c)) {
-            char code[8];
-            std::snprintf(code, sizeof code, "\\x%02X", static_cast<unsigned>(c));
-            result += code;
-        } else {
-            result += c;
-        }
-    }
-    return result;
-}
-
 [[noreturn]] void fail(const std::string& text) {
     std::fputs(text.c_str(), stderr);
     std::exit(1);
 }
 
 [[noreturn]] void fail_unknown(const char* argument) {
-    fail("error: unknown option or file:" + escaped(argument) + "\n");
+    fail("error: unknown option or file:" + ascii_escape(argument) + "\n");
 }
 
 // Listings -------------------------------------------------------------------------------------
@@ -178,7 +163,7 @@ void set_warn(const Run&, const char*) {
 void set_cpu(const Run&, const char* value) {
     cpu_leave();
     if (cpu_select(value) != 1) {
-        fail("error: unknown cpu '" + escaped(value) + "'.\n\r"); // meant: CR after LF
+        fail("error: unknown cpu '" + ascii_escape(value) + "'.\n\r"); // meant: CR after LF
     }
     active_config.cpu_tag = value;
     cpu_enter();
@@ -214,7 +199,7 @@ struct Option {
 };
 
 // In the order of the usage text. Names are compared whole and differ, so the order means nothing
-// to the parser.
+// to the parser. The texts are meant as they stand, "shemes" included.
 constexpr Option options[] = {
     {{"help", "-?", "-h", "--help"}, false, show_help, "help -? -h --help", "this help"},
     {{"--version"}, false, show_version, "--version", "print program version"},

@@ -59,14 +59,15 @@ bool is_ini_value(const std::string& name) {
 void add_to_list(List& list, const std::string& name, const std::string& desc,
                  IniDocument& new_main) {
     std::vector<MenuItem>& items = list.menu.items;
+    const std::string shown = ascii_escape(name); // a line end in it would begin a message
     if (items.size() == LIST_ROOM) {
-        msg_warning("configuration '%s' left out: section %s holds %zu already.", name.c_str(),
+        msg_warning("configuration '%s' left out: section %s holds %zu already.", shown.c_str(),
                     list.section, items.size());
         return;
     }
     if (!is_ini_value(name)) {
         msg_warning("configuration '%s' left out: only printable ASCII can be a name.",
-                    name.c_str());
+                    shown.c_str());
         return;
     }
     const int position = static_cast<int>(items.size());
@@ -156,6 +157,7 @@ struct Entry {
     void (*run)(IniDocument& new_main); // null: leaves the menu
 };
 
+// The texts are meant as they stand, "Colorsheme" included.
 constexpr Entry entries[] = {
     {5, 0, "", "Select Target", choose_target},
     {6, 0, "", "Select Colorsheme", choose_colours},

@@ -129,7 +129,7 @@ TEST_F(Setup, OptionsPrintAndEndTheProgram) {
         {{"-s", "-v", "--exit"}, 0, "info: running in verbose mode \ninfo: arg no 3:[--exit]", ""},
         {{"--verbose=1"}, 1, unknown + "--verbose=1\n\n", ""},
         {{"-vW"}, 1, unknown + "-vW\n\n", ""},
-        {{"no\x1b[2Jfile"}, 1, unknown + "no\\x1B[2Jfile\n\n", ""},
+        {{"no\x1b[2Jfile"}, 1, unknown + "no\\x1b[2Jfile\n\n", ""},
         {{base.path}, 1, unknown + base.path + "\n\n", ""},
         {{base.path + "kx.ini", "-f", "x", "-o", "--nonsense", "--extfs", "--remote", "--exit"},
          0,
@@ -226,6 +226,7 @@ TEST_F(Setup, ScanTakesWhatIsAConfigurationAndHasRoom) {
     base.dir.write("config/d.ini/file", "");
     base.dir.write("config/other.ini", "[config]\ntype=charsets\n");
     base.dir.write("config/two\nlines.ini", "[config]\ntype=charset\n");
+    base.dir.write("config/a=b;[c].ini", "[config]\ntype=colors\n");
     ASSERT_EQ(mkfifo(base.dir.file("config/pipe.ini").c_str(), 0600), 0);
     for (int i = 0; i < 70; i++) {
         base.dir.write("config/t" + std::to_string(i) + ".ini",
@@ -239,9 +240,10 @@ TEST_F(Setup, ScanTakesWhatIsAConfigurationAndHasRoom) {
     const std::string last = names("target")[63];
     EXPECT_THAT(text, HasSubstr("[targets]\ndefault=" + last + "\nn0="));
     EXPECT_THAT(text, HasSubstr("\nn63=" + last + "\nnum=64\n"));
+    EXPECT_THAT(text, HasSubstr("=a=b;[c]\n"));
     EXPECT_THAT(text, HasSubstr("[charsets]\ndefault=map_ascii\nn0=map_ascii\nnum=1\n"));
     EXPECT_THAT(terminal.output(), HasSubstr("left out: section targets holds 64 already."));
-    EXPECT_THAT(terminal.output(), HasSubstr("lines' left out: only printable ASCII"));
+    EXPECT_THAT(terminal.output(), HasSubstr("'two\\x0alines' left out: only printable"));
 }
 
 TEST_F(Setup, ShippedFilesShowTheMenuInTheMiddleOfAnyScreen) {
