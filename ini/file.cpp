@@ -1,6 +1,7 @@
 // Opening, measuring and safely replacing files.
 #include "ini/file.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <filesystem>
@@ -118,6 +119,22 @@ long file_size(std::FILE* file) {
     }
     const long size = std::ftell(file);
     return std::fseek(file, position, SEEK_SET) == 0 ? size : -1;
+}
+
+int file_read_bytes(std::FILE* file, std::uint64_t length, std::vector<std::uint8_t>& bytes) {
+    constexpr std::uint64_t PIECE = 0x10000;
+    bytes.clear();
+    while (bytes.size() < length) {
+        const std::size_t have = bytes.size();
+        const std::size_t wanted = std::min(PIECE, length - have);
+        bytes.resize(have + wanted);
+        const std::size_t got = std::fread(&bytes[have], 1, wanted, file);
+        if (got != wanted) {
+            bytes.resize(have + got);
+            return -1;
+        }
+    }
+    return 0;
 }
 
 int file_replace(const std::string& path, const std::string& content) {

@@ -1,9 +1,11 @@
 // Owners of the operating system's file handles, and what every reader of files needs.
 #pragma once
 
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace kx {
 
@@ -20,6 +22,11 @@ FilePtr file_open(const std::string& path, const char* mode);
 
 /// The stream's length in bytes; the stream's position is restored. -1 when the stream cannot seek.
 long file_size(std::FILE* file);
+
+/// Reads exactly `length` bytes from the stream's position on. 0, or -1 when the stream ends
+/// before; `bytes` then holds what there was. No more room is taken than the stream has bytes, a
+/// piece of it at a time, whatever the length.
+int file_read_bytes(std::FILE* file, std::uint64_t length, std::vector<std::uint8_t>& bytes);
 
 /// Replaces the file at `path` by `content`: a temporary file beside it is written, checked,
 /// given the old file's permissions, and renamed over it, so that a full disc leaves the old file

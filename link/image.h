@@ -1,14 +1,16 @@
 // Image handles: disc images as host files, or held by the target and reached through the stub.
 #pragma once
 
-#include "ini/file.h"
-
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <span>
 #include <string>
 
 namespace kx {
+
+/// File type identifier of a 1541 disc image, the same as in the table of file types.
+constexpr int IMAGE_TYPE_D64 = 22;
 
 /// Kind of a disc image: 0 to 3 have 1541 geometry; 8 marks one held by the target, which uses it
 /// too.
@@ -18,21 +20,22 @@ constexpr int IMAGE_KIND_HELD = 8;
 /// Host images are not accessed from this offset on. Odd, and kept.
 constexpr std::int64_t IMAGE_ACCESS_LIMIT = 0x57057FFF;
 
-/// Bytes of a 1541 image of 41 tracks and a half: offsets from here on are refused on the link.
-constexpr std::int64_t IMAGE_HELD_LIMIT = 256 * 785;
+/// Bytes of a 1541 image of 41 tracks: offsets from here on are refused on the link.
+constexpr std::int64_t IMAGE_HELD_LIMIT = std::int64_t{256} * 785;
 
 struct ImageHandle {
-    FilePtr file; // null when closed or held by the target
+    std::shared_ptr<std::FILE> file; // null when closed or held by the target
     bool held = false;
-    int type = 0; // file type identifier; 22 is a D64
+    int type = 0; // file type identifier
     int kind = IMAGE_KIND_D64;
     std::int64_t access_limit = IMAGE_ACCESS_LIMIT;
 };
 
-/// Sectors of the tracks before `track` (1 to 43) on a 1541 disc.
+/// Sectors of the tracks before `track` (1 to 43) on a 1541 disc; 0 for any other track.
 int d64_sectors_before(int track);
 
-/// Track (from 1), sector and byte of a linear offset. 1; -1 for an offset outside the disc.
+/// Track (from 1), sector and byte of a linear offset. 1; -1, and `place` untouched, for an
+/// offset below 0 or from IMAGE_HELD_LIMIT on.
 struct ImagePlace {
     int track = 1;
     int sector = 0;
@@ -40,23 +43,32 @@ struct ImagePlace {
 };
 int image_place(std::int64_t offset, ImagePlace& place);
 
-/// Opens the file; a held image succeeds at once. 1, or -1 with an error message.
+/// Opens the file; a held image succeeds at once. 1, or -1 with an error message and the handle
+/// closed. A file opened here is the one that memory access goes to in image mode, until another
+/// one is opened or this one is closed.
 int target_imgopen(ImageHandle& image, const std::string& path, bool writing);
 
 /// Closes what was opened.
 void target_imgclose(ImageHandle& image);
 
-/// Bytes from or to an offset of the image. 1, or -1 when not all could be transferred.
+/// Bytes from or to an offset of the image. 1, or -1 when not all could be transferred: also for
+/// an image that is not open, and for a held one that is no D64.
 int target_imgread(ImageHandle& image, std::span<std::uint8_t> bytes, std::int64_t offset);
 int target_imgwrite(ImageHandle& image, std::span<const std::uint8_t> bytes, std::int64_t offset);
 
-/// `length` bytes from the image at `offset` to the file at its position, or the other way.
+/// `length` bytes from the image at `offset` to the file at its position, or the other way. 1;
+/// -1, and nothing sent to the target, for a negative length or a file that ends too early.
 int target_imgreadfchunk(ImageHandle& image, std::FILE* file, std::int64_t offset, long length);
 int target_imgwritefchunk(ImageHandle& image, std::FILE* file, std::int64_t offset, long length);
 
-/// The transfers of a held image, in chunks of 256 bytes.
+/// The transfers of a held image: a command for each 256 bytes and one for what remains, which is
+/// also sent when nothing does. 1, or -1; a range that leaves the disc sends nothing.
 int kx_d64img_readblock(ImageHandle& image, std::span<std::uint8_t> bytes, std::int64_t offset);
 int kx_d64img_writeblock(ImageHandle& image, std::span<const std::uint8_t> bytes,
                          std::int64_t offset);
+
+/// Bytes of the image file opened last; 1, or -1 when there is none or not all were transferred.
+int image_file_read(std::int64_t offset, std::span<std::uint8_t> bytes);
+int image_file_write(std::int64_t offset, std::span<const std::uint8_t> bytes);
 
 } // namespace kx

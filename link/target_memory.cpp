@@ -1,9 +1,13 @@
-// Target memory, by access mode. Only the simulator's side is built.
+// Routes every access to target memory by the access mode: into the simulator, over the stub's
+// commands to the target, into the file of the disc image opened last.
 #include "link/target_memory.h"
 
 #include "core/active_config.h"
 #include "core/simulator.h"
 #include "ini/file.h"
+#include "link/image.h"
+#include "link/port.h"
+#include "link/stub.h"
 #include "ui/msg.h"
 
 #include <algorithm>
@@ -16,63 +20,215 @@ int mem_mode = MEM_SIMULATOR;
 
 namespace {
 
-// What an unmapped address reads as, by its two lowest bits.
-constexpr std::uint8_t filler[] = {0xDE, 0xAD, 0xBE, 0xAF};
+constexpr std::array<std::uint8_t, 4> FILLER = {0xDE, 0xAD, 0xBE, 0xAF};
+constexpr std::uint64_t ADDRESS_SPACE = std::uint64_t{1} << 32;
 
-bool is_mapped(std::uint32_t address) {
-    return memory_map_is_mapped(active_config.memory_map, address);
+// Large enough that a 16-bit target's whole memory is one command.
+constexpr std::size_t PIECE = 0x10000;
+
+struct {
+    std::uint32_t window_start = 0;
+    std::vector<std::uint8_t> window;
+} state;
+
+bool stub_is_used() {
+    return active_config.stub == TARGET_C64RR;
 }
 
-// Whether the file has `length` bytes from `offset` on; it stands at `offset` then.
-bool file_holds(std::FILE* file, long offset, std::uint64_t length) {
-    const long size = file_size(file);
-    return offset >= 0 && offset <= size && length <= static_cast<std::uint64_t>(size - offset) &&
-           std::fseek(file, offset, SEEK_SET) == 0;
+bool to_simulator() {
+    return mem_mode == MEM_SIMULATOR || mem_mode == MEM_SIMULATOR_AND_TARGET;
+}
+
+/// The byte of the host-side copy for the address; null when it lies outside.
+const std::uint8_t* window_find(std::uint32_t address) {
+    if (state.window.empty() || address > addr_mask()) {
+        return nullptr;
+    }
+    const std::uint32_t offset = (address - state.window_start) & addr_mask();
+    return offset < state.window.size() ? &state.window[offset] : nullptr;
+}
+
+std::uint8_t filler(std::uint32_t address) {
+    return FILLER[address & 3];
+}
+
+void stub_write8(std::uint32_t address, std::uint8_t value) {
+    if (stub_is_used()) {
+        stub_write_memory(address, address + 1, {&value, 1});
+    }
+}
+
+/// Bytes that would lie beyond 32 bits go nowhere: addresses do not come round to 0.
+void sim_write_block(std::uint32_t address, std::span<const std::uint8_t> bytes) {
+    bytes = bytes.first(std::min<std::uint64_t>(bytes.size(), ADDRESS_SPACE - address));
+    const int total = static_cast<int>(std::min<std::size_t>(bytes.size(), INT_MAX));
+    int done = 0;
+    for (const std::uint8_t byte : bytes) {
+        if (mem_is_mapped(address)) {
+            sim_write8(address, byte);
+        }
+        address++;
+        done += done < total;
+        progress_update(done, total);
+    }
+}
+
+/// The target's side of a block write, `end` being the end address as it is sent.
+int target_write_block(std::uint32_t address, std::uint32_t end,
+                       std::span<const std::uint8_t> bytes) {
+    if (stub_is_used()) {
+        return stub_write_memory(address, end, bytes);
+    }
+    // Other stubs are written to byte by byte, and a byte goes nowhere for them: what is left is
+    // that the write error does not survive.
+    port_state.write_error = 0;
+    return 1;
+}
+
+int write_block(std::uint32_t address, std::uint32_t end, std::span<const std::uint8_t> bytes) {
+    if (mem_mode == MEM_IMAGE) {
+        return image_file_write(address, bytes);
+    }
+    if (to_simulator()) {
+        sim_write_block(address, bytes);
+    }
+    return mem_mode == MEM_SIMULATOR ? 1 : target_write_block(address, end, bytes);
 }
 
 } // namespace
 
-std::uint8_t mem_read8(std::uint32_t address) {
-    if (!is_mapped(address)) {
-        return filler[address % 4];
+void mem_set_window(std::uint32_t start, std::span<const std::uint8_t> bytes) {
+    state.window_start = start;
+    state.window.assign(bytes.begin(), bytes.end());
+}
+
+void mem_clear_window() {
+    state = {};
+}
+
+bool mem_is_mapped(std::uint32_t address) {
+    if (mem_mode == MEM_IMAGE) {
+        return address < IMAGE_ACCESS_LIMIT;
     }
-    return mem_mode == MEM_SIMULATOR ? sim_read8(address) : 0;
+    return memory_map_is_mapped(active_config.memory_map, address);
+}
+
+std::uint32_t mem_top() {
+    return addr_mask();
+}
+
+std::uint8_t mem_read8(std::uint32_t address) {
+    if (const std::uint8_t* byte = window_find(address)) {
+        return *byte;
+    }
+    if (!mem_is_mapped(address)) {
+        return filler(address);
+    }
+    if (mem_mode == MEM_SIMULATOR) {
+        return sim_read8(address);
+    }
+    // Also in image mode: a single byte always comes from the target, only blocks from the image.
+    std::uint8_t byte = 0;
+    if (!stub_is_used() || stub_read_memory(address, {&byte, 1}) != 1) {
+        return 0;
+    }
+    return byte;
 }
 
 void mem_write8(std::uint32_t address, std::uint8_t value) {
-    if (mem_mode == MEM_SIMULATOR) {
+    if (to_simulator()) {
         sim_write8(address, value);
+    }
+    if (mem_mode != MEM_SIMULATOR) {
+        stub_write8(address, value);
     }
 }
 
-int mem_write_file(std::FILE* file, long offset, std::uint32_t start, std::uint64_t end) {
+void mem_write16(std::uint32_t address, std::uint16_t value) {
+    const auto low = static_cast<std::uint8_t>(value);
+    const auto high = static_cast<std::uint8_t>(value >> 8);
+    const bool big = active_config.stub_endianness == 1;
+    mem_write8(address, big ? high : low);
+    mem_write8(address + 1, big ? low : high);
+}
+
+void mem_write32(std::uint32_t address, std::uint32_t value) {
+    const bool big = active_config.stub_endianness == 1;
+    for (std::uint32_t i = 0; to_simulator() && i < 4; i++) {
+        const std::uint32_t shift = 8 * (big ? 3 - i : i);
+        sim_write8(address + i, static_cast<std::uint8_t>(value >> shift));
+    }
+    // Meant: towards the target the byte order of the stub counts for 16-bit values only, and
+    // 32-bit ones always go lowest byte first.
+    for (std::uint32_t i = 0; mem_mode != MEM_SIMULATOR && i < 4; i++) {
+        stub_write8(address + i, static_cast<std::uint8_t>(value >> 8 * i));
+    }
+}
+
+int mem_write_block(std::uint32_t address, std::span<const std::uint8_t> bytes) {
+    // Meant: a block write names an end address one further than a block read does.
+    return write_block(address, address + static_cast<std::uint32_t>(bytes.size()) + 1, bytes);
+}
+
+int mem_read_block(std::span<std::uint8_t> bytes, std::uint32_t address) {
+    if (mem_mode == MEM_IMAGE) {
+        return image_file_read(address, bytes);
+    }
     if (mem_mode != MEM_SIMULATOR) {
-        msg_error("target memory can only be written in the simulator.");
-        return -1;
-    }
-    const std::uint64_t length = end - start;
-    if (end < start || !file_holds(file, offset, length)) {
-        return -1;
-    }
-    std::array<std::uint8_t, 4096> buffer;
-    std::uint64_t done = 0;
-    while (done < length) {
-        const std::size_t wanted = std::min<std::uint64_t>(buffer.size(), length - done);
-        if (std::fread(buffer.data(), 1, wanted, file) != wanted) {
-            return -1;
+        if (stub_is_used()) {
+            return stub_read_memory(address, bytes);
         }
-        for (std::size_t i = 0; i < wanted; i++) {
-            const std::uint64_t address = start + done + i;
-            // Beyond 32 bits there is no target memory: the address must not come round to 0.
-            if (address <= UINT32_MAX && is_mapped(static_cast<std::uint32_t>(address))) {
-                sim_write8(static_cast<std::uint32_t>(address), buffer[i]);
-            }
-        }
-        done += wanted;
-        progress_update(static_cast<int>(std::min<std::uint64_t>(done, INT_MAX)),
-                        static_cast<int>(std::min<std::uint64_t>(length, INT_MAX)));
+        std::fill(bytes.begin(), bytes.end(), std::uint8_t{0});
+        return 1;
+    }
+    for (std::uint8_t& byte : bytes) {
+        byte = mem_is_mapped(address) ? sim_read8(address) : filler(address);
+        address++;
     }
     return 1;
+}
+
+int mem_write_file(std::FILE* file, long offset, std::uint32_t start, std::uint64_t end) {
+    // A command cannot name an end beyond the address space; the simulator leaves the rest out.
+    const bool too_far = end > ADDRESS_SPACE && mem_mode != MEM_SIMULATOR;
+    if (offset < 0 || end < start || too_far || std::fseek(file, offset, SEEK_SET) != 0) {
+        return -1;
+    }
+    std::vector<std::uint8_t> bytes;
+    if (file_read_bytes(file, end - start, bytes) != 0) {
+        return -1;
+    }
+    // The end address is sent as the caller gave it, without the one that blocks add.
+    return write_block(start, static_cast<std::uint32_t>(end), bytes);
+}
+
+int mem_read_file(std::FILE* file, std::uint32_t start, std::uint64_t end) {
+    if (end < start || end > ADDRESS_SPACE) {
+        return -1;
+    }
+    std::vector<std::uint8_t> piece;
+    for (std::uint64_t at = start; at < end; at += piece.size()) {
+        piece.resize(std::min<std::uint64_t>(PIECE, end - at));
+        if (mem_read_block(piece, static_cast<std::uint32_t>(at)) != 1 ||
+            std::fwrite(piece.data(), 1, piece.size(), file) != piece.size()) {
+            return -1;
+        }
+    }
+    return std::fflush(file) == 0 ? 1 : -1;
+}
+
+void target_set_pc(std::uint32_t address) {
+    if (mem_mode == MEM_SIMULATOR) {
+        sim_registers().pc = address;
+    } else if (stub_is_used()) {
+        stub_set_pc(address);
+    }
+}
+
+void target_execute() {
+    if (mem_mode != MEM_SIMULATOR && stub_is_used()) {
+        stub_execute();
+    }
 }
 
 } // namespace kx

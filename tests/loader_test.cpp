@@ -114,8 +114,8 @@ TEST_F(Load, RefusesWhatItCannotLoad) {
     for (const Row& row : {
              Row{"none.rom", nullptr, "Failed to open input bin file '"},
              {"one.prg", "\x01", "is too short for a prg file"},
-             {"song.sid", "PSID", "loading files of this type (PlaySID cbm-binary+header)"},
-             {"read.txt", "hello", "is not a program that can be loaded (plain ascii text)"},
+             {"song.sid", "PSID", "files of this type (PlaySID cbm-binary+header)"},
+             {"read.txt", "hello", "is not a program that can be loaded or saved (plain"},
          }) {
         if (row.content != nullptr) {
             dir.write(row.name, row.content);
@@ -126,36 +126,6 @@ TEST_F(Load, RefusesWhatItCannotLoad) {
         EXPECT_EQ(memory(0x1000, 4), "\0\0\0\0"s) << row.name;
     }
     EXPECT_EQ(file_load(dir.path(), 0x1000), -1) << "a directory";
-}
-
-TEST_F(Load, TransfersAreWholeOrNothing) {
-    const FilePtr file = file_open(dir.write("f", "abcd"), "rb");
-    EXPECT_EQ(mem_write_file(file.get(), 2, 0x1000, 0x1003), -1) << "the file is too short";
-    EXPECT_EQ(mem_write_file(file.get(), -1, 0x1000, 0x1001), -1);
-    EXPECT_EQ(mem_write_file(file.get(), 0, 0x1001, 0x1000), -1);
-    EXPECT_EQ(memory(0x1000, 4), "\0\0\0\0"s);
-    mem_mode = MEM_IMAGE;
-    EXPECT_EQ(mem_write_file(file.get(), 0, 0x1000, 0x1001), -1);
-    mem_write8(0x1000, 1);
-    EXPECT_EQ(mem_read8(0x1000), 0);
-    mem_mode = MEM_SIMULATOR;
-    EXPECT_EQ(sim_read8(0x1000), 0);
-
-    memory_map_set_type(active_config.memory_map,
-                        memory_map_add(active_config.memory_map, 0, 0, 0xFFFFFFFF), MEMORY_IO);
-    EXPECT_EQ(mem_write_file(file.get(), 1, 0xFFFFFFFE, 0x100000001), 1);
-    EXPECT_EQ(memory(0xFFFE, 3), "bc\0"s) << "behind the last address nothing comes round to 0";
-}
-
-TEST_F(Load, UnmappedAddressesReadAsTheFiller) {
-    sim_write8(0x1003, 0x42);
-    const int expected[] = {0x42, 0xDE, 0xAD, 0xBE, 0xAF, 0xDE};
-    for (std::uint32_t i = 0; i < 6; i++) {
-        EXPECT_EQ(mem_read8(0x1003 + i), expected[i]) << i;
-    }
-    mem_write8(0x2000, 0x77); // a single write does not ask the map
-    EXPECT_EQ(sim_read8(0x2000), 0x77);
-    EXPECT_EQ(mem_read8(0x2000), 0xDE);
 }
 
 } // namespace

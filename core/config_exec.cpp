@@ -1,0 +1,87 @@
+// Runs program files on the configured target, saves and loads ranges of its memory.
+#include "core/config_exec.h"
+
+#include "core/active_config.h"
+#include "files/loader.h"
+#include "ini/file.h"
+#include "link/patch.h"
+#include "link/target_memory.h"
+#include "ui/msg.h"
+
+#include <filesystem>
+#include <unistd.h>
+
+namespace kx {
+
+namespace {
+
+bool file_exists(const std::string& path) {
+    return access(path.c_str(), F_OK) == 0;
+}
+
+/// Whether the file can be had, made or replaced: to be known before a slow transfer has run for
+/// nothing.
+bool can_write(const std::string& path) {
+    if (file_exists(path)) {
+        return file_open(path, "r+b") != nullptr;
+    }
+    const std::filesystem::path directory = std::filesystem::path(path).parent_path();
+    return access(directory.empty() ? "." : directory.c_str(), W_OK) == 0;
+}
+
+/// 1, or -1 when the user ended it.
+int patch_loaded() {
+    if (active_config.patch_autoload == 0) {
+        return 1;
+    }
+    const LoadedFile& loaded = file_loaded();
+    return patch_apply_defaults(loaded.start,
+                                static_cast<std::uint32_t>(loaded.end - loaded.start));
+}
+
+} // namespace
+
+int core_execfile(const std::string& path, std::uint32_t load_address,
+                  std::uint32_t start_address) {
+    if (!file_exists(path)) {
+        msg_error("file '%s' doees not exist.", path.c_str()); // misspelt, and kept
+        return 0;
+    }
+    if (start_address == 0) {
+        start_address = file_start_address(path);
+    }
+    if (start_address == 0) {
+        start_address = load_address;
+    }
+    msg_info("core_execfile: %s %08x:%08x", path.c_str(), load_address, start_address);
+    if (file_open(path, "rb") == nullptr) {
+        msg_error("couldn't open file '%s'.", path.c_str());
+        return -1;
+    }
+    if (file_load(path, load_address) != 1 || patch_loaded() != 1) {
+        return -1;
+    }
+    msg_info("set PC=0x%08lx", static_cast<unsigned long>(start_address));
+    target_set_pc(start_address);
+    msg_info("execute PC=0x%08lx", static_cast<unsigned long>(start_address));
+    target_execute();
+    return 1;
+}
+
+int core_save_range(const std::string& path, std::uint32_t start, std::uint64_t end) {
+    if (start < end && !can_write(path)) {
+        msg_error("couldn't get file '%s'.", path.c_str());
+        return -1;
+    }
+    return file_save(path, start, end);
+}
+
+int core_load_range(const std::string& path, std::uint32_t start, std::uint64_t end) {
+    if (file_open(path, "rb") == nullptr) {
+        msg_error("couldn't open file '%s'.", path.c_str());
+        return -1;
+    }
+    return file_load(path, start, end);
+}
+
+} // namespace kx

@@ -1,0 +1,217 @@
+// Image handles: host files through the C library, held images through the stub's image blocks,
+// and the arithmetic from linear offsets to places on a 1541 disc.
+#include "link/image.h"
+
+#include "core/active_config.h"
+#include "ini/file.h"
+#include "link/stub.h"
+#include "ui/msg.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace kx {
+
+namespace {
+
+constexpr std::int64_t SECTOR_BYTES = 256;
+
+/// Tracks with the same number of sectors, up to and including `last`.
+struct Zone {
+    int last;
+    int sectors;
+};
+constexpr Zone ZONES[] = {{17, 21}, {24, 19}, {30, 18}, {42, 17}};
+
+struct {
+    std::weak_ptr<std::FILE> last; // gone when its handle closes it
+} state;
+
+bool range_is_inside(std::int64_t offset, std::size_t length, std::int64_t limit) {
+    return offset >= 0 && offset < limit && length <= static_cast<std::size_t>(limit - offset);
+}
+
+int host_read(std::FILE* file, std::span<std::uint8_t> bytes, std::int64_t offset) {
+    if (fseeko(file, offset, SEEK_SET) != 0 ||
+        std::fread(bytes.data(), 1, bytes.size(), file) != bytes.size()) {
+        return -1;
+    }
+    return 1;
+}
+
+/// Flushes, so that a full disc fails the write that met it.
+int host_write(std::FILE* file, std::span<const std::uint8_t> bytes, std::int64_t offset) {
+    if (fseeko(file, offset, SEEK_SET) != 0 ||
+        std::fwrite(bytes.data(), 1, bytes.size(), file) != bytes.size()) {
+        return -1;
+    }
+    return std::fflush(file) == 0 ? 1 : -1;
+}
+
+/// A held image can be reached only through the one stub that has commands for it, and it must be
+/// a D64 for its offsets to have places.
+bool held_is_reachable(const ImageHandle& image) {
+    return image.type == IMAGE_TYPE_D64 && active_config.stub == TARGET_C64RR;
+}
+
+/// Cuts a held transfer of `length` bytes at `offset` into commands: `transfer` gets each one's
+/// place, first byte and length.
+template <typename Transfer>
+int for_each_chunk(std::size_t length, std::int64_t offset, const char* verb, Transfer transfer) {
+    if (!range_is_inside(offset, length, IMAGE_HELD_LIMIT)) {
+        return -1;
+    }
+    std::size_t done = 0;
+    for (;;) {
+        const std::size_t chunk = std::min<std::size_t>(SECTOR_BYTES, length - done);
+        const std::int64_t from = offset + static_cast<std::int64_t>(done);
+        ImagePlace place;
+        if (image_place(from, place) != 1) {
+            return 1; // behind the disc's last byte the closing command has no place to name
+        }
+        msg_info("%s offs:%d == trk:%d sec:%d off:%d len:%d", verb, static_cast<int>(from),
+                 place.track, place.sector, place.byte, static_cast<int>(chunk));
+        if (transfer(StubBlock{place.track, place.sector, place.byte}, done, chunk) != 1) {
+            return -1;
+        }
+        done += chunk;
+        // Meant: a length that is a multiple of 256 ends with a command of 0 bytes.
+        if (chunk < SECTOR_BYTES) {
+            return 1;
+        }
+    }
+}
+
+} // namespace
+
+int d64_sectors_before(int track) {
+    if (track < 1 || track > ZONES[std::size(ZONES) - 1].last + 1) {
+        return 0;
+    }
+    int sectors = 0;
+    int first = 1;
+    for (const Zone& zone : ZONES) {
+        sectors += zone.sectors * std::clamp(track - first, 0, zone.last - first + 1);
+        first = zone.last + 1;
+    }
+    return sectors;
+}
+
+int image_place(std::int64_t offset, ImagePlace& place) {
+    if (offset < 0 || offset >= IMAGE_HELD_LIMIT) {
+        return -1;
+    }
+    const int block = static_cast<int>(offset / SECTOR_BYTES);
+    int track = 1;
+    while (block >= d64_sectors_before(track + 1)) {
+        track++;
+    }
+    place = {track, block - d64_sectors_before(track), static_cast<int>(offset % SECTOR_BYTES)};
+    return 1;
+}
+
+int target_imgopen(ImageHandle& image, const std::string& path, bool writing) {
+    if (image.held) {
+        return 1;
+    }
+    image.file = file_open(path, writing ? "r+b" : "rb");
+    if (!image.file) {
+        msg_error("failed to open image '%s' for %s.", path.c_str(),
+                  writing ? "writing" : "reading");
+        return -1;
+    }
+    state.last = image.file;
+    return 1;
+}
+
+void target_imgclose(ImageHandle& image) {
+    image.file.reset();
+}
+
+int target_imgread(ImageHandle& image, std::span<std::uint8_t> bytes, std::int64_t offset) {
+    if (image.held) {
+        return kx_d64img_readblock(image, bytes, offset);
+    }
+    if (!image.file || !range_is_inside(offset, bytes.size(), image.access_limit)) {
+        return -1;
+    }
+    return host_read(image.file.get(), bytes, offset);
+}
+
+int target_imgwrite(ImageHandle& image, std::span<const std::uint8_t> bytes, std::int64_t offset) {
+    if (image.held) {
+        return kx_d64img_writeblock(image, bytes, offset);
+    }
+    if (!image.file || !range_is_inside(offset, bytes.size(), image.access_limit)) {
+        return -1;
+    }
+    return host_write(image.file.get(), bytes, offset);
+}
+
+int target_imgreadfchunk(ImageHandle& image, std::FILE* file, std::int64_t offset, long length) {
+    // No room is made for more than the image can hold.
+    const std::int64_t size = image.held   ? IMAGE_HELD_LIMIT
+                              : image.file ? file_size(image.file.get())
+                                           : 0;
+    if (length < 0 || offset < 0 || length > size - offset) {
+        return -1;
+    }
+    std::vector<std::uint8_t> bytes(static_cast<std::size_t>(length));
+    if (target_imgread(image, bytes, offset) != 1 ||
+        std::fwrite(bytes.data(), 1, bytes.size(), file) != bytes.size()) {
+        return -1;
+    }
+    return std::fflush(file) == 0 ? 1 : -1;
+}
+
+int target_imgwritefchunk(ImageHandle& image, std::FILE* file, std::int64_t offset, long length) {
+    msg_info("target_imgwritefchunk\n");
+    if (image.held) {
+        msg_info("kx_d64img_writefchunk\n");
+    }
+    std::vector<std::uint8_t> bytes;
+    if (length < 0 || file_read_bytes(file, static_cast<std::uint64_t>(length), bytes) != 0) {
+        return -1;
+    }
+    return target_imgwrite(image, bytes, offset);
+}
+
+int kx_d64img_readblock(ImageHandle& image, std::span<std::uint8_t> bytes, std::int64_t offset) {
+    if (!held_is_reachable(image)) {
+        return -1;
+    }
+    return for_each_chunk(bytes.size(), offset, "read",
+                          [&](const StubBlock& place, std::size_t from, std::size_t length) {
+                              return stub_read_image(place, bytes.subspan(from, length));
+                          });
+}
+
+int kx_d64img_writeblock(ImageHandle& image, std::span<const std::uint8_t> bytes,
+                         std::int64_t offset) {
+    msg_info("kx_d64img_writeblock\n");
+    if (!held_is_reachable(image)) {
+        return -1;
+    }
+    return for_each_chunk(bytes.size(), offset, "write",
+                          [&](const StubBlock& place, std::size_t from, std::size_t length) {
+                              return stub_write_image(place, bytes.subspan(from, length));
+                          });
+}
+
+int image_file_read(std::int64_t offset, std::span<std::uint8_t> bytes) {
+    const std::shared_ptr<std::FILE> file = state.last.lock();
+    if (!file || !range_is_inside(offset, bytes.size(), IMAGE_ACCESS_LIMIT)) {
+        return -1;
+    }
+    return host_read(file.get(), bytes, offset);
+}
+
+int image_file_write(std::int64_t offset, std::span<const std::uint8_t> bytes) {
+    const std::shared_ptr<std::FILE> file = state.last.lock();
+    if (!file || !range_is_inside(offset, bytes.size(), IMAGE_ACCESS_LIMIT)) {
+        return -1;
+    }
+    return host_write(file.get(), bytes, offset);
+}
+
+} // namespace kx

@@ -1,0 +1,248 @@
+// Target memory in its three modes, and disc images: what reaches the simulator, what the scripted
+// target is sent, byte for byte, and what the files hold afterwards.
+#include "link/target_memory.h"
+
+#include "core/active_config.h"
+#include "core/simulator.h"
+#include "ini/file.h"
+#include "link/image.h"
+#include "link/port.h"
+#include "tests/support/scripted_target.h"
+#include "tests/support/temp_dir.h"
+#include "ui/msg.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace kx {
+
+using test::ScriptedTarget;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using Bytes = std::vector<std::uint8_t>;
+
+namespace {
+
+/// RAM at 0800 to 0FFF and C000 to FFFF, a hole in it at 0900 to 09FF, the rest not there.
+struct TargetMemory : testing::Test {
+    TargetMemory() {
+        active_config.addr_bits = 16;
+        MemoryMap& map = active_config.memory_map;
+        memory_map_set_type(map, memory_map_add(map, 0, 0x900, 0x9FF), MEMORY_NONE);
+        memory_map_set_type(map, memory_map_add(map, 0, 0x800, 0xFFF), MEMORY_RAM_ROM);
+        memory_map_set_type(map, memory_map_add(map, 0, 0xC000, 0xFFFF), MEMORY_RAM_ROM);
+        EXPECT_EQ(sim_init(), 1);
+    }
+
+    void connect() {
+        active_config.stub = TARGET_C64RR;
+        active_config.port_type = PORT_SERIAL;
+        mem_mode = MEM_SIMULATOR_AND_TARGET;
+        EXPECT_EQ(target_connect(target.device(), 38400, 0), 1);
+    }
+
+    static Bytes simulator(std::uint32_t from, std::size_t count) {
+        Bytes bytes;
+        while (bytes.size() < count) {
+            bytes.push_back(sim_read8(from++));
+        }
+        return bytes;
+    }
+
+    ImageHandle held_image() {
+        connect();
+        ImageHandle image{
+            .file = nullptr, .held = true, .type = IMAGE_TYPE_D64, .kind = IMAGE_KIND_HELD};
+        EXPECT_EQ(target_imgopen(image, "no such file", true), 1);
+        return image;
+    }
+
+    test::TempDir dir;
+    ScriptedTarget target;
+};
+
+} // namespace
+
+TEST_F(TargetMemory, ReadsTheWindowThenTheFillerThenTheSimulator) {
+    sim_write8(0x8FF, 0x12);
+    sim_write8(0x900, 0x34); // in the hole
+    mem_set_window(0xFFFE, Bytes{1, 2, 3});
+    const std::pair<std::uint32_t, int> rows[] = {{0x8FF, 0x12}, {0x900, 0xDE}, {0x903, 0xAF},
+                                                  {0xFFFD, 0},   {0xFFFE, 1},   {0xFFFF, 2},
+                                                  {0, 3},        {1, 0xAD},     {0x10000, 0xDE}};
+    for (const auto& [address, value] : rows) {
+        EXPECT_EQ(mem_read8(address), value) << std::hex << address;
+    }
+    mem_clear_window();
+    EXPECT_EQ(mem_read8(0), 0xDE);
+    Bytes block(6);
+    EXPECT_EQ(mem_read_block(block, 0x8FD), 1);
+    EXPECT_THAT(block, ElementsAre(0, 0, 0x12, 0xDE, 0xAD, 0xBE));
+    mem_mode = MEM_IMAGE; // the map does not count there, and single bytes are the target's
+    EXPECT_EQ(mem_read8(0x57057FFE), 0);
+    EXPECT_EQ(mem_read8(0x57057FFF), 0xAF);
+}
+
+TEST_F(TargetMemory, SendsNumbersToBothSidesInTheirByteOrders) {
+    connect();
+    for (std::uint8_t endianness = 0; endianness < 3; endianness++) {
+        active_config.stub_endianness = endianness;
+        mem_write16(0x800, 0x1234);
+        mem_write32(0x802, 0xA1B2C3D4);
+        const std::string sent = target.take(std::size_t{6} * 7);
+        const bool big = endianness == 1;
+        EXPECT_EQ(simulator(0x800, 6), big ? (Bytes{0x12, 0x34, 0xA1, 0xB2, 0xC3, 0xD4})
+                                           : (Bytes{0x34, 0x12, 0xD4, 0xC3, 0xB2, 0xA1}));
+        EXPECT_EQ(test::peek(target.memory, 0x800, 6),
+                  big ? (Bytes{0x12, 0x34, 0xD4, 0xC3, 0xB2, 0xA1}) : simulator(0x800, 6));
+        EXPECT_EQ(sent.substr(0, 20), big ? "41 42 01 08 00 08 12" : "41 42 01 08 00 08 34");
+    }
+}
+
+TEST_F(TargetMemory, MovesBlocksInOneCommandEach) {
+    connect();
+    target.write_excess = 1;
+    EXPECT_EQ(mem_write_block(0x8FE, Bytes{1, 2, 3}), 1);
+    EXPECT_EQ(target.take(9), "41 42 02 09 FE 08 01 02 03");
+    EXPECT_THAT(simulator(0x8FE, 3), ElementsAre(1, 2, 0)); // the hole is left out
+    sim_write8(0x8FF, 0);
+    Bytes back(3);
+    EXPECT_EQ(mem_read_block(back, 0x8FE), 1);
+    EXPECT_EQ(mem_read8(0x8FF), 2);
+    EXPECT_EQ(target.take(12), "41 43 01 09 FE 08 41 43 00 09 FF 08");
+    EXPECT_THAT(back, ElementsAre(1, 2, 3)); // the target's, not the simulator's
+    target.fault = test::Fault::Surplus;
+    EXPECT_EQ(mem_read_block(back, 0x8FE), -1);
+    EXPECT_EQ(mem_read8(0x8FF), 0);
+}
+
+TEST_F(TargetMemory, SkipsTheTargetForOtherStubsAndInTheSimulator) {
+    connect();
+    for (const bool in_simulator : {true, false}) {
+        mem_mode = in_simulator ? MEM_SIMULATOR : MEM_SIMULATOR_AND_TARGET;
+        active_config.stub = in_simulator ? TARGET_C64RR : TARGET_NONE;
+        mem_write8(0x8FF, 0x99);
+        EXPECT_EQ(mem_write_block(0x900, Bytes{5, 6}), 1);
+        Bytes back(2, 0x55);
+        EXPECT_EQ(mem_read_block(back, 0x8FF), 1);
+        EXPECT_EQ(back, in_simulator ? (Bytes{0x99, 0xDE}) : (Bytes{0, 0}));
+        EXPECT_EQ(simulator(0x8FF, 2), (Bytes{0x99, 0}));
+        target_set_pc(0x1234);
+        target_execute();
+        EXPECT_EQ(sim_registers().pc, 0x1234U);
+    }
+    active_config.stub = TARGET_C64RR;
+    target_set_pc(0xC0DE);
+    target_execute();
+    EXPECT_EQ(target.take(6), "41 44 DE C0 41 4B"); // and nothing before
+}
+
+TEST_F(TargetMemory, CopiesRangesFromAndToFiles) {
+    connect();
+    const FilePtr file = file_open(dir.write("in.bin", "..ABC"), "rb");
+    EXPECT_EQ(mem_write_file(file.get(), 3, 0x800, 0x803), -1); // one byte short
+    EXPECT_EQ(mem_write_file(file.get(), 0, 0x800, 0x7FF), -1); // ends before its start
+    EXPECT_EQ(mem_write_file(file.get(), 0, 0xFFFFFFFF, 0x100000001), -1);
+    EXPECT_EQ(mem_write_file(file.get(), 2, 0x8FE, 0x901), 1);
+    EXPECT_EQ(target.take(9), "41 42 01 09 FE 08 41 42 43"); // and nothing before
+    EXPECT_THAT(simulator(0x8FE, 3), ElementsAre('A', 'B', 0));
+    const FilePtr out = file_open(dir.file("out.bin"), "wb");
+    EXPECT_EQ(mem_read_file(out.get(), 0x8FD, 0x901), 1);
+    EXPECT_EQ(mem_read_file(out.get(), 0x8FD, 0x8FC), -1);
+    EXPECT_EQ(test::read_file(dir.file("out.bin")), std::string("\0ABC", 4));
+    mem_mode = MEM_SIMULATOR;
+    active_config.memory_map.regions[1].base = 0; // beyond the end nothing comes round to it
+    EXPECT_EQ(mem_write_file(file.get(), 2, 0xFFFFFFFE, 0x100000001), 1);
+    EXPECT_THAT(simulator(0xFFFF, 2), ElementsAre(0, 0));
+}
+
+TEST_F(TargetMemory, ReadsAndWritesImageFilesThemselvesOrAsMemory) {
+    ImageHandle first;
+    ImageHandle image;
+    Bytes back(3);
+    EXPECT_EQ(target_imgread(image, back, 0), -1); // not open
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(target_imgopen(image, "none", true), -1);
+    EXPECT_EQ(target_imgopen(image, "/", false), -1);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                HasSubstr("failed to open image 'none' for writing. \n"
+                          "error: failed to open image '/' for reading. "));
+    const std::string path = dir.write("second", "0123456789");
+    EXPECT_EQ(target_imgopen(first, dir.write("first", "0123456789"), true), 1);
+    EXPECT_EQ(target_imgopen(image, path, true), 1);
+    mem_mode = MEM_IMAGE; // goes to the one opened last
+    for (const std::int64_t offset : {std::int64_t{-1}, std::int64_t{8}, IMAGE_ACCESS_LIMIT - 1}) {
+        EXPECT_EQ(target_imgread(image, back, offset), -1) << offset;
+        EXPECT_EQ(mem_read_block(back, static_cast<std::uint32_t>(offset)), -1) << offset;
+    }
+    EXPECT_EQ(mem_write_block(0x57057FFE, Bytes{1, 2}), -1);
+    EXPECT_EQ(mem_write_block(8, Bytes{'X', 'Y'}), 1);
+    EXPECT_EQ(mem_read_block(back, 7), 1);
+    EXPECT_THAT(back, ElementsAre('7', 'X', 'Y'));
+    const FilePtr host = file_open(dir.write("host", "abc"), "r+b");
+    for (const auto& [length, result] : {std::pair{-1L, -1}, {4L, -1}, {3L, 1}}) {
+        std::rewind(host.get());
+        EXPECT_EQ(target_imgwritefchunk(image, host.get(), 2, length), result) << length;
+        EXPECT_EQ(test::read_file(path), result == 1 ? "01abc567XY" : "01234567XY") << length;
+    }
+    for (const auto& [length, result] : {std::pair{-1L, -1}, {3L, -1}, {1L << 40, -1}, {2L, 1}}) {
+        EXPECT_EQ(target_imgreadfchunk(image, host.get(), 8, length), result) << length;
+    }
+    EXPECT_EQ(test::read_file(dir.file("host")), "abcXY");
+    target_imgclose(image);
+    EXPECT_EQ(mem_read_block(back, 0), -1);
+}
+
+TEST_F(TargetMemory, MovesHeldImagesInChunks) {
+    ImageHandle image = held_image();
+    std::string data(512, 'x');
+    data[256] = 'y';
+    const FilePtr host = file_open(dir.write("host", data), "rb");
+    EXPECT_EQ(target_imgwritefchunk(image, host.get(), 91136, 513), -1); // sends nothing
+    std::rewind(host.get());
+    verbosity.verbose = 1;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(target_imgwritefchunk(image, host.get(), 91136, 512), 1);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                HasSubstr("info: target_imgwritefchunk\n \ninfo: kx_d64img_writefchunk\n "
+                          "\ninfo: kx_d64img_writeblock\n "
+                          "\ninfo: write offs:91136 == trk:17 sec:20 off:0 len:256 "
+                          "\ninfo: write offs:91392 == trk:18 sec:0 off:0 len:256 "
+                          "\ninfo: write offs:91648 == trk:18 sec:1 off:0 len:0 "));
+    const FilePtr copy = file_open(dir.file("copy"), "wb");
+    EXPECT_EQ(target_imgreadfchunk(image, copy.get(), 91137, 511), 1);
+    EXPECT_EQ(test::read_file(dir.file("copy")), data.substr(1));
+    EXPECT_THAT(target.commands,
+                ElementsAre("41 4C 11 00 14 00 00 00 00 01", "41 4C 12 00 00 00 00 00 00 01",
+                            "41 4C 12 00 01 00 00 00 00 00", "41 4D 11 00 14 00 01 00 00 01",
+                            "41 4D 12 00 00 00 01 00 FF 00"));
+}
+
+TEST_F(TargetMemory, SendsNothingForPlacesThatAreNotOnTheDisc) {
+    ImageHandle image = held_image();
+    Bytes bytes(256);
+    EXPECT_EQ(target_imgread(image, bytes, -1), -1);
+    EXPECT_EQ(target_imgread(image, bytes, 200960 - 255), -1);
+    EXPECT_EQ(target_imgwrite(image, bytes, 200960), -1);
+    image.type = 15;
+    EXPECT_EQ(target_imgread(image, bytes, 0), -1);
+    image.type = IMAGE_TYPE_D64;
+    EXPECT_EQ(target_imgread(image, bytes, 200960 - 256), 1); // the last block is there
+    target.fault = test::Fault::Surplus;
+    EXPECT_EQ(target_imgread(image, bytes, 0), -1);
+    EXPECT_THAT(target.commands,
+                ElementsAre("41 4D 29 00 10 00 00 00 00 01", "41 4D 01 00 00 00 00 00 00 01"));
+}
+
+TEST_F(TargetMemory, FindsPlacesOnTheDisc) {
+    const std::vector<std::int64_t> rows[] = {
+        {0, 1, 0, 0},       {91391, 17, 20, 255},  {91392, 18, 0, 0},  {91393, 18, 0, 1},
+        {125440, 25, 0, 0}, {153087, 30, 17, 255}, {153088, 31, 0, 0}, {200959, 41, 16, 255}};
+    for (const auto& row : rows) {
+        ImagePlace place;
+        EXPECT_EQ(image_place(row[0], place), 1) << row[0];
+        EXPECT_THAT(row, ElementsAre(row[0], place.track, place.sector, place.byte));
+    }
+}
+
+} // namespace kx
