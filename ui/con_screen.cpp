@@ -122,6 +122,13 @@ void set_modes() {
     start_colours();
 }
 
+// Until the screen has been left and entered again, curses flushes its output at every movement
+// of the cursor: each screenful would go out in as many writes as it has rows.
+void enter_for_good() {
+    endwin();
+    refresh();
+}
+
 } // namespace
 
 bool con_screen_active() {
@@ -143,6 +150,7 @@ int con_open() {
     prepare_reset(false);
     state.active = true;
     set_modes();
+    enter_for_good();
     con_start_drawing();
     con_start_keys();
     ini_set_reporter(con_after_screen);
