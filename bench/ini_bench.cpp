@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <unistd.h>
 
 // inih's C header has the same name as ours, so what is needed of it is found by pkg-config's path.
 #include <ini.h>
