@@ -112,6 +112,7 @@ int sym_vice_readfile(SymTable* table, const std::string& path) {
         switch (parse_label(line, address, name)) {
         case Parsed::label:
             sym_add(table, address, 0, 0, name.c_str(), nullptr, 0);
+            any = true;
             break;
         case Parsed::malformed:
             msg_error("%s: line %lu is malformed.", path.c_str(), number);

@@ -1,0 +1,71 @@
+// PC-Engine images, to the target.
+#include "files/pce.h"
+
+#include "core/bytes.h"
+#include "files/transfer.h"
+#include "ui/msg.h"
+
+namespace kx {
+
+namespace {
+
+constexpr char CANNOT_OPEN[] = "Failed to open input pce file '%s'";
+
+constexpr TransferPiece pieces[] = {
+    {0, 0xE000, 0x10000},
+    {8192, 0x6000, 0xE000},
+};
+constexpr long LENGTH = 40960; // of both
+
+constexpr long VECTORS = 5; // IRQ 2, IRQ 1, timer, NMI, reset: the last bytes of the first piece
+constexpr long VECTORS_OFFSET = 8192 - 2 * VECTORS;
+constexpr long RESET_OFFSET = 8190;
+
+void tell_piece(const char* format, const std::string& name, const TransferPiece& piece) {
+    msg_info(format, name.c_str(), static_cast<unsigned long>(piece.start),
+             static_cast<unsigned long>(piece.end - 1),
+             static_cast<unsigned long>(piece.end - piece.start));
+}
+
+} // namespace
+
+long pce_send(const std::string& path) {
+    TransferFile input;
+    if (!transfer_open(input, path, CANNOT_OPEN)) {
+        return -1;
+    }
+    std::uint8_t vectors[2 * VECTORS];
+    if (input.size < LENGTH || !transfer_read(input, VECTORS_OFFSET, vectors)) {
+        return transfer_refuse(input.name, "is too short for a pce file: it has less than 40 KiB.");
+    }
+    progress_begin("sending pce file '%s'...", input.name.c_str());
+    tell_piece("sending pce file %s (%04lx-%04lx:%04lx) ...", input.name, pieces[0]);
+    tell_piece("sending %s (%04lx-%04lx:%04lx) ...", input.name, pieces[1]);
+    if (transfer_send(input, pieces, get16le(vectors + 2 * (VECTORS - 1))) != 1) {
+        // "prg" is meant to stand here.
+        std::fprintf(stderr, "Failed to send prg file '%s'\n\r", input.name.c_str());
+        return -1;
+    }
+    for (long i = 0; i < VECTORS; i++) {
+        transfer_add_entry(get16le(vectors + 2 * i));
+    }
+    return LENGTH;
+}
+
+std::uint32_t pce_start_address(const std::string& path) {
+    TransferFile input;
+    std::uint8_t reset[2];
+    return transfer_open(input, path, CANNOT_OPEN) && transfer_read(input, RESET_OFFSET, reset)
+               ? get16le(reset)
+               : 0;
+}
+
+int pce_get(const std::string& path) {
+    const std::string name = transfer_trim(path);
+    progress_begin("getting pce file '%s'...", name.c_str());
+    const int result = file_replace(name, "") == 0 ? 1 : -1;
+    progress_end(result);
+    return result == 1 ? 1 : static_cast<int>(transfer_refuse(name, "could not be written."));
+}
+
+} // namespace kx

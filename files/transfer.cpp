@@ -1,0 +1,144 @@
+// Transfers of program files, the parts that all formats have in common.
+#include "files/transfer.h"
+
+#include "ini/ascii.h"
+#include "link/rate.h"
+#include "link/target_memory.h"
+#include "symfiles/symfiles.h"
+#include "ui/msg.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace kx {
+
+namespace {
+
+struct {
+    LoadedFile loaded;
+} state;
+
+constexpr std::uint64_t ADDRESS_SPACE = std::uint64_t{1} << 32;
+
+void record(std::span<const TransferPiece> pieces, std::uint32_t execute) {
+    LoadedFile loaded = {pieces[0].start, pieces[0].end, execute};
+    for (const TransferPiece& piece : pieces) {
+        loaded.start = std::min(loaded.start, piece.start);
+        loaded.end = std::max(loaded.end, piece.end);
+    }
+    state.loaded = loaded;
+}
+
+} // namespace
+
+const LoadedFile& file_loaded() {
+    return state.loaded;
+}
+
+std::string transfer_trim(const std::string& path) {
+    const auto end = std::find_if(path.begin(), path.end(), ascii_is_control);
+    return {path.begin(), end};
+}
+
+bool transfer_open(TransferFile& input, const std::string& path, const char* message) {
+    input.name = transfer_trim(path);
+    input.file = file_open(input.name, "rb");
+    input.size = input.file ? file_size(input.file.get()) : -1;
+    if (input.size < 0 && message != nullptr) {
+        msg_error(message, input.name.c_str());
+    }
+    return input.size >= 0;
+}
+
+bool transfer_read(const TransferFile& input, long offset, std::span<std::uint8_t> bytes) {
+    return std::fseek(input.file.get(), offset, SEEK_SET) == 0 &&
+           std::fread(bytes.data(), 1, bytes.size(), input.file.get()) == bytes.size();
+}
+
+long transfer_refuse(const std::string& name, const char* problem) {
+    msg_error("'%s' %s", name.c_str(), problem);
+    return -1;
+}
+
+bool transfer_is_range(std::uint32_t start, std::uint64_t end) {
+    if (start < end && end <= ADDRESS_SPACE) {
+        return true;
+    }
+    msg_error("%08lx-%08lx is no range of addresses.", static_cast<unsigned long>(start),
+              static_cast<unsigned long>(end));
+    return false;
+}
+
+void transfer_warn_top(std::uint64_t address) {
+    if (address > mem_top()) {
+        msg_warning("end >%08x", mem_top());
+    }
+}
+
+int transfer_send(const TransferFile& input, std::span<const TransferPiece> pieces,
+                  std::uint32_t execute) {
+    std::uint64_t sent = 0;
+    int result = 1;
+    rate_start();
+    for (const TransferPiece& piece : pieces) {
+        result = mem_write_file(input.file.get(), piece.offset, piece.start, piece.end);
+        if (result != 1) {
+            break;
+        }
+        sent += piece.end - piece.start;
+    }
+    if (result == 1) {
+        record(pieces, execute);
+        rate_stop_report(static_cast<std::uint32_t>(sent));
+    }
+    progress_end(result);
+    return result;
+}
+
+bool transfer_create(const std::string& name, const char* message) {
+    if (file_open(name, "ab")) {
+        return true;
+    }
+    msg_error(message, name.c_str());
+    return false;
+}
+
+long transfer_get(const std::string& name, std::span<const std::uint8_t> header,
+                  std::uint32_t start, std::uint64_t end) {
+    const FilePtr fetched(std::tmpfile());
+    std::vector<std::uint8_t> bytes;
+    rate_start();
+    if (!fetched || mem_read_file(fetched.get(), start, end) != 1 ||
+        std::fseek(fetched.get(), 0, SEEK_SET) != 0 ||
+        file_read_bytes(fetched.get(), end - start, bytes) != 0) {
+        progress_end(-1);
+        return -1;
+    }
+    rate_stop_report(static_cast<std::uint32_t>(bytes.size()));
+    std::string content(header.begin(), header.end());
+    content.append(bytes.begin(), bytes.end());
+    const bool written = file_replace(name, content) == 0;
+    progress_end(written ? 1 : -1);
+    if (!written) {
+        return transfer_refuse(name, "could not be written.");
+    }
+    return static_cast<long>(bytes.size());
+}
+
+void transfer_add_entry(std::uint32_t address) {
+    if (sym_store == nullptr) {
+        return;
+    }
+    if (SymEntry* symbol = sym_find_addr(sym_store, address, 0, 0)) {
+        symbol->flags |= SYM_CODE;
+        return;
+    }
+    char name[32];
+    char comment[32];
+    std::snprintf(name, sizeof name, "entry_%lx", static_cast<unsigned long>(address));
+    std::snprintf(comment, sizeof comment, "entrypoint at $%lx",
+                  static_cast<unsigned long>(address));
+    sym_add(sym_store, address, 0, 0, name, comment, SYM_CODE);
+}
+
+} // namespace kx

@@ -1,0 +1,75 @@
+// What the loaders and savers of program files share: opening, sending pieces of a file with
+// progress and rate, fetching a range into a file, entry points, and the record of what was sent.
+#pragma once
+
+#include "ini/file.h"
+
+#include <cstdint>
+#include <span>
+#include <string>
+
+namespace kx {
+
+/// Where the last program that was sent went, and the address to execute it from.
+struct LoadedFile {
+    std::uint32_t start = 0;
+    std::uint64_t end = 0; // behind the last byte
+    std::uint32_t execute = 0;
+};
+const LoadedFile& file_loaded();
+
+/// A program file open for reading.
+struct TransferFile {
+    std::string name; // its path, trimmed
+    FilePtr file;
+    long size = 0; // bytes
+};
+
+/// A run of bytes of a file and the addresses it goes to.
+struct TransferPiece {
+    long offset;         // of the first byte in the file
+    std::uint32_t start; // target address
+    std::uint64_t end;   // the address behind the last byte
+};
+
+/// The path up to its first control character: names that come from a line of text bring their
+/// line end along. Other bytes stay, they may be UTF-8.
+std::string transfer_trim(const std::string& path);
+
+/// Opens the trimmed path. False when it cannot be opened or not be sought in, with `message` as
+/// error message, a format of the name; null says nothing.
+bool transfer_open(TransferFile& input, const std::string& path, const char* message);
+
+/// Fills `bytes` from the file's `offset` on. False when they are not all there.
+bool transfer_read(const TransferFile& input, long offset, std::span<std::uint8_t> bytes);
+
+/// "'<name>' <problem>" as error message; returns -1.
+long transfer_refuse(const std::string& name, const char* problem);
+
+/// Whether there is a byte from `start` to before `end`; false with an error message.
+bool transfer_is_range(std::uint32_t start, std::uint64_t end);
+
+/// Warns when the address is above the target's highest one.
+void transfer_warn_top(std::uint64_t address);
+
+/// Sends the pieces, in order, under a progress display that the caller has begun; completes the
+/// rate display, closes the progress with its status, and on success records where the program
+/// went, `execute` with it. 1, or -1 when a piece failed (the ones before it have been sent).
+int transfer_send(const TransferFile& input, std::span<const TransferPiece> pieces,
+                  std::uint32_t execute);
+
+/// Whether a file can be had or made at `name`, to be known before a slow transfer has run for
+/// nothing; a missing one is created, empty. False with `message` as error message, a format of the
+/// name.
+bool transfer_create(const std::string& name, const char* message);
+
+/// Fetches the range under a progress display that the caller has begun, and replaces the file by
+/// `header` and what was fetched once all of it is there. The number of bytes fetched, or -1.
+long transfer_get(const std::string& name, std::span<const std::uint8_t> header,
+                  std::uint32_t start, std::uint64_t end);
+
+/// Marks the address as a code entry in the symbol store: the symbol that stands there, or else a
+/// new one. Does nothing while there is no store.
+void transfer_add_entry(std::uint32_t address);
+
+} // namespace kx
