@@ -246,7 +246,7 @@ TEST(Con, DrawingIsClippedAndNeverScrollsByItself) {
         {"\n     .-.\n     | |\n     .-.\n", [] { con_frame(5, 1, 3, 3); }, {}},
         {"\n\n--------\n\n", [] { con_frame(-1, 2, 11, 4); }, {}},
         {"\n\n   |\n   |\n", [] { con_vline(9); }, {{3, 2, ""}}},
-        {"\n\n\n      gh\n", con_clrscr, {{0, 3, "abcdefgh"}}},
+        {"\n\n\n\n", con_clrscr, {{0, 0, "abcdefgh"}, {0, 3, "abcdefgh"}}},
         {"Y123456X\n\n\n\n", {}, {{0, 0, "0123456789\b\b\bX\rY"}}},
         {"ab-defgh\n=jkl\n\n\n", {}, {{0, 0, "abcdefgh\r\nijkl"}, {2, 0, "-\r\n="}}},
         {"two\n\n       x\nend\n", {}, {{0, 0, "one\r\ntwo"}, {7, 3, "xyz\r\nend"}}},
@@ -268,6 +268,17 @@ TEST(Con, DrawingIsClippedAndNeverScrollsByItself) {
         EXPECT_EQ(terminal.screen(), want);
         EXPECT_EQ(terminal.cursor_x() * 10 + terminal.cursor_y(), 73) << want;
     }
+}
+
+TEST(Con, ClearingLeavesTheLastTwoCellsUncoloured) {
+    Drawn terminal(8, 4, [] {
+        con_textbackground(4);
+        con_clrscr();
+    });
+    EXPECT_EQ(terminal.cell(7, 2).bg, 1);
+    EXPECT_EQ(terminal.cell(5, 3).bg, 1);
+    EXPECT_EQ(terminal.cell(6, 3).bg, 0);
+    EXPECT_EQ(terminal.cell(7, 3).bg, 0);
 }
 
 TEST(Con, EightBitLocaleGetsTheCornerAsAByte) {

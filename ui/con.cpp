@@ -375,11 +375,16 @@ void con_clrscr() {
         return;
     }
     const int last = con_rows() - 1;
-    for (int y = 0; y <= last; ++y) {
+    for (int y = 0; y < last; ++y) {
         con_gotoxy(0, y);
-        // The last two cells are left as they are. Meant: nothing may scroll the screen here.
-        con_spaces(y < last ? con_cols() : con_cols() - 2);
+        con_spaces(con_cols());
     }
+    // The last two cells are not written. Meant: nothing may scroll the screen here. They become
+    // as a screen just opened has them, or what stood there would outlive the clearing.
+    move(last, std::max(con_cols() - 2, 0));
+    clrtoeol();
+    con_gotoxy(0, last);
+    con_spaces(con_cols() - 2);
     con_gotoxy(0, 0);
     con_refresh();
 }

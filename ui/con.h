@@ -122,7 +122,8 @@ void con_vline(int n);
 /// A frame of `w` by `h` cells with its top left corner at (x, y).
 void con_frame(int x, int y, int w, int h);
 
-/// Blanks the screen in the current colours and refreshes it.
+/// Blanks the screen in the current colours and refreshes it. The last two cells of the last row
+/// get the terminal's own colours.
 void con_clrscr();
 
 /// Brings the screen up to date; without a screen flushes standard error and standard output.
