@@ -162,7 +162,7 @@ TEST(Viewer, ShowsAShortFileWhatItGainsAndFollowsTheTerminalsSize) {
 
 TEST(Viewer, ScrollsWithinTheText) {
     const TempDir dir;
-    Terminal terminal(80, 24);
+    Terminal terminal(70, 24); // where the status bar of the last lines reaches the edge
     start_file(terminal, dir.write("text", numbered(1, 100)));
     const struct {
         const char* keys;
@@ -179,6 +179,7 @@ TEST(Viewer, ScrollsWithinTheText) {
         expect_row(terminal, 22, ("line " + std::to_string(c.top + 21)).substr(c.offset));
         terminal.wait_for(" lines " + std::to_string(c.top) + "-" + std::to_string(c.top + 21));
     }
+    EXPECT_TRUE(terminal.row(23).ends_with("Scroll- [ESC] Quit")) << terminal.row(23);
     terminal.type("q");
     EXPECT_EQ(terminal.wait_exit(), 0);
 }

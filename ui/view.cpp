@@ -84,10 +84,18 @@ void draw_text(const ViewPane& pane, int top, int y, int rows) {
     }
 }
 
+/// The status bar ends a cell before the edge, but one with larger numbers may have reached it.
+void clear_last_cell(int y) {
+    const ColScope colours(COL_TEXT);
+    con_gotoxy(con_cols() - 1, y);
+    con_putch(' ');
+}
+
 /// The second number is the last row's line, also when the text ends before it.
 void draw_status(const LineDoc& doc, int top, int y, int height) {
     const ColScope colours(COL_STATUSBAR);
     const int cols = con_cols();
+    clear_last_cell(y);
     char text[80];
     std::snprintf(text, sizeof text, "lines %d-%d of %ld %c ", top + 1, top + height - BAR_ROWS,
                   static_cast<long>(linedoc_count(doc)), '-');
