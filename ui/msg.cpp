@@ -233,6 +233,7 @@ void console_print(const std::string& text) {
 
 void console_tick() {
     con_putch('*');
+    con_refresh();
 }
 
 void console_begin(const std::string& title) {
