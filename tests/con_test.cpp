@@ -10,7 +10,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
-#include <regex>
 #include <string>
 #include <sys/resource.h>
 #include <termios.h>
@@ -264,7 +263,10 @@ TEST(Con, DrawingIsClippedAndNeverScrollsByItself) {
                 row.draw();
             }
         });
-        const std::string want = std::regex_replace(row.screen, std::regex("\\."), "\u00b7");
+        std::string want;
+        for (const char c : std::string(row.screen)) {
+            want += c == '.' ? "\u00b7" : std::string(1, c);
+        }
         EXPECT_EQ(terminal.screen(), want);
         EXPECT_EQ(terminal.cursor_x() * 10 + terminal.cursor_y(), 73) << want;
     }
