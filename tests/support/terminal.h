@@ -54,23 +54,20 @@ public:
     Cell cell(int x, int y);
     int cursor_x();
     int cursor_y();
-    const std::string& output();     // every byte written so far
-    const std::string& error_text(); // with split_stderr
-    int slave(); // the slave side, open for as long as the Terminal lives: tcgetattr
-    int pid();   // of the child
-    /// Processor time of the child so far, in milliseconds.
-    long cpu_ms();
+    const std::string& output(); // every byte written so far
+    std::string error_text();    // with split_stderr
+    int slave();   // the slave side, open for as long as the Terminal lives: tcgetattr
+    long cpu_ms(); // processor time of the child so far
 
 private:
     struct State;
     std::unique_ptr<State> state_;
 };
 
-/// Runs a program without a terminal (standard input from /dev/null), to its end.
+/// Runs a program without a terminal, standard input from /dev/null, to its end: a minute at most.
 struct Outcome {
-    int status = -1; // exit status, or 128 + signal
-    std::string out;
-    std::string err;
+    int status; // exit status, or 128 + signal
+    std::string out, err;
 };
 Outcome run_program(const std::vector<std::string>& argv, const RunOptions& options = {});
 
