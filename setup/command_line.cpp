@@ -3,6 +3,7 @@
 
 #include "core/config.h"
 #include "core/simulator.h"
+#include "files/d64.h"
 #include "ini/ascii.h"
 #include "ini/file.h"
 #include "setup/program.h"
@@ -132,6 +133,7 @@ void show_version(const Run&, const char*) {
 
 void set_extfs(const Run&, const char*) {
     command_line.extfs = 1;
+    d64_ls_style = 1; // what an external file system reads
 }
 
 void set_input_file(const Run&, const char* value) {

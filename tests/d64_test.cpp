@@ -1,0 +1,582 @@
+// The disc image file system: listings, chains in good and bad shape, writing and deleting by both
+// sets of rules, what cc1541 and cbmconvert make of it, and images held by the target.
+#include "files/d64.h"
+
+#include "charsets/charset.h"
+#include "core/active_config.h"
+#include "files/imgfile.h"
+#include "link/port.h"
+#include "tests/support/scripted_target.h"
+#include "tests/support/temp_dir.h"
+#include "ui/msg.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <functional>
+#include <gmock/gmock.h>
+#include <random>
+
+namespace kx {
+namespace {
+
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+namespace fs = std::filesystem;
+
+std::size_t at(int track, int sector, int byte = 0) {
+    const int block = d64_sectors_before(track) + sector;
+    return static_cast<std::size_t>(block) * 256 + static_cast<std::size_t>(byte);
+}
+
+void put(std::string& image, std::size_t offset, const std::string& bytes) {
+    image.replace(offset, bytes.size(), bytes);
+}
+
+std::string chars(std::initializer_list<int> codes) {
+    return {codes.begin(), codes.end()};
+}
+
+/// An image with nothing on it, its map as a drive formats it.
+std::string formatted(std::size_t bytes = 174848) {
+    std::string image(bytes, '\0');
+    for (int track = 1; track <= 35; track++) {
+        const int sectors = d64_sectors_before(track + 1) - d64_sectors_before(track);
+        const int used = track == 18 ? 3 : 0;
+        const int bits = ((1 << sectors) - 1) & ~used;
+        put(image, at(18, 0, 4 * track),
+            chars({used != 0 ? sectors - 2 : sectors, bits, bits >> 8, bits >> 16}));
+    }
+    put(image, at(18, 0), chars({18, 1, 'A'}));
+    put(image, at(18, 0, 0x90), "WORK DISC" + std::string(9, '\xA0') + "64\xA0" + "2A");
+    put(image, at(18, 1), chars({0, 255}));
+    return image;
+}
+
+/// A directory slot's bytes from the type on.
+std::string slot(int type, int track, int sector, const std::string& name, int blocks) {
+    return chars({type, track, sector}) + name + std::string(16 - name.size(), '\xA0') +
+           std::string(9, '\0') + chars({blocks, blocks >> 8});
+}
+
+template <typename Print>
+std::string printed(Print print) {
+    testing::internal::CaptureStdout();
+    print(stdout);
+    return testing::internal::GetCapturedStdout();
+}
+
+std::string random_bytes(int count) {
+    std::mt19937 random(static_cast<unsigned>(count));
+    std::string bytes(static_cast<std::size_t>(count), '\0');
+    std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<char>(random()); });
+    return bytes;
+}
+
+/// An image file in a directory that is the current one too.
+class D64 : public testing::Test {
+protected:
+    D64() {
+        Charset* charset = charset_of_mode(CHARSET_UPASC);
+        charset_load(charset->to_ascii, charset->from_ascii,
+                     KX_SOURCE_DIR "/base/config/pet_upasc.ini");
+        msg_set_output(MSG_QUIET);
+        fs::current_path(dir.path());
+    }
+    ~D64() override {
+        fs::current_path("/");
+        d64_reset();
+    }
+
+    void open(const std::string& content) {
+        dir.write("disc.d64", content);
+        ASSERT_EQ(image_open(image, "disc.d64", false, true), 1);
+    }
+    static std::string content() { return test::read_file("disc.d64"); }
+    /// The numbers of the blocks in which the image is not `expected`.
+    static std::vector<std::size_t> other_than(const std::string& expected) {
+        const std::string disc = content();
+        std::vector<std::size_t> blocks;
+        for (std::size_t i = 0; i < std::max(disc.size(), expected.size()); i += 256) {
+            if (i > disc.size() || disc.compare(i, 256, expected, i, 256) != 0) {
+                blocks.push_back(i / 256);
+            }
+        }
+        return blocks;
+    }
+    static std::string list() { return printed(d64_list_directory); }
+    std::string check() {
+        int result = 0;
+        std::string text = printed([&](std::FILE* out) { result = d64_check(image, out); });
+        EXPECT_EQ(result, text.empty() ? 1 : -1);
+        return text;
+    }
+    int write(const std::string& name, const std::string& bytes) {
+        int result = 0;
+        dir.write("host", bytes);
+        said = printed([&](std::FILE*) { result = d64_write_file(image, "host", name); });
+        return result;
+    }
+    /// "(none)" when it cannot be extracted.
+    std::string extract(const std::string& name) {
+        return d64_extract_file(image, name, "out") == 1 ? test::read_file("out") : "(none)";
+    }
+
+    test::TempDir dir;
+    ImageHandle image;
+    std::string said; // "progbits changed"
+};
+
+TEST_F(D64, ListsAndPrintsInfo) {
+    std::string disc = formatted();
+    put(disc, at(18, 1, 2), slot(0x82, 17, 0, "HELLO WORLD", 4));
+    put(disc, at(18, 1, 34), slot(0xC1, 1, 12, "A/B\x02\xC1", 300)); // what ASCII lacks
+    put(disc, at(18, 1, 66), slot(0, 3, 3, "GONE", 7));
+    put(disc, at(18, 1, 7 * 32 + 2), slot(0x0F, 0, 0, "SIXTEEN LETTERS!", 0));
+    open(disc);
+    EXPECT_EQ(list(), "......+. 17: 0 prg       4 HELLO WORLD\n"
+                      ".<.....+  1:12 seq     300 A/B..\n"
+                      "*.......  3: 3 del       7 GONE\n"
+                      "*...++++  0: 0 1111       0 SIXTEEN LETTERS!\n");
+    EXPECT_EQ(extract("GONE"), "(none)");
+    d64_ls_style = 1;
+    const std::string start = "-rw-rw-rw-   1 root     root        ";
+    EXPECT_EQ(list(), start + " 1016 Jan 1 12:00 00.HELLO WORLD.prg\n" + //
+                          start + "76200 Jan 1 12:00 01.A_B__.seq\n" +   //
+                          start + " 1778 Jan 1 12:00 02.GONE.del\n" +    //
+                          start + "    0 Jan 1 12:00 07.SIXTEEN LETTERS!.1111\n");
+    const std::string info = printed(d64_print_info);
+    EXPECT_THAT(info, HasSubstr("disc name   : WORK DISC       \n"
+                                "disc id     : 64 2A\n"
+                                "blocks used : 311 / 2\n"
+                                "blocks free : 353 / 681\n"
+                                "blocks total: 664 / 683\n"
+                                "\n"
+                                "            11111111112222222222333333 3333444\n"
+                                "   12345678901234567890123456789012345 6789012\n"
+                                "\n"
+                                " 0 .................*................. *******\n"
+                                " 1 .................*................. *******\n"
+                                " 2 ................................... *******\n"));
+    EXPECT_THAT(info, HasSubstr("\n18 ........................                   \n"
+                                "19 .................                          \n"));
+    d64_dos_mode = 1; // a drive shows no scratched files
+    EXPECT_THAT(list(), testing::Not(HasSubstr("GONE")));
+    charset_reset(); // names are taken as they are
+    d64_ls_style = 0;
+    d64_read_directory(image);
+    EXPECT_THAT(list(), HasSubstr("A/B..\n"));
+}
+
+TEST_F(D64, DirectoryChainEnds) {
+    const struct {
+        const char* what;
+        std::string first, second; // links of 18/1, and of 18/4 and 42/16
+        std::size_t bytes;
+        int files;
+    } rows[] = {
+        {"sector 255 of a real track", chars({18, 255}), chars({0, 255}), 174848, 1},
+        {"two blocks", chars({18, 4}), chars({0, 255}), 174848, 2},
+        {"track 0", chars({0, 4}), chars({0, 255}), 174848, 1},
+        {"a circle", chars({18, 4}), chars({18, 1}), 174848, 2},
+        {"beyond the track", chars({18, 4}), chars({18, 19}), 174848, 2},
+        {"beyond the disc", chars({18, 4}), chars({43, 0}), 174848, 2},
+        {"cut in the second block", chars({18, 4}), chars({0, 255}), at(18, 5) - 1, 1},
+        {"no header", chars({0, 255}), chars({0, 255}), 1000, 0},
+        {"the last of 42 tracks", chars({42, 16}), chars({0, 255}), at(43, 0), 2},
+    };
+    for (const auto& row : rows) {
+        std::string disc = formatted(at(43, 0));
+        for (const std::size_t block : {at(18, 1), at(18, 4), at(42, 16)}) {
+            put(disc, block, row.second + slot(0x82, 1, 0, "F", 1));
+        }
+        put(disc, at(18, 1), row.first);
+        open(disc.substr(0, row.bytes));
+        const std::string listing = list();
+        EXPECT_EQ(std::count(listing.begin(), listing.end(), '\n'), row.files) << row.what;
+    }
+}
+
+TEST_F(D64, ExtractsAsTheChainSays) {
+    const struct {
+        const char* what;
+        int track;            // of the first block
+        std::string link;     // of the second, 17/10; the first is full
+        int bytes, dos_bytes; // -1: a failure
+    } rows[] = {
+        {"ten bytes", 17, chars({0, 10}), 254 + 10, 254 + 9},
+        {"one used, the link", 17, chars({0, 1}), 254 + 1, 254},
+        {"none", 17, chars({0, 0}), 254, 254},
+        {"one more than the block", 17, chars({0, 255}), 254 + 255, 254 + 254},
+        {"and at the image's end", 17, chars({35, 16}), 254 * 3, 254 * 3},
+        {"into the header", 17, chars({18, 0}), 254 * 2, 254 * 2},
+        {"into the directory", 17, chars({18, 1}), 254 * 2, 254 * 2},
+        {"a circle", 17, chars({17, 0}), -1, -1},
+        {"beyond the disc", 17, chars({43, 0}), -1, -1},
+        {"beyond the track", 17, chars({17, 21}), -1, -1},
+        {"beyond the image", 17, chars({36, 0}), -1, -1},
+        {"no first block", 0, chars({0, 9}), 0, 0},
+    };
+    for (const auto& row : rows) {
+        std::string disc = formatted();
+        put(disc, at(17, 0), chars({17, 10}) + random_bytes(254));
+        put(disc, at(17, 10), row.link);
+        put(disc, at(35, 16), chars({0, 255}));
+        put(disc, at(18, 1, 2), slot(0x82, row.track, 0, "F", 9));
+        open(disc);
+        for (const int dos : {0, 1}) {
+            d64_dos_mode = dos;
+            const int expected = dos != 0 ? row.dos_bytes : row.bytes;
+            dir.write("out", "old");
+            const std::string bytes = extract("F");
+            EXPECT_EQ(bytes == "(none)" ? -1 : static_cast<int>(bytes.size()), expected)
+                << row.what << dos;
+            EXPECT_TRUE(expected < 254 || bytes.starts_with(random_bytes(254))) << row.what << dos;
+            EXPECT_TRUE(expected >= 0 || test::read_file("out") == "old") << row.what << dos;
+        }
+        EXPECT_THAT(other_than(disc), IsEmpty()) << row.what;
+    }
+}
+
+TEST_F(D64, ExtractsAllUnderNamesThatStayHere) {
+    std::string disc = formatted();
+    const std::string names[] = {"..", "../UP", ".RC", "\x01\x1B[M", "", "A\\B", "A/B", "."};
+    for (int i = 0; i < 8; i++) {
+        put(disc, at(18, 1, 32 * i + 2), slot(i == 2 ? 0 : 0x82, 1, 0, names[i], 1));
+    }
+    put(disc, at(1, 0), chars({0, 3}));
+    open(disc);
+    const auto extracted = [&] {
+        fs::create_directory("in");
+        fs::current_path("in");
+        EXPECT_EQ(d64_extract_all(image), 1);
+        fs::current_path("..");
+        std::vector<std::string> files;
+        for (const auto& file : fs::directory_iterator("in")) {
+            files.push_back(file.path().filename());
+        }
+        fs::remove_all("in");
+        return files;
+    };
+    EXPECT_THAT(extracted(), UnorderedElementsAre("_.", "_._UP", "_RC", "__[M", "_", "A_B"));
+    d64_dos_mode = 1; // nothing scratched, and none over another
+    EXPECT_THAT(extracted(), UnorderedElementsAre("_.", "_._UP", "__[M", "_", "A_B", "A_B~", "_~"));
+    EXPECT_FALSE(fs::exists("UP"));
+}
+
+TEST_F(D64, WritesByItsOwnRules) {
+    std::string disc = formatted();
+    disc[at(18, 0, 5)] &= ~2; // 1/1 is used
+    put(disc, at(18, 1, 2), slot(0x42, 9, 9, "OPEN", 8).replace(19, 9, "nine kept"));
+    open(disc);
+    const std::string bytes = random_bytes(300);
+    ASSERT_EQ(write("new file", bytes), 1);
+    EXPECT_EQ(said, "progbits changed\n");
+    put(disc, at(18, 1, 2), slot(0x82, 1, 0, "NEW FILE", 2).replace(19, 9, "nine kept"));
+    put(disc, at(1, 0), chars({1, 2}) + bytes.substr(0, 254));
+    // The chain stays open, and behind a short block stands the tail of the one before.
+    put(disc, at(1, 2), chars({1, 3}) + bytes.substr(254) + bytes.substr(46, 208));
+    disc[at(18, 0, 5)] &= ~5; // the count before it stays
+    EXPECT_THAT(other_than(disc), IsEmpty());
+
+    EXPECT_EQ(write("NEW FILE", "x"), -1);
+    ASSERT_EQ(write("empty", ""), 1);
+    put(disc, at(18, 1, 34), slot(0x82, 0, 0, "EMPTY", 0));
+    EXPECT_THAT(other_than(disc), IsEmpty());
+
+    // Deletion follows the open chain: through 1/3, whose link is all zeros.
+    EXPECT_EQ(d64_delete_file(image, "nothing"), -1);
+    EXPECT_EQ(d64_delete_file(image, "NEW FILE"), 1);
+    disc[at(18, 1, 2)] = 0;
+    disc[at(18, 0, 5)] |= 5;
+    EXPECT_THAT(other_than(disc), IsEmpty());
+}
+
+TEST_F(D64, OwnRulesOnAFullDisc) {
+    std::string disc = formatted();
+    put(disc, at(18, 0, 4), std::string(std::size_t{4} * 34, '\0')); // track 35 is free
+    open(disc);
+    EXPECT_EQ(write("F", random_bytes(17 * 254)), -1);   // the last block would need one to link to
+    EXPECT_EQ(list(), "*.....+.  0: 0 prg       0 F\n"); // the name stays behind
+    EXPECT_EQ(write("G", random_bytes(16 * 254)), 1);    // the map is as before
+    EXPECT_EQ(list(), "......+. 35: 0 prg      16 G\n"); // in F's slot
+    d64_ls_style = 1;
+    EXPECT_EQ(d64_delete_file(image, "07"), -1); // a slot, but no file
+    EXPECT_EQ(d64_delete_file(image, "0"), -1);
+    EXPECT_EQ(write("00", "x"), -1); // exists
+    EXPECT_TRUE(extract("00.G.prg").starts_with(random_bytes(16 * 254)));
+}
+
+TEST_F(D64, DosModeWritesAsTheDriveDoes) {
+    d64_dos_mode = 1;
+    const std::string empty = formatted();
+    open(empty);
+    ASSERT_EQ(write("long", random_bytes(22 * 254 + 1)), 1); // a track and two blocks
+    EXPECT_EQ(said, "");
+    const std::string disc = content();
+    std::string chain;
+    for (int track = 17, sector = 0; track != 0;) {
+        const std::size_t block = at(track, sector);
+        track = static_cast<std::uint8_t>(disc[block]);
+        sector = static_cast<std::uint8_t>(disc[block + 1]);
+        chain += std::to_string(track) + "/" + std::to_string(sector) + " ";
+    }
+    EXPECT_EQ(chain, "17/10 17/20 17/8 17/18 17/6 17/16 17/4 17/14 17/2 17/12 17/1 17/11 17/3 "
+                     "17/13 17/5 17/15 17/7 17/17 17/9 17/19 16/7 16/17 0/2 ");
+    EXPECT_EQ(disc.substr(at(18, 0, 4 * 16), 8), chars({19, 0x7F, 0xFF, 0x1D, 0, 0, 0, 0}));
+    ASSERT_EQ(write("next", ""), 1); // track 17 is full
+    EXPECT_THAT(list(), HasSubstr("19: 0 prg       1 NEXT"));
+    EXPECT_EQ(extract("next"), "");
+    EXPECT_EQ(check(), "");
+
+    // What fails leaves no trace: a name that exists in other letters, no room, no host file.
+    const std::string before = content();
+    EXPECT_EQ(write("Next", "x"), -1);
+    EXPECT_EQ(write("big", random_bytes(254 * 641)), -1);
+    EXPECT_EQ(d64_write_file(image, "missing", "m"), -1);
+    EXPECT_THAT(other_than(before), IsEmpty());
+    EXPECT_EQ(write("big", random_bytes(254 * 640)), 1); // every block that is left
+    EXPECT_EQ(check(), "");
+    for (const char* name : {"big", "long", "next"}) {
+        EXPECT_EQ(d64_delete_file(image, name), 1) << name;
+    }
+    EXPECT_EQ(check(), "");
+    EXPECT_THAT(other_than(empty), testing::Not(testing::Contains(357U))); // the map
+    EXPECT_EQ(list(), "");
+}
+
+TEST_F(D64, DosModeFillsTheDirectory) {
+    d64_dos_mode = 1;
+    open(formatted());
+    for (int i = 0; i < 144; i++) {
+        ASSERT_EQ(write("n" + std::to_string(i), std::to_string(i)), 1) << i;
+    }
+    std::string disc = content();
+    EXPECT_EQ(write("more", "x"), -1);
+    EXPECT_THAT(other_than(disc), IsEmpty());
+    EXPECT_EQ(check(), "");
+    d64_read_directory(image);
+    EXPECT_EQ(extract("N143"), "143");
+
+    // A locked file stays, and so do the directory's blocks when a chain runs into them.
+    put(disc, at(18, 4, 2), "\xC2");
+    put(disc, at(18, 4, 35), chars({18, 4}));
+    open(disc);
+    EXPECT_EQ(d64_delete_file(image, "n8"), -1);
+    EXPECT_EQ(d64_delete_file(image, "n9"), -1);
+    EXPECT_THAT(other_than(disc), IsEmpty());
+}
+
+TEST_F(D64, ImageThatCannotBeWrittenStaysAsItIs) {
+    for (const int dos : {0, 1}) {
+        d64_dos_mode = dos;
+        const std::string cut = formatted(dos != 0 ? at(19, 0) : at(18, 1, 250));
+        open(cut); // no block behind the directory's track, or not even all of the directory
+        EXPECT_EQ(write("f", random_bytes(254 * 358)), -1) << dos;
+        EXPECT_THAT(other_than(cut), IsEmpty()) << dos;
+        open(formatted());
+        ASSERT_EQ(image_open(image, "disc.d64", false, false), 1);
+        EXPECT_EQ(write("f", "x"), -1) << dos;
+        EXPECT_THAT(other_than(formatted()), IsEmpty()) << dos;
+        EXPECT_EQ(list(), "") << dos;
+    }
+}
+
+TEST_F(D64, CheckNamesWhatIsWrong) {
+    d64_dos_mode = 1;
+    open(formatted());
+    ASSERT_EQ(write("A", random_bytes(400)), 1); // 17/0, 17/10
+    ASSERT_EQ(write("B", random_bytes(100)), 1); // 17/1
+    const std::string disc = content();
+    const struct {
+        std::size_t offset;
+        std::string bytes, line;
+    } rows[] = {
+        {at(17, 10), chars({17, 0}), "the chain of 'A' runs in a circle."},
+        {at(17, 10), chars({99, 0}), "the chain of 'A' leaves the disc."},
+        {at(17, 10), chars({36, 0}), "the chain of 'A' leads to a block that cannot be read."},
+        {at(17, 10), chars({18, 1}), "the chain of 'A' runs into the directory."},
+        {at(17, 10), chars({17, 1}), "block 17/1 belongs to 'A' and to 'B'."},
+        {at(17, 10), chars({17, 5}), "block 17/5 belongs to 'A' and is marked free."},
+        {at(17, 0), chars({0, 9}), "block 17/10 belongs to nobody and is marked used."},
+        {at(18, 0, 4), "\x14", "track 1 has 20 free blocks by its count and 21 by its bits."},
+        {at(18, 1), chars({18, 1}), "the chain of the directory runs in a circle."},
+        {at(18, 1, 2), "\x02", "'A' was not closed."},
+        {at(18, 1, 30), "\x07", "'A' has 7 blocks by the directory and 2 by its chain."},
+    };
+    for (const auto& row : rows) {
+        std::string bad = disc;
+        put(bad, row.offset, row.bytes);
+        open(bad);
+        EXPECT_THAT(check(), HasSubstr(row.line + "\n"));
+        EXPECT_THAT(other_than(bad), IsEmpty()) << row.line;
+    }
+}
+
+TEST_F(D64, DamagedImagesComeToAnEnd) {
+    std::mt19937 random(1541);
+    d64_dos_mode = 1;
+    open(formatted());
+    for (const char* name : {"a", "b", "c", "d", "e", "f", "g", "h", "i"}) {
+        ASSERT_EQ(write(name, random_bytes(1000)), 1);
+    }
+    const std::string disc = content();
+    for (int round = 0; round < 60; round++) {
+        std::string bad = disc;
+        for (int i = 0; i < 20; i++) { // in links, map and directory
+            const int sector = static_cast<int>(random() % 19);
+            const std::size_t where[] = {at(17, sector), at(18, 0), at(18, 1), at(18, 4)};
+            bad[where[random() % 4] + random() % (i < 10 ? 8 : 256)] = static_cast<char>(random());
+        }
+        bad.resize(random() % 3 != 0 ? bad.size() : random() % bad.size());
+        d64_dos_mode = round % 2;
+        open(bad);
+        list();
+        check();
+        EXPECT_THAT(other_than(bad), IsEmpty()) << round;
+        d64_extract_all(image);
+        printed([&](std::FILE*) { d64_delete_file(image, "A"); });
+        write("new", random_bytes(3000));
+        EXPECT_EQ(fs::file_size("disc.d64"), bad.size()) << round;
+    }
+}
+
+TEST_F(D64, OtherProgramsAgree) {
+    const auto runs = [](const std::string& command) {
+        return std::system((command + " >/dev/null 2>&1").c_str()) == 0;
+    };
+    if (!runs("which cbmconvert cc1541")) {
+        GTEST_SKIP() << "cbmconvert or cc1541 is not installed";
+    }
+    const int sizes[] = {1, 253, 254, 255, 256, 508, 509, 30000};
+    std::string convert = "cbmconvert -n -D4 o.d64";
+    std::string cc1541 = "cc1541 -4"; // 40 tracks
+    d64_dos_mode = 1;
+    open(formatted());
+    for (const int size : sizes) {
+        const std::string name = "f" + std::to_string(size);
+        dir.write(name, random_bytes(size));
+        convert += " " + name;
+        cc1541 += " -w " + name;
+        ASSERT_EQ(write(name, random_bytes(size)), 1);
+    }
+    ASSERT_EQ(d64_delete_file(image, "f509"), 1);
+    ASSERT_EQ(write("f0", ""), 1);
+    runs("cbmconvert -N -d disc.d64"); // it reads the empty file with a complaint
+    for (const int size : sizes) {
+        const std::string path = "f" + std::to_string(size) + ".prg";
+        EXPECT_EQ(fs::exists(path) && test::read_file(path) == random_bytes(size), size != 509);
+    }
+    EXPECT_EQ(fs::file_size("f0.prg"), 0U);
+    ASSERT_TRUE(runs("cc1541 -V -f more -w f256 disc.d64")); // writes only beside good files
+    d64_read_directory(image);
+    EXPECT_EQ(check(), "");
+    EXPECT_TRUE(extract("MORE") == random_bytes(256));
+
+    for (const std::string& command : {convert, cc1541 + " o.d64"}) {
+        ASSERT_TRUE(runs(command)) << command;
+        ASSERT_EQ(image_open(image, "o.d64", false, false), 1);
+        EXPECT_EQ(check(), "") << command;
+        for (const int size : sizes) {
+            const std::string name = "F" + std::to_string(size);
+            d64_dos_mode = 1;
+            EXPECT_TRUE(extract(name) == random_bytes(size)) << command << size;
+            d64_dos_mode = 0; // a byte more
+            EXPECT_TRUE(extract(name).starts_with(random_bytes(size))) << command << size;
+            EXPECT_EQ(fs::file_size("out"), static_cast<std::size_t>(size) + 1) << command;
+        }
+        fs::remove("o.d64");
+    }
+}
+
+TEST_F(D64, ImageHeldByTheTarget) {
+    test::ScriptedTarget target(16);
+    active_config.addr_bits = 16;
+    active_config.stub = TARGET_C64RR;
+    active_config.port_type = PORT_SERIAL;
+    ASSERT_EQ(port_open(target.device(), 38400), 1);
+    const std::string disc = formatted();
+    test::poke(target.image, 0, {disc.begin(), disc.end()});
+    for (const int dos : {0, 1}) {
+        d64_dos_mode = dos;
+        const std::string name = dos != 0 ? "DOS" : "OWN";
+        ASSERT_EQ(image_open(image, "d64", true, true), 1);
+        ASSERT_EQ(write(name, random_bytes(1000)), 1);
+        d64_read_directory(image);
+        EXPECT_TRUE(extract(name).starts_with(random_bytes(1000))) << dos;
+    }
+    ASSERT_EQ(d64_delete_file(image, "OWN"), 1);
+    EXPECT_EQ(imgfile_getrawimg(image, "whole.d64", 0, 0), 1);
+    ASSERT_EQ(image_open(image, "whole.d64", false, false), 1);
+    EXPECT_EQ(check(), "");
+    EXPECT_TRUE(extract("DOS") == random_bytes(1000));
+    port_close();
+}
+
+TEST_F(D64, FrontEndTellsWhatFailed) {
+    msg_set_output(MSG_CONSOLE);
+    dir.write("raw.bin", "0123456789");
+    dir.write("disc.d64", formatted());
+    ImageHandle raw, disc;
+    ASSERT_EQ(image_open(raw, "raw.bin", false, false), 1);
+    ASSERT_EQ(image_open(disc, dir.file("disc.d64"), false, false), 1);
+    const struct {
+        const char* said;
+        std::function<int()> run;
+    } rows[] = {
+        {"couldn't determine default remote image.",
+         [&] { return image_open(image, "default", true, false); }},
+        {"couldn't open remote image 'd64x'.",
+         [&] { return image_open(image, "d64x", true, false); }},
+        {"failed to open image 'no.d64' for writing.",
+         [&] { return image_open(image, "no.d64", false, true); }},
+        {"could not list directory.", [&] { return imgfile_list_directory(raw, stdout); }},
+        {"file does not exist. \nerror: could not extract file.",
+         [&] { return imgfile_extract_file(disc, "X", "x"); }},
+        {"could not write file to image.",
+         [&] { return imgfile_write_file(disc, "raw.bin", "X"); }},
+        {"file does not exist. \nerror: could not remove file.",
+         [&] { return imgfile_delete_file(disc, "X"); }},
+        {"function not implemented. \nerror: could not create image.",
+         [&] { return imgfile_create(disc, "X"); }},
+        {"could not extract image.", [&] { return imgfile_getrawimg(raw, "disc.d64", 5, 6); }},
+        {"could not write file to image.",
+         [&] { return imgfile_putrawimg(disc, "raw.bin", 0, 0); }},
+    };
+    for (const auto& row : rows) {
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(row.run(), -1) << row.said;
+        EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                    HasSubstr(std::string("error: ") + row.said));
+    }
+    EXPECT_THAT(other_than(formatted()), IsEmpty());
+}
+
+TEST_F(D64, MovesRawRanges) {
+    ImageHandle raw;
+    dir.write("disc.bin", "0123456789");
+    ASSERT_EQ(image_open(raw, "disc.bin", false, true), 1);
+    EXPECT_EQ(imgfile_getrawimg(raw, "part", 3, 4), 1);
+    EXPECT_EQ(imgfile_putrawimg(raw, "part", 6, 4), 1);
+    EXPECT_EQ(imgfile_getrawimg(raw, "all", 0, 0), 1);
+    EXPECT_EQ(test::read_file("all"), "0123453456");
+
+    const std::string errors(683, '\x05');
+    open(formatted() + errors);
+    EXPECT_EQ(imgfile_getrawimg(image, "all", 0, 0), 1); // a D64's 35 tracks
+    EXPECT_TRUE(test::read_file("all") == formatted());
+    dir.write("new", std::string(174848, '\0'));
+    EXPECT_EQ(imgfile_putrawimg(image, "new", 0, 0), 1);
+    EXPECT_TRUE(content() == std::string(174848, '\0') + errors);
+    EXPECT_THAT(printed(d64_print_info), HasSubstr("disc name   : \n")); // it was read again
+
+    verbosity.warn = 1;
+    msg_set_output(MSG_CONSOLE);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(imgfile_getrawimg(raw, "all", 0x57057FFE, 2), -1);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                HasSubstr("file 'all' exceeds access limit:57057fff offs:57057ffe end:57058000"));
+}
+
+} // namespace
+} // namespace kx
