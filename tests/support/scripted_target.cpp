@@ -19,20 +19,19 @@ void poke(Cells& cells, std::uint32_t first, const Bytes& bytes) {
 }
 
 Bytes peek(const Cells& cells, std::uint32_t first, std::size_t count) {
-    Bytes bytes(count);
-    for (std::uint8_t& byte : bytes) {
+    Bytes bytes;
+    while (bytes.size() < count) {
         auto cell = cells.find(first++);
-        byte = cell == cells.end() ? 0 : cell->second;
+        bytes.push_back(cell == cells.end() ? 0 : cell->second);
     }
     return bytes;
 }
 
 std::string hex(const Bytes& bytes) {
+    const char* const digits = "0123456789ABCDEF";
     std::string text;
-    for (std::uint8_t byte : bytes) {
-        for (char c : {' ', "0123456789ABCDEF"[byte >> 4], "0123456789ABCDEF"[byte & 15]})
-            text += c;
-    }
+    for (std::uint8_t byte : bytes)
+        text += {' ', digits[byte >> 4], digits[byte & 15]};
     return text.empty() ? text : text.substr(1);
 }
 
@@ -119,9 +118,8 @@ bool ScriptedTarget::execute() {
         length = argument(3);
     } else if (letter < 'D') {
         first = argument(1);
-        length = (argument(0) - first - (writes ? write_excess.load() : 0)) & mask_;
-        if (length == 0) // the end of the whole address space is beyond what an argument holds
-            length = std::size_t{mask_} + 1;
+        length = (argument(0) - first - 1 - (writes ? write_excess.load() : 0)) & mask_;
+        length++; // an end of 0 is that of the whole address space
     }
     if (writes && input_.size() < header + length)
         return false;
@@ -131,13 +129,11 @@ bool ScriptedTarget::execute() {
         poke(cells, first, Bytes(data, end));
     } else if (fault != Fault::Silent) {
         Bytes answer = peek(cells, first, length); // none to `D` and `K`
-        answer.resize(fault == Fault::Half || fault == Fault::HangUp ? length / 2
-                      : fault == Fault::Surplus                      ? length + 1
-                                                                     : length);
+        if (fault == Fault::Half || fault == Fault::HangUp)
+            answer.resize(length / 2);
+        answer.resize(answer.size() + (fault == Fault::Surplus ? 1 : 0));
         output_.insert(output_.end(), answer.begin(), answer.end());
     }
-    pc = letter == 'D' ? argument(0) : pc;
-    executions += letter == 'K' ? 1 : 0;
     commands.push_back(hex(Bytes(input_.begin(), data)));
     input_.erase(input_.begin(), end);
     hung_up_ = fault == Fault::HangUp;

@@ -40,19 +40,15 @@ public:
     int slave() const { return slave_; } // the same device, open all the time: tcgetattr
 
     std::atomic<Fault> fault = Fault::None;
-    /// By how much the end of a `B` is too high: 0 for a write of one byte or of a file, 1 for a
-    /// block write. The command does not tell, so the test must.
+    /// By how much the end of a `B` is too high, 1 for a block write: the command does not tell.
     std::atomic<std::uint32_t> write_excess = 0;
 
-    // To be touched when the line is at rest: before a command, or after `take` saw all of it.
+    // To be touched before a command, or after `take` saw all of it.
     Cells memory, image;
     std::vector<std::string> commands; // in hexadecimal, without their data
-    std::uint32_t pc = 0;              // set by `D`
-    int executions = 0;                // of `K`
     std::size_t count = 0;             // bytes received in all
 
-    /// Sends bytes that nobody asked for.
-    void send(const std::vector<std::uint8_t>& bytes) const;
+    void send(const std::vector<std::uint8_t>& bytes) const; // that nobody asked for
     /// Waits until `bytes` bytes have come since the last take; a test failure after ten seconds.
     /// Returns all that have, as hex() writes them, and forgets them.
     std::string take(std::size_t bytes);

@@ -90,6 +90,7 @@ void prepare_child(const RunOptions& options) {
 
 [[noreturn]] void exec_child(const std::vector<std::string>& argv) {
     std::vector<char*> args;
+    args.reserve(argv.size() + 1);
     for (const std::string& arg : argv) {
         args.push_back(const_cast<char*>(arg.c_str()));
     }
