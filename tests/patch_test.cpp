@@ -34,13 +34,7 @@ struct Patch : testing::Test {
                  // patch 55 00.
                  "[second]\nname=Second\nmlen=2\nplen=2\n"
                  "match0=0x20\nmask0=1,0xf0\npatch0=0xff,0x55\n");
-        store({0xA9, 0, 0x8D, 0x2E, 1, 3});
-    }
-
-    static void store(const Bytes& bytes) {
-        for (std::size_t i = 0; i < bytes.size(); i++) {
-            sim_write8(START + static_cast<std::uint32_t>(i), bytes[i]);
-        }
+        mem_write_block(START, Bytes{0xA9, 0, 0x8D, 0x2E, 1, 3});
     }
 
     static Bytes memory(std::size_t count) {
@@ -76,8 +70,8 @@ TEST_F(Patch, FindsWhatTheScanWithoutBacktrackingFinds) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
-        store(Bytes(16));
-        store(row.before);
+        mem_write_block(START, Bytes(16));
+        mem_write_block(START, row.before);
         const auto size = static_cast<std::uint32_t>(row.before.size());
         EXPECT_EQ(patch_search_apply("p", row.record, START, size), 1);
         EXPECT_EQ(memory(row.after.size()), row.after);
@@ -85,7 +79,7 @@ TEST_F(Patch, FindsWhatTheScanWithoutBacktrackingFinds) {
 }
 
 TEST_F(Patch, ReportsAddressesUpToItsBound) {
-    store(Bytes(70, 0x33));
+    mem_write_block(START, Bytes(70, 0x33));
     const Bytes record = {1, 0, 0, 0x33, 0xFF};
     testing::internal::CaptureStderr();
     EXPECT_EQ(patch_search_apply("Demo", record, START, 70), 1);
