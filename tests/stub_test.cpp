@@ -77,9 +77,12 @@ TEST(Stub, MovesMemoryAndDiscBlocksBothWays) {
     EXPECT_EQ(stub_write_memory(0, 0x10000, all), 1);
     EXPECT_EQ(stub_read_memory(0, back), 1);
     EXPECT_EQ(back, all);
-    const auto block = std::span(back).first(256);
-    EXPECT_EQ(stub_write_image({18, 18, 0}, block), 1);
-    EXPECT_EQ(test::peek(target->image, (357 + 18) * 256, 256), Bytes(block.begin(), block.end()));
+    all.resize(256);
+    const auto block = std::span(back).subspan(1, 256);
+    EXPECT_EQ(stub_write_image({18, 18, 0}, all), 1);
+    EXPECT_EQ(stub_read_image({18, 18, 0}, block), 1);
+    EXPECT_EQ(Bytes(block.begin(), block.end()), all);
+    EXPECT_EQ(test::peek(target->image, (357 + 18) * 256, 256), all);
 }
 
 TEST(Stub, FailsWithTheTargetAndWorksAgain) {
