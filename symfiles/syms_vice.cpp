@@ -109,7 +109,9 @@ int sym_vice_readfile(SymTable* table, const std::string& path) {
     for (unsigned long number = 1; read_line(file.get(), line); number++) {
         std::uint32_t address = 0;
         std::string name;
-        switch (parse_label(line, address, name)) {
+        const Parsed parsed = parse_label(line, address, name);
+        any = any || parsed != Parsed::other;
+        switch (parsed) {
         case Parsed::label:
             sym_add(table, address, 0, 0, name.c_str(), nullptr, 0);
             any = true;

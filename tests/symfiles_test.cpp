@@ -252,6 +252,8 @@ TEST_F(Symbols, FilesAreReadItemByItem) {
         EXPECT_THAT(report, HasSubstr(row.report));
         EXPECT_EQ(report.find("malformed") == std::string::npos,
                   row.report.find("malformed") == std::string::npos);
+        EXPECT_EQ(report.find("no labels") == std::string::npos,
+                  row.report.find("no labels") == std::string::npos);
         sym_table_free(table);
         sym_table_new(&table);
     }
