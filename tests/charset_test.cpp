@@ -122,7 +122,22 @@ TEST(Charset, ShippedTablesRoundTripWhatTheSetHolds) {
                                                          "ELLO, 64");
     EXPECT_EQ(from_ascii("hello", 5, CHARSET_UPASC), "HELLO");
     EXPECT_EQ(from_ascii("Hi@", 3, CHARSET_LOSCR), std::string("H\x09\0", 3));
-    EXPECT_EQ(to_ascii("\x88\xC9", CHARSET_LOSCR), "hI"); // reversed characters
+}
+
+// Each code that puts a character on the screen against what then stands in screen memory.
+TEST(Charset, ShippedTablesAgreeForEveryCode) {
+    load_shipped();
+    for (std::uint8_t code = 0x20; code != 0; code++) {
+        const std::uint8_t minus[] = {0, 0, 0x40, 0x20, 0, 0x40, 0x80, 0x80}; // by code / 32
+        const std::size_t screen = code == 0xFF ? 0x5E : code - minus[code / 0x20];
+        for (const unsigned mode : {CHARSET_UPASC, CHARSET_LOASC}) {
+            const CharsetTable& on_screen = charset_of_mode(mode + 2)->to_ascii;
+            if ((code & 0x60) != 0) { // not 0x80 to 0x9F, which are controls
+                EXPECT_EQ(charset_of_mode(mode)->to_ascii[code], on_screen[screen]) << int{code};
+            }
+            EXPECT_EQ(on_screen[code & 0x7F], on_screen[code | 0x80]) << int{code}; // reversed
+        }
+    }
 }
 
 } // namespace
