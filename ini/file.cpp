@@ -59,12 +59,15 @@ std::string follow_links(fs::path path) {
 }
 
 /// Gives the file at `fd` the owner and permissions of the file that it will replace, or those
-/// of any new file when there is none. False when it cannot.
+/// of any new file when there is none. False when an old file's cannot be given.
 bool set_status(int fd, const struct stat* old) {
     if (old == nullptr) {
         const mode_t mask = umask(0); // it can only be read by setting it
         umask(mask);
-        return fchmod(fd, 0666 & ~mask) == 0;
+        // Refused where all files belong to the one who mounted them, as on a USB stick: then
+        // they have the permissions that the mount gives them.
+        (void)!fchmod(fd, 0666 & ~mask);
+        return true;
     }
     struct stat now = {};
     if (fstat(fd, &now) != 0) {
