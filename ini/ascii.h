@@ -30,15 +30,23 @@ constexpr char ascii_to_lower(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
-/// `text` as it may be shown on a terminal: each control character as "\xNN".
-inline std::string ascii_escape(std::string_view text) {
+/// `text` as it may be shown on a terminal: control characters as "\xNN", except those in `kept`.
+/// U+0080 to U+009F are controls there too: both bytes of their UTF-8 are shown so.
+inline std::string ascii_escape(std::string_view text, std::string_view kept = "") {
     constexpr char digits[] = "0123456789abcdef";
     std::string shown;
-    for (const char c : text) {
-        if (ascii_is_control(c)) {
-            shown += {'\\', 'x', digits[c >> 4], digits[c & 15]};
+    bool pair = false; // the byte before was the first of such a control
+    for (std::size_t i = 0; i < text.size(); i++) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        const auto next = static_cast<unsigned char>(i + 1 < text.size() ? text[i + 1] : 0);
+        const bool second = pair;
+        pair = byte == 0xC2 && next >= 0x80 && next <= 0x9F;
+        const bool control =
+            ascii_is_control(text[i]) && kept.find(text[i]) == std::string_view::npos;
+        if (control || pair || second) {
+            shown += {'\\', 'x', digits[byte >> 4], digits[byte & 15]};
         } else {
-            shown += c;
+            shown += text[i];
         }
     }
     return shown;

@@ -67,7 +67,7 @@ TEST(Msg, VerbosityAndModeDecideWhatIsTold) {
 TEST(Msg, TextsOfAnyLengthButNoControlsReachTheTerminal) {
     const char* const hostile = "a\x1b[2J\x7f\x07 \xc3\xa4\xc2\x9b\xff\t\b\r\n";
     EXPECT_EQ(told([&] { msg_print("%s%c%s", hostile, 0, "end"); }),
-              "&a\\x1B[2J\\x7F\\x07 \xc3\xa4\\xC2\\x9B\xff\t\b\r\n\\x00end");
+              "&a\\x1b[2J\\x7f\\x07 \xc3\xa4\\xc2\\x9b\xff\t\b\r\n\\x00end");
     const std::string big(100000, 'x');
     EXPECT_EQ(told([&] { msg_message("%s", big.c_str()); }), "&" + big + " ");
 }

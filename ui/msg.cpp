@@ -64,28 +64,6 @@ MsgState state;
 
 // Texts --------------------------------------------------------------------------------------
 
-// Names of files and bytes from the target come through here and must not steer the terminal.
-// Bytes from 0x80 on stay, they are UTF-8 names; but U+0080 to U+009F are controls there too.
-std::string escape_controls(const std::string& text) {
-    std::string result;
-    bool pair = false; // the byte before was the first of such a control
-    for (std::size_t i = 0; i < text.size(); i++) {
-        const auto byte = static_cast<unsigned char>(text[i]);
-        const auto next = static_cast<unsigned char>(i + 1 < text.size() ? text[i + 1] : 0);
-        const bool second = pair;
-        pair = byte == 0xC2 && next >= 0x80 && next <= 0x9F;
-        const bool moves = byte == '\n' || byte == '\r' || byte == '\t' || byte == '\b';
-        if (second || pair || (ascii_is_control(text[i]) && !moves)) {
-            char code[5];
-            std::snprintf(code, sizeof code, "\\x%02X", byte);
-            result += code;
-        } else {
-            result += text[i];
-        }
-    }
-    return result;
-}
-
 __attribute__((format(printf, 1, 0))) std::string format_text(const char* format, va_list args) {
     va_list again;
     va_copy(again, args);
@@ -93,7 +71,8 @@ __attribute__((format(printf, 1, 0))) std::string format_text(const char* format
     std::string text(static_cast<std::size_t>(std::max(length, 0)), '\0');
     std::vsnprintf(text.data(), text.size() + 1, format, again);
     va_end(again);
-    return escape_controls(text);
+    // Names of files and bytes from the target come through here and must not steer the terminal.
+    return ascii_escape(text, "\n\r\t\b");
 }
 
 // Counters, shared by all outputs ------------------------------------------------------------
