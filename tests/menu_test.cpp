@@ -78,9 +78,7 @@ TEST(Menu, KeysMoveScrollAndChoose) {
         {"stops at the end", 20, times(25, DOWN) + "\r", "= 119 10 9"},
         {"stops at the start", 20, times(12, DOWN) + times(15, UP) + "\r", "= 100 0 0"},
         {"page down by a page", 35, times(2, PGDN) + "\r", "= 119 10 9"},
-        {"page down to the end", 25, times(4, PGDN) + "\r", "= 124 15 9"},
-        {"page up", 35, times(3, PGDN) + times(2, PGUP) + "\r", "= 110 10 0"},
-        {"page up to the start", 25, times(3, PGDN) + times(4, PGUP) + "\r", "= 100 0 0"},
+        {"page up", 35, times(4, PGDN) + times(2, PGUP) + "\r", "= 115 15 0"},
         {"few items do not scroll", 3, times(5, DOWN) + PGDN + "\r", "= 102 0 2"},
         {"hotkey of an item out of sight", 20, "\x1bOP", "= 118 0 0"},
         {"escape is no hotkey", 20, "\x1b", "= -1 0 0"},
@@ -153,10 +151,12 @@ TEST(MessageBox, ShowsItsTextInACentredFrame) {
         Lines lines;
     } rows[] = {
         {"", "", 6, 2, {"      "}},
-        {"a\tb\x1b[2J", "", 6, 2, {"a b [2J"}},
         {"abcdefghijklmnopqrstuvwxyz", "", 0, 1, {"abcdefghijklmnopqr", "stuvwxyz          "}},
-        {"abcdefghijklmnopqr\nx\rY", "", 0, 1, {"abcdefghijklmnopqr", "Y                 "}},
-        {six, DOWN, 6, 0, {"two   ", "three ", "four  ", "five  "}},
+        {"abcdefghijklmnopqr\nx\rY\tb\x1b[2J",
+         "",
+         0,
+         1,
+         {"abcdefghijklmnopqr", "Y b [2J           "}},
         {six, times(2, DOWN) + UP, 6, 0, {"o     ", "three ", "four  ", "five  "}},
         {six, times(9, DOWN) + times(20, UP), 6, 0, {"one   ", "two   ", "three ", "four  "}},
     };
