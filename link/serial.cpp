@@ -117,6 +117,25 @@ std::size_t write_all(const SerialLine& line, const std::uint8_t* bytes, std::si
     return done;
 }
 
+// Whether the last byte has left the device; where it cannot tell of its transmitter, its buffer.
+bool is_sent(int fd) {
+    int waiting = 0;
+    if (ioctl(fd, TIOCOUTQ, &waiting) == 0 && waiting > 0)
+        return false;
+#ifdef TIOCSERGETLSR
+    int status = 0;
+    if (ioctl(fd, TIOCSERGETLSR, &status) == 0)
+        return (status & TIOCSER_TEMT) != 0;
+#endif
+    return true;
+}
+
+// Other settings would garble what is still on its way out: the end of a transfer.
+void wait_sent(const SerialLine& line) {
+    for (int ms = 0; ms < state.write_limit_ms && !is_sent(line.fd); ms++)
+        usleep(1000);
+}
+
 // At least one byte, waited for, and what else is there. 0 when the line is closed or gone.
 std::size_t read_some(SerialLine& line, std::uint8_t* bytes, std::size_t length) {
     ssize_t got = 0;
@@ -169,8 +188,10 @@ int serial_open(SerialLine& line, const std::string& device, long baud) {
 void serial_close(SerialLine& line) {
     if (line.fd < 0)
         return;
-    if (line.is_open)
+    if (line.is_open) {
+        wait_sent(line);
         serial_clear_dtr(line);
+    }
     if (line.has_saved)
         tcsetattr(line.fd, TCSANOW, &line.saved);
     std::fclose(line.stream); // and the descriptor with it

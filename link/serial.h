@@ -37,7 +37,7 @@ struct SerialModem {
 };
 void serial_set_modem(const SerialModem* modem); // null: the system's own
 
-/// How long a write waits for a device that takes no bytes; tests shorten it.
+/// How long a write, and closing, wait for a device that lets no bytes out; tests shorten it.
 constexpr int SERIAL_WRITE_LIMIT_MS = 10000;
 void serial_set_write_limit(int milliseconds);
 
@@ -48,7 +48,8 @@ void serial_set_write_limit(int milliseconds);
 /// when the device cannot be opened. The line is closed when the program exits.
 int serial_open(SerialLine& line, const std::string& device, long baud);
 
-/// Drops DTR, puts the saved settings back and closes. Nothing when the line is not open, but a
+/// Drops DTR, puts the saved settings back and closes, after waiting for what was written last to
+/// leave the device, at most ten seconds. Nothing when the line is not open, but a
 /// device that an opening with result 0 has left open is let go.
 void serial_close(SerialLine& line);
 

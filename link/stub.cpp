@@ -4,6 +4,7 @@
 #include "core/active_config.h"
 #include "link/port.h"
 
+#include <algorithm>
 #include <ctime>
 #include <initializer_list>
 
@@ -23,6 +24,13 @@ void sleep_millisecond() {
 struct {
     void (*sleep)() = sleep_millisecond;
 } state;
+
+// Whether arguments can tell a transfer of so many bytes; of more, the stub would take the rest of
+// the data for commands, or send too few.
+bool is_tellable(std::size_t length) {
+    const int bits = std::min((active_config.addr_bits + 7) / 8 * 8, 32);
+    return length <= std::uint64_t{1} << bits;
+}
 
 // "A", the letter and the arguments, each of as many bytes as an address needs, lowest first.
 // False when they could not be sent.
@@ -86,12 +94,16 @@ void stub_set_sleep(void (*sleep)()) {
 }
 
 int stub_write_memory(std::uint32_t start, std::uint32_t end, std::span<const std::uint8_t> bytes) {
-    return bytes.empty() ? 1 : send_data(send_command('B', {end, start}), bytes);
+    if (bytes.empty() || !is_tellable(bytes.size()))
+        return bytes.empty() ? 1 : -1;
+    return send_data(send_command('B', {end, start}), bytes);
 }
 
 int stub_read_memory(std::uint32_t start, std::span<std::uint8_t> bytes) {
+    if (bytes.empty() || !is_tellable(bytes.size()))
+        return bytes.empty() ? 1 : -1;
     const auto end = static_cast<std::uint32_t>(start + bytes.size());
-    return bytes.empty() ? 1 : receive_data(send_command('C', {end, start}), bytes);
+    return receive_data(send_command('C', {end, start}), bytes);
 }
 
 void stub_set_pc(std::uint32_t address) {

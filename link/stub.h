@@ -12,7 +12,7 @@ namespace kx {
 // All transfers: 1, or -1 after a time-out of about ten seconds for one byte, a read or write
 // error, or a surplus byte; the input is drained then, so that the next command can work. What a
 // failed read leaves in the buffer means nothing. No bytes of memory are no command: a start that
-// is its own end would mean the whole address space.
+// is its own end would mean the whole address space. More bytes than that fail, and none is sent.
 
 /// `B`: the bytes to the addresses from `start` on; `end` is the end address as it is sent, which
 /// is not the same for every caller.

@@ -77,6 +77,8 @@ TEST(Stub, MovesMemoryAndDiscBlocksBothWays) {
     EXPECT_EQ(stub_write_memory(0, 0x10000, all), 1);
     EXPECT_EQ(stub_read_memory(0, back), 1);
     EXPECT_EQ(back, all);
+    all.push_back(0); // one more than the command's arguments can tell
+    EXPECT_EQ(stub_write_memory(0, 0x10001, all), -1);
     all.resize(256);
     const auto block = std::span(back).subspan(1, 256);
     EXPECT_EQ(stub_write_image({18, 18, 0}, all), 1);
