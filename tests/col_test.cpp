@@ -29,7 +29,6 @@ TEST(Col, FirstValueIsTheBackgroundSecondTheText) {
         {"menutext=brown, lightgray", 6, 7},    {"menutext=darkgray,darkgray", 7, 0},
         {"menutext=Blue,YELLOW", UNSET, UNSET}, {"menutext=nocolour,lightmagenta", UNSET, 13},
         {"menutext=white", 15, UNSET},          {"menutext=red,green,blue", 4, 2},
-        {"menubg=red,red", UNSET, UNSET},
     };
     const test::TempDir dir;
     for (const auto& row : rows) {

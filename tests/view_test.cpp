@@ -41,7 +41,6 @@ TEST(LineCells, AreSafeAndCountedInColumns) {
         std::string shown;
         int cells;
     } table[] = {
-        {"C.UTF-8", "ab", 5, 10, "", 0},
         {"C.UTF-8", "a\tb\t\tc\rd", 3, 80, "     b               c.d", 24},
         {"C.UTF-8", "\u6f22\u5b57x", 1, 3, " \u5b57", 3}, // a wide character cut by either edge
         {"C.UTF-8", "\u6f22\u0301be\u0301", 1, 3, " be\u0301", 3},
