@@ -48,6 +48,7 @@ TEST(FileType, NameMachineAndCpuDecide) {
 class Load : public testing::Test {
 protected:
     Load() {
+        EXPECT_EQ(chdir(dir.path().c_str()), 0);
         active_config.cpu = CPU_6510;
         active_config.machine = MACHINE_C64;
         active_config.addr_bits = 16;
@@ -81,24 +82,21 @@ protected:
         return text;
     }
 
-    // What `action` says on standard error, blanks at the end aside, the directory as "@".
+    // What `action` says on standard error, blanks at the end aside.
     template <typename Action>
-    std::string said(Action action) const {
+    static std::string said(Action action) {
         msg_reset();
         verbosity.warn = 1;
         testing::internal::CaptureStderr();
         action();
-        std::string text = testing::internal::GetCapturedStderr();
-        for (std::size_t at = 0; (at = text.find(dir.path())) != std::string::npos;) {
-            text.replace(at, dir.path().size(), "@");
-        }
+        const std::string text = testing::internal::GetCapturedStderr();
         return text.substr(0, text.find_last_not_of(" \n") + 1);
     }
 
     // The symbol store as VICE labels.
-    std::string entries() const {
-        sym_write_vice(sym_store, file_open(dir.file("entries"), "wb").get());
-        return test::read_file(dir.file("entries"));
+    static std::string entries() {
+        sym_write_vice(sym_store, file_open("entries", "wb").get());
+        return test::read_file("entries");
     }
 
     test::TempDir dir;
@@ -156,7 +154,7 @@ TEST_F(Load, EveryTypeGoesToItsPlace) {
         {"e.prg", "\xFE\xFFxy", 0, 0, "fffe:xy", "fffe-10000:fffe", "warning: end >0000ffff"},
         {"f.sid", tune("\0\0"s, "\0\x10xy"s), 0, 0, "1000:xy", "1000-1002:1004", "", sid_entries},
         {"f.sid", tune("\xFF\xFF", "x"), 5, 0, "ffff:x", "ffff-10000:1004",
-         "warning: '@/f.sid' goes to its own addresses. \nwarning: end >0xffff", sid_entries},
+         "warning: 'f.sid' goes to its own addresses. \nwarning: end >0xffff", sid_entries},
         {"g.pce", image(40961, {{0, "a"}, {8182, vectors}, {8192, "b"}, {40959, "cd"}}), 0, 0,
          "6000:b dfff:ca fff6:" + vectors, "6000-10000:e505", "",
          "al 00e404 .entry_e404\nal 00e101 .entry_e101\nal 00e505 .entry_e505\n"
@@ -166,7 +164,7 @@ TEST_F(Load, EveryTypeGoesToItsPlace) {
          nes_entries},
         {"i.nes", cartridge("\4\1\4", 512 + 73728, {{0, "trainer"}, {512, "a"}, {49664, "d"}}), 0,
          0, "8000:a c000:d fffa:" + NES_VECTORS, "8000-10000:8022",
-         "warning: '@/i.nes' has 4 program banks, only its first and its last are sent.",
+         "warning: 'i.nes' has 4 program banks, only its first and its last are sent.",
          nes_entries},
     };
     for (const auto& row : rows) {
@@ -174,13 +172,12 @@ TEST_F(Load, EveryTypeGoesToItsPlace) {
         sim_init();
         sym_table_free(sym_store);
         sym_table_new(&sym_store);
-        const std::string path = dir.file(row.name);
         dir.write(transfer_trim(row.name), row.content);
-        EXPECT_EQ(said([&] { EXPECT_EQ(file_load(path, row.start, row.end), 1); }), row.said);
+        EXPECT_EQ(said([&] { EXPECT_EQ(file_load(row.name, row.start, row.end), 1); }), row.said);
         EXPECT_EQ(runs(), row.memory);
         EXPECT_EQ(loaded(), row.loaded);
         const bool is_raw = row.name[4] == 'm' || row.name[4] == '4'; // which do not tell
-        EXPECT_EQ(file_start_address(path), is_raw ? 0 : file_loaded().execute);
+        EXPECT_EQ(file_start_address(row.name), is_raw ? 0 : file_loaded().execute);
         EXPECT_EQ(entries(), row.entries);
     }
 }
@@ -212,34 +209,34 @@ TEST_F(Load, WhatIsDamagedOrNoProgramTransfersNothing) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::Message() << "row " << &row - rows << ": " << row.name);
-        const std::string path = dir.write(row.name, row.content);
-        EXPECT_EQ(said([&] { EXPECT_EQ(file_load(path, 0), -1); }),
-                  "error: '@/"s + row.name + row.said);
+        dir.write(row.name, row.content);
+        EXPECT_EQ(said([&] { EXPECT_EQ(file_load(row.name, 0), -1); }),
+                  "error: '"s + row.name + row.said);
         EXPECT_EQ(runs() + entries(), "");
     }
 }
 
 TEST_F(Load, FailedTransfersAreReportedAndNotRecorded) {
     const std::tuple<const char*, std::string, const char*> rows[] = {
-        {"rom", "x", "Failed to send raw file '@/a.rom'\n\r"},
+        {"rom", "x", "Failed to send raw file 'a.rom'\n\r"},
         {"prg", "\1\1x", ""}, // its progress display alone tells
-        {"sid", tune("\x10\x01", "x"), "error: Failed to send sid file '@/a.sid'"},
-        {"pce", std::string(40960, 'x'), "Failed to send prg file '@/a.pce'\n\r"},
-        {"nes", cartridge("\1", 16384, {}), "error: Failed to send nes file '@/a.nes'"},
+        {"sid", tune("\x10\x01", "x"), "error: Failed to send sid file 'a.sid'"},
+        {"pce", std::string(40960, 'x'), "Failed to send prg file 'a.pce'\n\r"},
+        {"nes", cartridge("\1", 16384, {}), "error: Failed to send nes file 'a.nes'"},
     };
     mem_mode = MEM_IMAGE; // of which none is open
     for (const auto& [type, content, expected] : rows) {
-        const std::string path = dir.write("a."s + type, content);
+        dir.write("a."s + type, content);
         const std::uint32_t start = *type == 'r' ? 5 : 0; // the others have their own
-        EXPECT_EQ(said([&] { EXPECT_EQ(file_load(path, start), -1); }), expected);
+        EXPECT_EQ(said([&] { EXPECT_EQ(file_load("a."s + type, start), -1); }), expected);
         EXPECT_EQ(file_loaded().end + entries().size(), 0U) << type;
         EXPECT_EQ(said([&] { EXPECT_EQ(file_load("none."s + type, 0), -1); }),
                   "error: Failed to open input "s + (start == 5 ? "bin" : type) + " file 'none." +
                       type + "'");
     }
     mem_mode = MEM_SIMULATOR;
-    EXPECT_EQ(prg_send(dir.file("a.prg"), 0x1000, 0x1002, 0), -1) << "a byte too few";
-    EXPECT_EQ(prg_send(dir.file("a.prg"), 0x1000, 0xFFF, 0), -1);
+    EXPECT_EQ(prg_send("a.prg", 0x1000, 0x1002, 0), -1) << "a byte too few";
+    EXPECT_EQ(prg_send("a.prg", 0x1000, 0xFFF, 0), -1);
     EXPECT_EQ(runs(), "");
 }
 
@@ -249,43 +246,40 @@ TEST_F(Load, KeepsNamedEntries) {
     EXPECT_EQ(file_load(path, 0), 1);
     EXPECT_EQ(entries(), "al 001004 .init\nal 001008 .entry_1008\n");
     EXPECT_EQ(sym_find_addr(sym_store, 0x1004, 0, 0)->flags, SYM_RANGE | SYM_CODE);
-    EXPECT_EQ(sid_list_base(file_open(dir.file("list"), "wb").get(), path), 1);
-    EXPECT_EQ(test::read_file(dir.file("list")), "\n; Base Address: 0x2000\n");
+    EXPECT_EQ(sid_list_base(file_open("list", "wb").get(), path), 1);
+    EXPECT_EQ(test::read_file("list"), "\n; Base Address: 0x2000\n");
 }
 
 TEST_F(Load, SavesOnlyWhatItCanSave) {
     sim_write8(0xFFFF, 'z');
     const auto save = [&](const char* name, std::uint32_t start, std::uint64_t end) {
-        return said([&] { file_save(dir.file(name), start, end); });
+        return said([&] { file_save(name, start, end); });
     };
     EXPECT_EQ(save("a.prg", 0xFFFE, 0x10000), "warning: end >0000ffff");
     EXPECT_EQ(save("a.nes", 0, 4),
-              "error: '@/a.nes': memory cannot be saved as NES image (iNES Format).");
-    EXPECT_EQ(save("a.txt", 0, 4), "error: '@/a.txt' is no program (plain ascii text).");
-    EXPECT_EQ(save("no/a.prg", 0, 4), "error: Failed to open output prg file '@/no/a.prg'");
-    EXPECT_EQ(save("no/a.rom", 0, 4), "error: Failed to open output bin file '@/no/a.rom'");
+              "error: 'a.nes': memory cannot be saved as NES image (iNES Format).");
+    EXPECT_EQ(save("a.txt", 0, 4), "error: 'a.txt' is no program (plain ascii text).");
+    EXPECT_EQ(save("no/a.prg", 0, 4), "error: Failed to open output prg file 'no/a.prg'");
+    EXPECT_EQ(save("no/a.rom", 0, 4), "error: Failed to open output bin file 'no/a.rom'");
     EXPECT_EQ(save("a.prg", 4, 4), "error: 00000004-00000004 is no range of addresses.");
     EXPECT_EQ(pce_get(dir.write("a.pce", "x")), 1);
-    EXPECT_EQ(test::read_file(dir.file("a.pce")), "");
+    EXPECT_EQ(test::read_file("a.pce"), "");
     mem_mode = MEM_IMAGE; // of which none is open
     EXPECT_EQ(save("a.prg", 0, 4), "");
-    EXPECT_EQ(test::read_file(dir.file("a.prg")), "\xFE\xFF\0z"s) << "as saved first";
+    EXPECT_EQ(test::read_file("a.prg"), "\xFE\xFF\0z"s) << "as saved first";
 }
 
 TEST_F(Load, ProgramsOfARealAssembler) {
     if (access("/usr/bin/cl65", X_OK) != 0) {
         GTEST_SKIP() << "cc65 is not installed";
     }
-    const std::string source = dir.write("a.s", ".export start, loop\n.segment \"CODE\"\n"
-                                                "start: lda #$42\nloop: jmp loop\n");
-    const std::string path = dir.file("a.prg");
-    const std::string labels = dir.file("a.lbl");
+    dir.write("a.s", ".export start, loop\n.segment \"CODE\"\nstart: lda #$42\nloop: jmp loop\n");
     const test::Outcome built =
         test::run_program({"/usr/bin/cl65", "-t", "c64", "-C", "c64-asm.cfg", "-u", "__EXEHDR__",
-                           "-Ln", labels, "-o", path, source});
+                           "-Ln", "a.lbl", "-o", "a.prg", "a.s"});
     ASSERT_EQ(built.status, 0) << built.err;
-    EXPECT_EQ(file_load(path, 0), 1);
-    EXPECT_EQ(said([&] { filehandler_readsymfile(sym_store, labels, SYMFILE_VICE); }), "");
+    EXPECT_EQ(file_load("a.prg", 0), 1);
+    EXPECT_EQ(said([&] { filehandler_readsymfile(sym_store, "a.lbl", SYMFILE_VICE); }), "");
     EXPECT_EQ(loaded(), "0801-0812:080d");
     EXPECT_THAT(entries(),
                 testing::AllOf(HasSubstr("al 00080d .start\n"), HasSubstr("al 00080f .loop\n")));
