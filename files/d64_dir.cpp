@@ -175,6 +175,12 @@ void d64_add_slots(const ImageHandle& image, D64Place place, const D64Block& blo
     }
 }
 
+bool d64_holds_slots(const ImageHandle& image, D64Place place) {
+    const std::int64_t start = d64_block_offset(image, place);
+    return std::any_of(d64_state.entries.begin(), d64_state.entries.end(),
+                       [&](const D64Entry& entry) { return entry.slot_offset == start; });
+}
+
 D64Name d64_to_codes(const std::string& name) {
     std::string text = name.substr(0, D64Name{}.size());
     if (name_charset() == 0) {

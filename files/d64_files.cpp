@@ -5,9 +5,8 @@
 #include "ui/msg.h"
 
 #include <algorithm>
-#include <cerrno>
+#include <limits>
 #include <set>
-#include <unistd.h>
 
 namespace kx {
 
@@ -61,20 +60,19 @@ bool read_file(ImageHandle& image, const D64Entry& entry, Bytes& bytes) {
     return true;
 }
 
-/// Makes `bytes` all that the file holds.
-bool replace_content(std::FILE* file, const Bytes& bytes) {
-    if (ftruncate(fileno(file), 0) != 0 && errno != EINVAL) { // a pipe has no length
-        return false;
-    }
-    return bytes.empty() || (std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size() &&
-                             std::fflush(file) == 0);
-}
-
 int copy_out(ImageHandle& image, const D64Entry& entry, const std::string& host_path) {
     // To append, so that an old file keeps what it holds until all of the new is there.
     const FilePtr file = file_open(host_path, "ab");
     Bytes bytes;
-    return file && read_file(image, entry, bytes) && replace_content(file.get(), bytes) ? 1 : -1;
+    if (!file || !read_file(image, entry, bytes)) {
+        return -1;
+    }
+    // A new file has nothing to lose, and a whole disc of them is done much faster this way.
+    if (file_size(file.get()) > 0) {
+        return file_replace(host_path, {bytes.begin(), bytes.end()}) == 0 ? 1 : -1;
+    }
+    const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file.get()) == bytes.size();
+    return written && std::fflush(file.get()) == 0 ? 1 : -1;
 }
 
 int extract(ImageHandle& image, const D64Entry& entry, const std::string& host_path) {
@@ -137,10 +135,11 @@ int close_slot(ImageHandle& image, D64Entry& slot, D64Place start, int blocks) {
     return d64_write_slot(image, slot) == 1 ? d64_write_map(image) : -1;
 }
 
-/// How many blocks a file takes. More than any disc has is as good as one more.
+/// How many blocks a file takes. The limit, far above what any disc has, is that of the messages.
 int count_blocks(std::FILE* file) {
     const auto data_bytes = static_cast<long>(D64_DATA_BYTES);
-    const long blocks = std::min<long>((file_size(file) + data_bytes - 1) / data_bytes, D64_BLOCKS);
+    const long most = std::numeric_limits<int>::max() / data_bytes;
+    const long blocks = std::min((file_size(file) + data_bytes - 1) / data_bytes, most);
     return blocks == 0 && d64_rules().marks_last ? 1 : static_cast<int>(blocks);
 }
 
@@ -198,19 +197,13 @@ int change_disc(ImageHandle& image, Change change) {
     return result;
 }
 
-bool is_dir_block(const ImageHandle& image, D64Place place) {
-    const std::int64_t start = d64_block_offset(image, place);
-    return std::any_of(d64_state.entries.begin(), d64_state.entries.end(),
-                       [&](const D64Entry& entry) { return entry.slot_offset == start; });
-}
-
 /// The blocks of one chain of the file. False when it is damaged.
 bool collect_blocks(ImageHandle& image, const D64Entry& entry, D64Place start,
                     std::vector<D64Place>& blocks) {
     const bool protects = d64_rules().protects;
     D64ChainEnd end = d64_walk_chain(image, start, [&](D64Place place, D64Place) {
         blocks.push_back(place);
-        return !protects || !is_dir_block(image, place);
+        return !protects || !d64_holds_slots(image, place);
     });
     end = end == D64ChainEnd::Stopped ? D64ChainEnd::System : end;
     if (end != D64ChainEnd::Marked && (protects || end != D64ChainEnd::System)) {
@@ -233,6 +226,7 @@ int free_file(ImageHandle& image, D64Entry& entry) {
     entry.closed = false;
     entry.type = 0;
     entry.raw_type = 0;
+    // The toolkit's own rules leave the lock, so that 0x40 stays as the type byte; this is meant.
     if (d64_rules().all_or_nothing) {
         entry.locked = false;
     }

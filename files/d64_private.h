@@ -146,6 +146,9 @@ D64Entry* d64_find(const std::string& name);
 /// Adds a directory block's eight slots to the copy in memory.
 void d64_add_slots(const ImageHandle& image, D64Place place, const D64Block& block);
 
+/// Whether the block is one of the directory's.
+bool d64_holds_slots(const ImageHandle& image, D64Place place);
+
 /// Gives an entry a name in all its forms; the codes are stored padded.
 void d64_set_name(D64Entry& entry, const D64Name& codes);
 

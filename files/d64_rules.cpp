@@ -108,11 +108,22 @@ D64Place last_dir_block(const ImageHandle& image) {
     return {};
 }
 
+/// Marks header and directory as used: a damaged map may offer them as free.
+void keep_dir_blocks(const ImageHandle& image) {
+    for (int sector = 0; sector < d64_sectors(D64_DIR_TRACK); sector++) {
+        const D64Place place = {D64_DIR_TRACK, sector};
+        if (place == D64_HEADER || d64_holds_slots(image, place)) {
+            d64_set_free(place, false);
+        }
+    }
+}
+
 /// Adds a block of empty slots to the directory; false when its track is full, or when the
 /// directory ends on another one.
 bool grow_directory(ImageHandle& image) {
     const D64Place last = last_dir_block(image);
     D64Place place;
+    keep_dir_blocks(image);
     if (last.track == 0 || !find_interleaved(last.track, last.sector, DIR_INTERLEAVE, place)) {
         return false;
     }

@@ -6,7 +6,8 @@
 #include "ini/file.h"
 #include "ui/msg.h"
 
-#include <iterator>
+#include <utility>
+#include <vector>
 
 namespace kx {
 
@@ -111,13 +112,13 @@ int open_host(ImageHandle& image, const std::string& name, bool writing) {
 
 int get_range(ImageHandle& image, const std::string& host_path, std::int64_t offset,
               std::int64_t length) {
-    // Asked before the host file is emptied. What an image has beyond it is found out on reading.
-    if (!image.held && (!image.file || offset < 0 || length < 0 ||
-                        length > file_size(image.file.get()) - offset)) {
-        return -1;
-    }
-    const FilePtr file = file_open(host_path, "wb");
-    return file ? target_imgreadfchunk(image, file.get(), offset, length) : -1;
+    // An old file is replaced when all bytes are there; it may even be the image itself.
+    const FilePtr copy(std::tmpfile());
+    std::vector<std::uint8_t> bytes;
+    const bool copied = copy && target_imgreadfchunk(image, copy.get(), offset, length) == 1 &&
+                        std::fseek(copy.get(), 0, SEEK_SET) == 0 &&
+                        file_read_bytes(copy.get(), static_cast<std::uint64_t>(length), bytes) == 0;
+    return copied && file_replace(host_path, {bytes.begin(), bytes.end()}) == 0 ? 1 : -1;
 }
 
 } // namespace

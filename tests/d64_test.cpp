@@ -347,11 +347,13 @@ TEST_F(D64, DosModeWritesAsTheDriveDoes) {
 
 TEST_F(D64, DosModeFillsTheDirectory) {
     d64_dos_mode = 1;
-    open(formatted());
+    std::string disc = formatted();
+    put(disc, at(18, 0, 4 * 18), "\x13\xFF\xFF\x07"); // it offers header and directory as free
+    open(disc);
     for (int i = 0; i < 144; i++) {
         ASSERT_EQ(write("n" + std::to_string(i), std::to_string(i)), 1) << i;
     }
-    std::string disc = content();
+    disc = content();
     EXPECT_EQ(write("more", "x"), -1);
     EXPECT_THAT(other_than(disc), IsEmpty());
     EXPECT_EQ(check(), "");
@@ -560,6 +562,8 @@ TEST_F(D64, MovesRawRanges) {
     EXPECT_EQ(imgfile_putrawimg(raw, "part", 6, 4), 1);
     EXPECT_EQ(imgfile_getrawimg(raw, "all", 0, 0), 1);
     EXPECT_EQ(test::read_file("all"), "0123453456");
+    EXPECT_EQ(imgfile_getrawimg(raw, "disc.bin", 2, 3), 1); // over itself
+    EXPECT_EQ(test::read_file("disc.bin"), "234");
 
     const std::string errors(683, '\x05');
     open(formatted() + errors);
