@@ -71,7 +71,8 @@ int copy_out(ImageHandle& image, const D64Entry& entry, const std::string& host_
     if (file_size(file.get()) > 0) {
         return file_replace(host_path, {bytes.begin(), bytes.end()}) == 0 ? 1 : -1;
     }
-    const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file.get()) == bytes.size();
+    const bool written =
+        bytes.empty() || std::fwrite(bytes.data(), 1, bytes.size(), file.get()) == bytes.size();
     return written && std::fflush(file.get()) == 0 ? 1 : -1;
 }
 
