@@ -81,6 +81,9 @@ TEST_F(Setup, OptionsPrintAndEndTheProgram) {
     base.dir.write("config/romless.ini", target_text("n0=roms/a.bin", "n0=roms/gone.bin"));
     const std::string usage = "usage: " KX_PROGRAM " [options] - setup program\n";
     const std::string unknown = "error: unknown option or file:";
+    const std::string file = base.path + "kx.ini";
+    const std::string targets = "available target configurations:\nc64\t- Commodore\ngone\t- \n\n";
+    const std::string gone = "warning: couldn't find .ini file " + base.path + "config/gone.ini\n";
     const struct {
         std::vector<std::string> args;
         int status;
@@ -94,24 +97,18 @@ TEST_F(Setup, OptionsPrintAndEndTheProgram) {
         {{"--version"}, 0, "KXSETUP v0.1 [built ", ""},
         {{"--show-supported"}, 0, data_text("supported.txt"), ""},
         {{"--show-config"}, 0, data_text("active.txt"), ""},
-        {{"--show-targets"},
-         0,
-         "available target configurations:\nc64\t- Commodore\ngone\t- \n\n",
-         "warning: couldn't find .ini file " + base.path + "config/gone.ini\n"},
+        {{"--show-targets"}, 0, targets, gone},
         {{"--show-colors"}, 0, "available color configurations:\ncol_kx\t- all white\n\n", ""},
         {{"--show-charsets"}, 0, "available charset configurations:\nmap_ascii\t- plain\n\n", ""},
         {{"--exit", "--nonsense"}, 0, "\n", ""},
         {{"-s", "--exit"}, 0, "", ""},
         {{"-v", "--exit"}, 0, data_text("verbose.txt"), ""},
         {{"-s", "-v", "--exit"}, 0, "info: running in verbose mode \ninfo: arg no 3:[--exit]", ""},
-        {{"--verbose=1"}, 1, unknown + "--verbose=1\n\n", ""},
         {{"-vW"}, 1, unknown + "-vW\n\n", ""},
+        {{"--verbose=1"}, 1, unknown + "--verbose=1\n\n", ""},
         {{"no\x1b[2Jfile"}, 1, unknown + "no\\x1b[2Jfile\n\n", ""},
         {{base.path}, 1, unknown + base.path + "\n\n", ""},
-        {{base.path + "kx.ini", "-f", "x", "-o", "--nonsense", "--extfs", "--remote", "--exit"},
-         0,
-         "\n",
-         ""},
+        {{file, "-f", "x", "-o", "--nonsense", "--extfs", "--remote", "--exit"}, 0, "\n", ""},
         {{"-o"}, 1, unknown + "-o\n\n", ""},
         {{"--cpu", "6502"}, 1, "error: unknown cpu '6502'.\n\r\n", ""},
         {{"--cpu", "65816", "--show-config"}, 0, "[       65816] WesternDigital 65816\n", ""},
@@ -245,8 +242,7 @@ TEST_F(Setup, ShippedFilesShowTheMenuInTheMiddleOfAnyScreen) {
 TEST_F(Setup, MenuSleepsUntilASignalEndsItAndLeavesAllAsItWas) {
     base.write_main();
     Terminal terminal(80, 25);
-    termios found = {};
-    termios left = {};
+    termios found = {}, left = {};
     tcgetattr(terminal.slave(), &found);
     start(terminal);
     using Clock = std::chrono::steady_clock;
