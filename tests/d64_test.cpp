@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <functional>
 #include <gmock/gmock.h>
 #include <random>
 
@@ -20,7 +19,6 @@ namespace kx {
 namespace {
 
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::UnorderedElementsAre;
 namespace fs = std::filesystem;
 
@@ -92,18 +90,8 @@ protected:
         dir.write("disc.d64", content);
         ASSERT_EQ(image_open(image, "disc.d64", false, true), 1);
     }
+    // To be compared outside of gtest's macros: they would print a whole disc.
     static std::string content() { return test::read_file("disc.d64"); }
-    /// The numbers of the blocks in which the image is not `expected`.
-    static std::vector<std::size_t> other_than(const std::string& expected) {
-        const std::string disc = content();
-        std::vector<std::size_t> blocks;
-        for (std::size_t i = 0; i < std::max(disc.size(), expected.size()); i += 256) {
-            if (i > disc.size() || disc.compare(i, 256, expected, i, 256) != 0) {
-                blocks.push_back(i / 256);
-            }
-        }
-        return blocks;
-    }
     static std::string list() { return printed(d64_list_directory); }
     std::string check() {
         int result = 0;
@@ -128,7 +116,9 @@ protected:
 };
 
 TEST_F(D64, ListsAndPrintsInfo) {
-    std::string disc = formatted();
+    std::string disc = formatted(at(43, 0));
+    put(disc, at(18, 1), chars({42, 16})); // the directory goes on there, and ends at a sector 255
+    put(disc, at(42, 16), chars({18, 255}) + slot(0x82, 17, 0, "LAST", 1));
     put(disc, at(18, 1, 2), slot(0x82, 17, 0, "HELLO WORLD", 4));
     put(disc, at(18, 1, 34), slot(0xC1, 1, 12, "A/B\x02\xC1", 300)); // what ASCII lacks
     put(disc, at(18, 1, 66), slot(0, 3, 3, "GONE", 7));
@@ -137,64 +127,30 @@ TEST_F(D64, ListsAndPrintsInfo) {
     EXPECT_EQ(list(), "......+. 17: 0 prg       4 HELLO WORLD\n"
                       ".<.....+  1:12 seq     300 A/B..\n"
                       "*.......  3: 3 del       7 GONE\n"
-                      "*...++++  0: 0 1111       0 SIXTEEN LETTERS!\n");
+                      "*...++++  0: 0 1111       0 SIXTEEN LETTERS!\n"
+                      "......+. 17: 0 prg       1 LAST\n");
     EXPECT_EQ(extract("GONE"), "(none)");
     d64_ls_style = 1;
     const std::string start = "-rw-rw-rw-   1 root     root        ";
-    EXPECT_EQ(list(), start + " 1016 Jan 1 12:00 00.HELLO WORLD.prg\n" + //
-                          start + "76200 Jan 1 12:00 01.A_B__.seq\n" +   //
-                          start + " 1778 Jan 1 12:00 02.GONE.del\n" +    //
-                          start + "    0 Jan 1 12:00 07.SIXTEEN LETTERS!.1111\n");
+    EXPECT_EQ(list(), start + " 1016 Jan 1 12:00 00.HELLO WORLD.prg\n" +           //
+                          start + "76200 Jan 1 12:00 01.A_B__.seq\n" +             //
+                          start + " 1778 Jan 1 12:00 02.GONE.del\n" +              //
+                          start + "    0 Jan 1 12:00 07.SIXTEEN LETTERS!.1111\n" + //
+                          start + "  254 Jan 1 12:00 08.LAST.prg\n");
     const std::string info = printed(d64_print_info);
     EXPECT_THAT(info, HasSubstr("disc name   : WORK DISC       \n"
                                 "disc id     : 64 2A\n"
-                                "blocks used : 311 / 2\n"
-                                "blocks free : 353 / 681\n"
+                                "blocks used : 312 / 2\n"
+                                "blocks free : 352 / 681\n"
                                 "blocks total: 664 / 683\n"
                                 "\n"
                                 "            11111111112222222222333333 3333444\n"
                                 "   12345678901234567890123456789012345 6789012\n"
                                 "\n"
-                                " 0 .................*................. *******\n"
-                                " 1 .................*................. *******\n"
-                                " 2 ................................... *******\n"));
-    EXPECT_THAT(info, HasSubstr("\n18 ........................                   \n"
-                                "19 .................                          \n"));
+                                " 0 .................*................. *******\n"));
+    EXPECT_THAT(info, HasSubstr("\n18 ........................                   \n"));
     d64_dos_mode = 1; // a drive shows no scratched files
     EXPECT_THAT(list(), testing::Not(HasSubstr("GONE")));
-    charset_reset(); // names are taken as they are
-    d64_ls_style = 0;
-    d64_read_directory(image);
-    EXPECT_THAT(list(), HasSubstr("A/B..\n"));
-}
-
-TEST_F(D64, DirectoryChainEnds) {
-    const struct {
-        const char* what;
-        std::string first, second; // links of 18/1, and of 18/4 and 42/16
-        std::size_t bytes;
-        int files;
-    } rows[] = {
-        {"sector 255 of a real track", chars({18, 255}), chars({0, 255}), 174848, 1},
-        {"two blocks", chars({18, 4}), chars({0, 255}), 174848, 2},
-        {"track 0", chars({0, 4}), chars({0, 255}), 174848, 1},
-        {"a circle", chars({18, 4}), chars({18, 1}), 174848, 2},
-        {"beyond the track", chars({18, 4}), chars({18, 19}), 174848, 2},
-        {"beyond the disc", chars({18, 4}), chars({43, 0}), 174848, 2},
-        {"cut in the second block", chars({18, 4}), chars({0, 255}), at(18, 5) - 1, 1},
-        {"no header", chars({0, 255}), chars({0, 255}), 1000, 0},
-        {"the last of 42 tracks", chars({42, 16}), chars({0, 255}), at(43, 0), 2},
-    };
-    for (const auto& row : rows) {
-        std::string disc = formatted(at(43, 0));
-        for (const std::size_t block : {at(18, 1), at(18, 4), at(42, 16)}) {
-            put(disc, block, row.second + slot(0x82, 1, 0, "F", 1));
-        }
-        put(disc, at(18, 1), row.first);
-        open(disc.substr(0, row.bytes));
-        const std::string listing = list();
-        EXPECT_EQ(std::count(listing.begin(), listing.end(), '\n'), row.files) << row.what;
-    }
 }
 
 TEST_F(D64, ExtractsAsTheChainSays) {
@@ -210,10 +166,8 @@ TEST_F(D64, ExtractsAsTheChainSays) {
         {"one more than the block", 17, chars({0, 255}), 254 + 255, 254 + 254},
         {"and at the image's end", 17, chars({35, 16}), 254 * 3, 254 * 3},
         {"into the header", 17, chars({18, 0}), 254 * 2, 254 * 2},
-        {"into the directory", 17, chars({18, 1}), 254 * 2, 254 * 2},
         {"a circle", 17, chars({17, 0}), -1, -1},
         {"beyond the disc", 17, chars({43, 0}), -1, -1},
-        {"beyond the track", 17, chars({17, 21}), -1, -1},
         {"beyond the image", 17, chars({36, 0}), -1, -1},
         {"no first block", 0, chars({0, 9}), 0, 0},
     };
@@ -234,7 +188,7 @@ TEST_F(D64, ExtractsAsTheChainSays) {
             EXPECT_TRUE(expected < 254 || bytes.starts_with(random_bytes(254))) << row.what << dos;
             EXPECT_TRUE(expected >= 0 || test::read_file("out") == "old") << row.what << dos;
         }
-        EXPECT_THAT(other_than(disc), IsEmpty()) << row.what;
+        EXPECT_TRUE(content() == disc) << row.what;
     }
 }
 
@@ -277,40 +231,38 @@ TEST_F(D64, WritesByItsOwnRules) {
     // The chain stays open, and behind a short block stands the tail of the one before.
     put(disc, at(1, 2), chars({1, 3}) + bytes.substr(254) + bytes.substr(46, 208));
     disc[at(18, 0, 5)] &= ~5; // the count before it stays
-    EXPECT_THAT(other_than(disc), IsEmpty());
+    EXPECT_TRUE(content() == disc);
 
     EXPECT_EQ(write("NEW FILE", "x"), -1);
     ASSERT_EQ(write("empty", ""), 1);
     put(disc, at(18, 1, 34), slot(0x82, 0, 0, "EMPTY", 0));
-    EXPECT_THAT(other_than(disc), IsEmpty());
+    EXPECT_TRUE(content() == disc);
 
     // Deletion follows the open chain: through 1/3, whose link is all zeros.
-    EXPECT_EQ(d64_delete_file(image, "nothing"), -1);
     EXPECT_EQ(d64_delete_file(image, "NEW FILE"), 1);
     disc[at(18, 1, 2)] = 0;
     disc[at(18, 0, 5)] |= 5;
-    EXPECT_THAT(other_than(disc), IsEmpty());
+    EXPECT_TRUE(content() == disc);
 }
 
 TEST_F(D64, OwnRulesOnAFullDisc) {
     std::string disc = formatted();
-    put(disc, at(18, 0, 4), std::string(std::size_t{4} * 34, '\0')); // track 35 is free
+    for (const int track : {1, 19}) { // all but track 18, which is the directory's, and 35
+        put(disc, at(18, 0, 4 * track), std::string(track == 1 ? 4 * 17 : 4 * 16, '\0'));
+    }
     open(disc);
     EXPECT_EQ(write("F", random_bytes(17 * 254)), -1);   // the last block would need one to link to
     EXPECT_EQ(list(), "*.....+.  0: 0 prg       0 F\n"); // the name stays behind
-    EXPECT_EQ(write("G", random_bytes(16 * 254)), 1);    // the map is as before
-    EXPECT_EQ(list(), "......+. 35: 0 prg      16 G\n"); // in F's slot
+    EXPECT_EQ(write("G", random_bytes(16 * 254)), 1);    // in its slot, the map is as before
     d64_ls_style = 1;
     EXPECT_EQ(d64_delete_file(image, "07"), -1); // a slot, but no file
-    EXPECT_EQ(d64_delete_file(image, "0"), -1);
-    EXPECT_EQ(write("00", "x"), -1); // exists
+    EXPECT_EQ(write("00", "x"), -1);             // exists
     EXPECT_TRUE(extract("00.G.prg").starts_with(random_bytes(16 * 254)));
 }
 
 TEST_F(D64, DosModeWritesAsTheDriveDoes) {
     d64_dos_mode = 1;
-    const std::string empty = formatted();
-    open(empty);
+    open(formatted());
     ASSERT_EQ(write("long", random_bytes(22 * 254 + 1)), 1); // a track and two blocks
     EXPECT_EQ(said, "");
     const std::string disc = content();
@@ -323,7 +275,6 @@ TEST_F(D64, DosModeWritesAsTheDriveDoes) {
     }
     EXPECT_EQ(chain, "17/10 17/20 17/8 17/18 17/6 17/16 17/4 17/14 17/2 17/12 17/1 17/11 17/3 "
                      "17/13 17/5 17/15 17/7 17/17 17/9 17/19 16/7 16/17 0/2 ");
-    EXPECT_EQ(disc.substr(at(18, 0, 4 * 16), 8), chars({19, 0x7F, 0xFF, 0x1D, 0, 0, 0, 0}));
     ASSERT_EQ(write("next", ""), 1); // track 17 is full
     EXPECT_THAT(list(), HasSubstr("19: 0 prg       1 NEXT"));
     EXPECT_EQ(extract("next"), "");
@@ -334,14 +285,13 @@ TEST_F(D64, DosModeWritesAsTheDriveDoes) {
     EXPECT_EQ(write("Next", "x"), -1);
     EXPECT_EQ(write("big", random_bytes(254 * 641)), -1);
     EXPECT_EQ(d64_write_file(image, "missing", "m"), -1);
-    EXPECT_THAT(other_than(before), IsEmpty());
+    EXPECT_TRUE(content() == before);
     EXPECT_EQ(write("big", random_bytes(254 * 640)), 1); // every block that is left
     EXPECT_EQ(check(), "");
     for (const char* name : {"big", "long", "next"}) {
         EXPECT_EQ(d64_delete_file(image, name), 1) << name;
     }
     EXPECT_EQ(check(), "");
-    EXPECT_THAT(other_than(empty), testing::Not(testing::Contains(357U))); // the map
     EXPECT_EQ(list(), "");
 }
 
@@ -355,18 +305,17 @@ TEST_F(D64, DosModeFillsTheDirectory) {
     }
     disc = content();
     EXPECT_EQ(write("more", "x"), -1);
-    EXPECT_THAT(other_than(disc), IsEmpty());
+    EXPECT_TRUE(content() == disc);
     EXPECT_EQ(check(), "");
     d64_read_directory(image);
     EXPECT_EQ(extract("N143"), "143");
 
-    // A locked file stays, and so do the directory's blocks when a chain runs into them.
-    put(disc, at(18, 4, 2), "\xC2");
-    put(disc, at(18, 4, 35), chars({18, 4}));
+    put(disc, at(18, 4, 2), "\xC2");          // locked
+    put(disc, at(18, 4, 35), chars({18, 4})); // its chain runs into the directory
     open(disc);
     EXPECT_EQ(d64_delete_file(image, "n8"), -1);
     EXPECT_EQ(d64_delete_file(image, "n9"), -1);
-    EXPECT_THAT(other_than(disc), IsEmpty());
+    EXPECT_TRUE(content() == disc);
 }
 
 TEST_F(D64, ImageThatCannotBeWrittenStaysAsItIs) {
@@ -375,11 +324,11 @@ TEST_F(D64, ImageThatCannotBeWrittenStaysAsItIs) {
         const std::string cut = formatted(dos != 0 ? at(19, 0) : at(18, 1, 250));
         open(cut); // no block behind the directory's track, or not even all of the directory
         EXPECT_EQ(write("f", random_bytes(254 * 358)), -1) << dos;
-        EXPECT_THAT(other_than(cut), IsEmpty()) << dos;
+        EXPECT_TRUE(content() == cut) << dos;
         open(formatted());
         ASSERT_EQ(image_open(image, "disc.d64", false, false), 1);
         EXPECT_EQ(write("f", "x"), -1) << dos;
-        EXPECT_THAT(other_than(formatted()), IsEmpty()) << dos;
+        EXPECT_TRUE(content() == formatted()) << dos;
         EXPECT_EQ(list(), "") << dos;
     }
 }
@@ -396,13 +345,10 @@ TEST_F(D64, CheckNamesWhatIsWrong) {
     } rows[] = {
         {at(17, 10), chars({17, 0}), "the chain of 'A' runs in a circle."},
         {at(17, 10), chars({99, 0}), "the chain of 'A' leaves the disc."},
-        {at(17, 10), chars({36, 0}), "the chain of 'A' leads to a block that cannot be read."},
-        {at(17, 10), chars({18, 1}), "the chain of 'A' runs into the directory."},
         {at(17, 10), chars({17, 1}), "block 17/1 belongs to 'A' and to 'B'."},
         {at(17, 10), chars({17, 5}), "block 17/5 belongs to 'A' and is marked free."},
         {at(17, 0), chars({0, 9}), "block 17/10 belongs to nobody and is marked used."},
         {at(18, 0, 4), "\x14", "track 1 has 20 free blocks by its count and 21 by its bits."},
-        {at(18, 1), chars({18, 1}), "the chain of the directory runs in a circle."},
         {at(18, 1, 2), "\x02", "'A' was not closed."},
         {at(18, 1, 30), "\x07", "'A' has 7 blocks by the directory and 2 by its chain."},
     };
@@ -411,7 +357,7 @@ TEST_F(D64, CheckNamesWhatIsWrong) {
         put(bad, row.offset, row.bytes);
         open(bad);
         EXPECT_THAT(check(), HasSubstr(row.line + "\n"));
-        EXPECT_THAT(other_than(bad), IsEmpty()) << row.line;
+        EXPECT_TRUE(content() == bad) << row.line;
     }
 }
 
@@ -419,8 +365,8 @@ TEST_F(D64, DamagedImagesComeToAnEnd) {
     std::mt19937 random(1541);
     d64_dos_mode = 1;
     open(formatted());
-    for (const char* name : {"a", "b", "c", "d", "e", "f", "g", "h", "i"}) {
-        ASSERT_EQ(write(name, random_bytes(1000)), 1);
+    for (char name = 'a'; name < 'j'; name++) {
+        write({name}, random_bytes(1000));
     }
     const std::string disc = content();
     for (int round = 0; round < 60; round++) {
@@ -435,7 +381,7 @@ TEST_F(D64, DamagedImagesComeToAnEnd) {
         open(bad);
         list();
         check();
-        EXPECT_THAT(other_than(bad), IsEmpty()) << round;
+        EXPECT_TRUE(content() == bad) << round;
         d64_extract_all(image);
         printed([&](std::FILE*) { d64_delete_file(image, "A"); });
         write("new", random_bytes(3000));
@@ -448,9 +394,9 @@ TEST_F(D64, OtherProgramsAgree) {
         return std::system((command + " >/dev/null 2>&1").c_str()) == 0;
     };
     if (!runs("which cbmconvert cc1541")) {
-        GTEST_SKIP() << "cbmconvert or cc1541 is not installed";
+        GTEST_SKIP() << "cbmconvert and cc1541 are not installed";
     }
-    const int sizes[] = {1, 253, 254, 255, 256, 508, 509, 30000};
+    const int sizes[] = {1, 253, 254, 255, 256, 509, 30000};
     std::string convert = "cbmconvert -n -D4 o.d64";
     std::string cc1541 = "cc1541 -4"; // 40 tracks
     d64_dos_mode = 1;
@@ -499,13 +445,12 @@ TEST_F(D64, ImageHeldByTheTarget) {
     ASSERT_EQ(port_open(target.device(), 38400), 1);
     const std::string disc = formatted();
     test::poke(target.image, 0, {disc.begin(), disc.end()});
-    for (const int dos : {0, 1}) {
-        d64_dos_mode = dos;
-        const std::string name = dos != 0 ? "DOS" : "OWN";
+    for (const std::string name : {"OWN", "DOS"}) {
+        d64_dos_mode = name == "DOS" ? 1 : 0;
         ASSERT_EQ(image_open(image, "d64", true, true), 1);
         ASSERT_EQ(write(name, random_bytes(1000)), 1);
         d64_read_directory(image);
-        EXPECT_TRUE(extract(name).starts_with(random_bytes(1000))) << dos;
+        EXPECT_TRUE(extract(name).starts_with(random_bytes(1000))) << name;
     }
     ASSERT_EQ(d64_delete_file(image, "OWN"), 1);
     EXPECT_EQ(imgfile_getrawimg(image, "whole.d64", 0, 0), 1);
@@ -515,71 +460,40 @@ TEST_F(D64, ImageHeldByTheTarget) {
     port_close();
 }
 
-TEST_F(D64, FrontEndTellsWhatFailed) {
-    msg_set_output(MSG_CONSOLE);
-    dir.write("raw.bin", "0123456789");
-    dir.write("disc.d64", formatted());
-    ImageHandle raw, disc;
-    ASSERT_EQ(image_open(raw, "raw.bin", false, false), 1);
-    ASSERT_EQ(image_open(disc, dir.file("disc.d64"), false, false), 1);
-    const struct {
-        const char* said;
-        std::function<int()> run;
-    } rows[] = {
-        {"couldn't determine default remote image.",
-         [&] { return image_open(image, "default", true, false); }},
-        {"couldn't open remote image 'd64x'.",
-         [&] { return image_open(image, "d64x", true, false); }},
-        {"failed to open image 'no.d64' for writing.",
-         [&] { return image_open(image, "no.d64", false, true); }},
-        {"could not list directory.", [&] { return imgfile_list_directory(raw, stdout); }},
-        {"file does not exist. \nerror: could not extract file.",
-         [&] { return imgfile_extract_file(disc, "X", "x"); }},
-        {"could not write file to image.",
-         [&] { return imgfile_write_file(disc, "raw.bin", "X"); }},
-        {"file does not exist. \nerror: could not remove file.",
-         [&] { return imgfile_delete_file(disc, "X"); }},
-        {"function not implemented. \nerror: could not create image.",
-         [&] { return imgfile_create(disc, "X"); }},
-        {"could not extract image.", [&] { return imgfile_getrawimg(raw, "disc.d64", 5, 6); }},
-        {"could not write file to image.",
-         [&] { return imgfile_putrawimg(disc, "raw.bin", 0, 0); }},
-    };
-    for (const auto& row : rows) {
-        testing::internal::CaptureStderr();
-        EXPECT_EQ(row.run(), -1) << row.said;
-        EXPECT_THAT(testing::internal::GetCapturedStderr(),
-                    HasSubstr(std::string("error: ") + row.said));
-    }
-    EXPECT_THAT(other_than(formatted()), IsEmpty());
-}
-
-TEST_F(D64, MovesRawRanges) {
+TEST_F(D64, FrontEndMovesRangesAndTellsWhatFailed) {
     ImageHandle raw;
-    dir.write("disc.bin", "0123456789");
-    ASSERT_EQ(image_open(raw, "disc.bin", false, true), 1);
+    dir.write("raw.bin", "0123456789");
+    ASSERT_EQ(image_open(raw, "raw.bin", false, true), 1);
     EXPECT_EQ(imgfile_getrawimg(raw, "part", 3, 4), 1);
     EXPECT_EQ(imgfile_putrawimg(raw, "part", 6, 4), 1);
     EXPECT_EQ(imgfile_getrawimg(raw, "all", 0, 0), 1);
     EXPECT_EQ(test::read_file("all"), "0123453456");
-    EXPECT_EQ(imgfile_getrawimg(raw, "disc.bin", 2, 3), 1); // over itself
-    EXPECT_EQ(test::read_file("disc.bin"), "234");
-
+    EXPECT_EQ(imgfile_getrawimg(raw, "raw.bin", 2, 3), 1); // over itself
+    EXPECT_EQ(test::read_file("raw.bin"), "234");
     const std::string errors(683, '\x05');
-    open(formatted() + errors);
-    EXPECT_EQ(imgfile_getrawimg(image, "all", 0, 0), 1); // a D64's 35 tracks
-    EXPECT_TRUE(test::read_file("all") == formatted());
-    dir.write("new", std::string(174848, '\0'));
-    EXPECT_EQ(imgfile_putrawimg(image, "new", 0, 0), 1);
-    EXPECT_TRUE(content() == std::string(174848, '\0') + errors);
-    EXPECT_THAT(printed(d64_print_info), HasSubstr("disc name   : \n")); // it was read again
+    open(std::string(174848, '\0') + errors);
+    dir.write("new", formatted());
+    EXPECT_EQ(imgfile_putrawimg(image, "new", 0, 0), 1); // a D64's 35 tracks
+    EXPECT_TRUE(content() == formatted() + errors);
+    EXPECT_THAT(printed(d64_print_info), HasSubstr("WORK DISC")); // it was read again
 
     verbosity.warn = 1;
     msg_set_output(MSG_CONSOLE);
     testing::internal::CaptureStderr();
     EXPECT_EQ(imgfile_getrawimg(raw, "all", 0x57057FFE, 2), -1);
-    EXPECT_THAT(testing::internal::GetCapturedStderr(),
-                HasSubstr("file 'all' exceeds access limit:57057fff offs:57057ffe end:57058000"));
+    EXPECT_EQ(imgfile_list_directory(raw, stdout), -1);
+    EXPECT_EQ(imgfile_extract_file(image, "X", "x"), -1);
+    EXPECT_EQ(imgfile_create(image, "X"), -1);
+    EXPECT_EQ(image_open(image, "default", true, false), -1);
+    EXPECT_EQ(image_open(image, "no.d64", false, true), -1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "warning: file 'all' exceeds access limit:57057fff offs:57057ffe end:57058000 \n"
+              "error: could not extract image. "
+              "\nerror: could not list directory. "
+              "\nerror: file does not exist. \nerror: could not extract file. "
+              "\nerror: function not implemented. \nerror: could not create image. "
+              "\nerror: couldn't determine default remote image. "
+              "\nerror: failed to open image 'no.d64' for writing. ");
 }
 
 } // namespace
