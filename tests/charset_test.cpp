@@ -94,19 +94,6 @@ TEST(Charset, ShortAndMissingRowsRepeatTheRowBefore) {
                 testing::ExitedWithCode(255), "");
 }
 
-TEST(Charset, ShippedTablesRoundTripWhatTheSetHolds) {
-    load_shipped();
-    for (unsigned mode = CHARSET_UPASC; mode <= CHARSET_LOSCR; mode++) {
-        const bool lower = mode == CHARSET_LOASC || mode == CHARSET_LOSCR;
-        const std::string text = " !\"#$%&'()*+,-./0123456789:;<=>?@[\\]^_|ABCXYZ";
-        const std::string all = text + (lower ? "abcxyz" : "");
-        EXPECT_EQ(to_ascii(from_ascii(all, all.size(), mode), mode), all) << mode;
-    }
-    EXPECT_EQ(from_ascii("hello, 64", 9, CHARSET_LOASC), "HELLO, 64");
-    EXPECT_EQ(from_ascii("hello", 5, CHARSET_UPASC), "HELLO");
-    EXPECT_EQ(from_ascii("Hi@", 3, CHARSET_LOSCR), std::string("H\x09\0", 3));
-}
-
 // Each code that puts a character on the screen against what then stands in screen memory.
 TEST(Charset, ShippedTablesAgreeForEveryCode) {
     load_shipped();

@@ -143,24 +143,6 @@ TEST(Con, DecodesKeys) {
     expect_keys("xterm", true, rows); // which knows these by its terminal description
 }
 
-TEST(Con, LineModeHoldsRawModeForOneWholeKey) {
-    Terminal terminal(80, 25);
-    const termios before = settings_of(terminal.slave());
-    terminal.run([] {
-        con_printf("key %d\n", con_getkey());
-        while (con_kbhit() == 0) { // a key counts before its line is complete
-        }
-        return con_getkey();
-    });
-    wait_for_raw_mode(terminal);
-    terminal.type("\033[5~");
-    terminal.wait_for("key 339");
-    EXPECT_EQ(terminal.row(0), "key 339") << "nothing of the sequence was echoed";
-    terminal.type("q");
-    EXPECT_EQ(terminal.wait_exit(), 'q');
-    EXPECT_TRUE(same_settings(settings_of(terminal.slave()), before));
-}
-
 TEST(Con, ColoursFollowTheTerminalsPairs) {
     struct {
         const char* term;
@@ -236,30 +218,6 @@ TEST(Con, EightBitLocaleGetsTheCornerAsAByte) {
     Drawn terminal(20, 5, [] { con_frame(0, 0, 4, 2); }, {.env = {{"LANG", "C"}}});
     EXPECT_NE(terminal.output().find("\xb7--\xb7"), std::string::npos)
         << testing::PrintToString(terminal.output());
-}
-
-TEST(Con, MouseButtonsAreFollowed) {
-    Terminal terminal(40, 10);
-    terminal.run([] {
-        con_open();
-        con_mouse_on();
-        for (; con_kbhit() == 0; con_idle(10)) {
-            con_gotoxy(0, 0);
-            con_printf("left %d right %d at %d,%d ", con_mouse_left(), con_mouse_right(),
-                       con_mouse_x(), con_mouse_y());
-            con_refresh();
-        }
-        return con_getkey();
-    });
-    for (const auto& [typed, shown] : {std::pair{"", "left 0 right 0 at 0,0"},
-                                       {"\033[<0;5;3M", "left 1 right 0 at 4,2"},
-                                       {"\033[<2;6;3M", "left 1 right 1 at 5,2"},
-                                       {"\033[<0;6;4m", "left 0 right 1 at 5,3"}}) {
-        terminal.type(typed);
-        terminal.wait_for(shown);
-    }
-    terminal.type("k");
-    EXPECT_EQ(terminal.wait_exit(), 'k');
 }
 
 TEST(Con, EndOfInputActsAsEscape) {

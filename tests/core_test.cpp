@@ -8,35 +8,6 @@ using namespace kx;
 
 namespace {
 
-TEST(Registry, LooksUpExactTagsAndKnownIdentifiers) {
-    const struct {
-        std::uint8_t (*find_tag)(const char*);
-        int none, serial; // "serial" is a tag of two kinds, with unrelated meanings
-    } kinds[] = {{machine_find_tag, 1, 0}, {target_find_tag, 6, 0},     {port_find_tag, 5, 1},
-                 {cpu_find_tag, 1, 0},     {fileserver_find_tag, 4, 0}, {console_find_tag, 3, 1}};
-    for (const auto& kind : kinds) {
-        SCOPED_TRACE(&kind - kinds);
-        EXPECT_EQ(kind.find_tag("none"), kind.none);
-        EXPECT_EQ(kind.find_tag("serial"), kind.serial);
-        EXPECT_EQ(kind.find_tag("NONE") + kind.find_tag("non") + kind.find_tag(nullptr), 0);
-    }
-    for (const auto get : {machine_get_tag, machine_get_desc, target_get_tag, target_get_desc,
-                           port_get_tag, port_get_desc, cpu_get_tag, cpu_get_desc}) {
-        EXPECT_EQ(get(0), nullptr);
-        EXPECT_EQ(get(-128), nullptr);
-    }
-    EXPECT_STREQ(fileserver_get_tag(0), "n/a");
-    EXPECT_STREQ(console_get_desc(-128), "not available or invalid");
-    EXPECT_EQ(fileserver_default_id() * 10 + console_default_id(), 43);
-}
-
-TEST(Registry, SelectStoresOnlyWhatItFinds) {
-    EXPECT_EQ(cpu_select("65816") + machine_select("pce"), 2);
-    EXPECT_EQ(cpu_select("65c02") + machine_select("6510"), -2);
-    EXPECT_EQ(active_config.cpu, 11);
-    EXPECT_EQ(active_config.machine, 9);
-}
-
 TEST(ActiveConfig, AddressWidthGivesMaskAndDigits) {
     const struct {
         std::uint8_t bits;

@@ -245,21 +245,6 @@ TEST_F(D64, WritesByItsOwnRules) {
     EXPECT_TRUE(content() == disc);
 }
 
-TEST_F(D64, OwnRulesOnAFullDisc) {
-    std::string disc = formatted();
-    for (const int track : {1, 19}) { // all but track 18, which is the directory's, and 35
-        put(disc, at(18, 0, 4 * track), std::string(track == 1 ? 4 * 17 : 4 * 16, '\0'));
-    }
-    open(disc);
-    EXPECT_EQ(write("F", random_bytes(17 * 254)), -1);   // the last block would need one to link to
-    EXPECT_EQ(list(), "*.....+.  0: 0 prg       0 F\n"); // the name stays behind
-    EXPECT_EQ(write("G", random_bytes(16 * 254)), 1);    // in its slot, the map is as before
-    d64_ls_style = 1;
-    EXPECT_EQ(d64_delete_file(image, "07"), -1); // a slot, but no file
-    EXPECT_EQ(write("00", "x"), -1);             // exists
-    EXPECT_TRUE(extract("00.G.prg").starts_with(random_bytes(16 * 254)));
-}
-
 TEST_F(D64, DosModeWritesAsTheDriveDoes) {
     d64_dos_mode = 1;
     open(formatted());
@@ -293,29 +278,6 @@ TEST_F(D64, DosModeWritesAsTheDriveDoes) {
     }
     EXPECT_EQ(check(), "");
     EXPECT_EQ(list(), "");
-}
-
-TEST_F(D64, DosModeFillsTheDirectory) {
-    d64_dos_mode = 1;
-    std::string disc = formatted();
-    put(disc, at(18, 0, 4 * 18), "\x13\xFF\xFF\x07"); // it offers header and directory as free
-    open(disc);
-    for (int i = 0; i < 144; i++) {
-        ASSERT_EQ(write("n" + std::to_string(i), std::to_string(i)), 1) << i;
-    }
-    disc = content();
-    EXPECT_EQ(write("more", "x"), -1);
-    EXPECT_TRUE(content() == disc);
-    EXPECT_EQ(check(), "");
-    d64_read_directory(image);
-    EXPECT_EQ(extract("N143"), "143");
-
-    put(disc, at(18, 4, 2), "\xC2");          // locked
-    put(disc, at(18, 4, 35), chars({18, 4})); // its chain runs into the directory
-    open(disc);
-    EXPECT_EQ(d64_delete_file(image, "n8"), -1);
-    EXPECT_EQ(d64_delete_file(image, "n9"), -1);
-    EXPECT_TRUE(content() == disc);
 }
 
 TEST_F(D64, ImageThatCannotBeWrittenStaysAsItIs) {
@@ -435,29 +397,6 @@ TEST_F(D64, OtherProgramsAgree) {
         }
         fs::remove("o.d64");
     }
-}
-
-TEST_F(D64, ImageHeldByTheTarget) {
-    test::ScriptedTarget target(16);
-    active_config.addr_bits = 16;
-    active_config.stub = TARGET_C64RR;
-    active_config.port_type = PORT_SERIAL;
-    ASSERT_EQ(port_open(target.device(), 38400), 1);
-    const std::string disc = formatted();
-    test::poke(target.image, 0, {disc.begin(), disc.end()});
-    for (const std::string name : {"OWN", "DOS"}) {
-        d64_dos_mode = name == "DOS" ? 1 : 0;
-        ASSERT_EQ(image_open(image, "d64", true, true), 1);
-        ASSERT_EQ(write(name, random_bytes(1000)), 1);
-        d64_read_directory(image);
-        EXPECT_TRUE(extract(name).starts_with(random_bytes(1000))) << name;
-    }
-    ASSERT_EQ(d64_delete_file(image, "OWN"), 1);
-    EXPECT_EQ(imgfile_getrawimg(image, "whole.d64", 0, 0), 1);
-    ASSERT_EQ(image_open(image, "whole.d64", false, false), 1);
-    EXPECT_EQ(check(), "");
-    EXPECT_TRUE(extract("DOS") == random_bytes(1000));
-    port_close();
 }
 
 TEST_F(D64, FrontEndMovesRangesAndTellsWhatFailed) {

@@ -216,59 +216,6 @@ TEST_F(Load, WhatIsDamagedOrNoProgramTransfersNothing) {
     }
 }
 
-TEST_F(Load, FailedTransfersAreReportedAndNotRecorded) {
-    const std::tuple<const char*, std::string, const char*> rows[] = {
-        {"rom", "x", "Failed to send raw file 'a.rom'\n\r"},
-        {"prg", "\1\1x", ""}, // its progress display alone tells
-        {"sid", tune("\x10\x01", "x"), "error: Failed to send sid file 'a.sid'"},
-        {"pce", std::string(40960, 'x'), "Failed to send prg file 'a.pce'\n\r"},
-        {"nes", cartridge("\1", 16384, {}), "error: Failed to send nes file 'a.nes'"},
-    };
-    mem_mode = MEM_IMAGE; // of which none is open
-    for (const auto& [type, content, expected] : rows) {
-        dir.write("a."s + type, content);
-        const std::uint32_t start = *type == 'r' ? 5 : 0; // the others have their own
-        EXPECT_EQ(said([&] { EXPECT_EQ(file_load("a."s + type, start), -1); }), expected);
-        EXPECT_EQ(file_loaded().end + entries().size(), 0U) << type;
-        EXPECT_EQ(said([&] { EXPECT_EQ(file_load("none."s + type, 0), -1); }),
-                  "error: Failed to open input "s + (start == 5 ? "bin" : type) + " file 'none." +
-                      type + "'");
-    }
-    mem_mode = MEM_SIMULATOR;
-    EXPECT_EQ(prg_send("a.prg", 0x1000, 0x1002, 0), -1) << "a byte too few";
-    EXPECT_EQ(prg_send("a.prg", 0x1000, 0xFFF, 0), -1);
-    EXPECT_EQ(runs(), "");
-}
-
-TEST_F(Load, KeepsNamedEntries) {
-    sym_add(sym_store, 0x1004, 0, 0, "init", "", SYM_RANGE);
-    const std::string path = dir.write("a.sid", tune("\0\0"s, "\x00\x20x"s));
-    EXPECT_EQ(file_load(path, 0), 1);
-    EXPECT_EQ(entries(), "al 001004 .init\nal 001008 .entry_1008\n");
-    EXPECT_EQ(sym_find_addr(sym_store, 0x1004, 0, 0)->flags, SYM_RANGE | SYM_CODE);
-    EXPECT_EQ(sid_list_base(file_open("list", "wb").get(), path), 1);
-    EXPECT_EQ(test::read_file("list"), "\n; Base Address: 0x2000\n");
-}
-
-TEST_F(Load, SavesOnlyWhatItCanSave) {
-    sim_write8(0xFFFF, 'z');
-    const auto save = [&](const char* name, std::uint32_t start, std::uint64_t end) {
-        return said([&] { file_save(name, start, end); });
-    };
-    EXPECT_EQ(save("a.prg", 0xFFFE, 0x10000), "warning: end >0000ffff");
-    EXPECT_EQ(save("a.nes", 0, 4),
-              "error: 'a.nes': memory cannot be saved as NES image (iNES Format).");
-    EXPECT_EQ(save("a.txt", 0, 4), "error: 'a.txt' is no program (plain ascii text).");
-    EXPECT_EQ(save("no/a.prg", 0, 4), "error: Failed to open output prg file 'no/a.prg'");
-    EXPECT_EQ(save("no/a.rom", 0, 4), "error: Failed to open output bin file 'no/a.rom'");
-    EXPECT_EQ(save("a.prg", 4, 4), "error: 00000004-00000004 is no range of addresses.");
-    EXPECT_EQ(pce_get(dir.write("a.pce", "x")), 1);
-    EXPECT_EQ(test::read_file("a.pce"), "");
-    mem_mode = MEM_IMAGE; // of which none is open
-    EXPECT_EQ(save("a.prg", 0, 4), "");
-    EXPECT_EQ(test::read_file("a.prg"), "\xFE\xFF\0z"s) << "as saved first";
-}
-
 TEST_F(Load, ProgramsOfARealAssembler) {
     if (access("/usr/bin/cl65", X_OK) != 0) {
         GTEST_SKIP() << "cc65 is not installed";

@@ -92,40 +92,6 @@ TEST(Progress, RedrawsInPlaceAtMostFourTimesASecond) {
                         "[\\] 7/9 077% ( 3/10)" + back(20) + "[error]             \n\r&");
 }
 
-TEST(Progress, NoNumberBreaksIt) {
-    const std::tuple<int, int, std::string> rows[] = {
-        {INT_MAX, INT_MAX, "[-] 2147483647/2147483647 100%"},
-        {INT_MIN, -1, "[-] -2147483648/-1 2147483647%"},
-        {1048576, 1048577, "[-] 1048576/1048577 099%"},
-        {-5, 10, "[-] -5/10 -50%"},
-    };
-    for (const auto& row : rows) {
-        const std::string& text = std::get<2>(row);
-        EXPECT_EQ(text + back(text.size()) + "&", told([&] {
-                      progress_begin("%s", "");
-                      progress_update(std::get<0>(row), std::get<1>(row));
-                  }));
-    }
-}
-
-TEST(Progress, MessagesInBetweenTakeLinesOfTheirOwn) {
-    test::Terminal terminal(80, 6);
-    terminal.run([] {
-        clock_set_source([] { return now_ms; });
-        verbosity.warn = 1;
-        progress_begin("a title");
-        progress_update(100, 200);
-        msg_warning("odd");
-        now_ms += 250;
-        progress_update(150, 200);
-        progress_end(0);
-        msg_error("bad");
-        return 0;
-    });
-    terminal.wait_exit();
-    EXPECT_EQ(terminal.screen(), "a title\nwarning: odd\n[ok]\nerror: bad\n\n\n");
-}
-
 TEST(Msg, MessagesNeitherSpoilTheScreenNorAreLostWithIt) {
     for (const bool split : {false, true}) {
         test::Terminal terminal(40, 5);

@@ -73,17 +73,6 @@ TEST_F(Patch, FindsWhatTheScanWithoutBacktrackingFinds) {
     }
 }
 
-TEST_F(Patch, ReportsAddressesUpToItsBound) {
-    mem_write_block(START, Bytes(70, 0x33));
-    const Bytes record = {1, 0, 0, 0x33, 0xFF};
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(patch_search_apply("Demo", record, START, 70), 1);
-    EXPECT_EQ(patch_search_apply("Wraps", record, 0xFFFFFF00, 0x100), 1);
-    EXPECT_THAT(testing::internal::GetCapturedStderr(),
-                testing::ContainsRegex("info: Demo patch applied 70 time.s.. \ninfo: address = "
-                                       "00001000 (.|\n)* 0000103f \nwarning: Wraps not patched "));
-}
-
 TEST_F(Patch, AppliesTheDefaultsInOrderButNotBehindTheRetroReplay) {
     active_config.stub = TARGET_C64RR;
     testing::internal::CaptureStderr();

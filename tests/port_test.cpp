@@ -101,36 +101,6 @@ TEST_F(Port, MovesBytesNumbersAndTexts) {
     EXPECT_EQ(port_has_data() + port_state.read_error, 0);
 }
 
-TEST_F(Port, GivesNothingWithoutALine) {
-    const struct {
-        std::string device;
-        long baud;
-        int type, result;
-    } rows[] = {
-        {"/nonexistent", 38400, PORT_SERIAL, -1}, {target.device(), 38400, PORT_NONE, -1},
-        {"/dev/null", 38400, PORT_SERIAL, 0},     {target.device(), 4800, PORT_SERIAL, 0},
-        {target.device(), 38400, PORT_SERIAL, 1}, // and then the target hangs up
-    };
-    CaptureStdout();
-    target.fault = test::Fault::HangUp;
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.device);
-        port_reset();
-        active_config.port_type = row.type;
-        errno = EBUSY; // stale, and decides nothing
-        EXPECT_EQ(port_open(row.device, row.baud), row.result);
-        EXPECT_EQ(port_state.is_open, row.result == -1 ? 0 : 1);
-        port_write_block(Bytes{'A', 'K'});
-        EXPECT_FALSE(port_wait_data(10000));
-        EXPECT_EQ(port_getc() + port_getc_nowait() + port_has_data() + port_flush_input(), 0);
-        EXPECT_EQ(port_get_string() + std::to_string(port_get32()), "0");
-        port_put32(1);
-        EXPECT_EQ(port_state.write_error, 1);
-    }
-    EXPECT_EQ(GetCapturedStdout(), "error: 4800baud not supported.\n");
-    EXPECT_EQ(target.count, 2U);
-}
-
 TEST_F(Port, SpacesBytesByTheClock) {
     const struct {
         const char* what;
@@ -164,19 +134,6 @@ TEST(WallTimer, LosesAMillisecondWhereTheClockWraps) {
     WallTimer timer = {.start = 0xFFFFFFF0};
     set_clock({0x10, 0x10, 0x10});
     EXPECT_EQ(wall_timer_elapsed(timer), 0x1FU);
-}
-
-TEST_F(Port, ConnectsToTheTargetOnce) {
-    verbosity.verbose = 1;
-    CaptureStderr();
-    EXPECT_EQ(target_connect("/simulator", 38400, 0x378), 1);
-    mem_mode = MEM_IMAGE;
-    EXPECT_EQ(target_connect("/none", 38400, 0x378), -1);
-    EXPECT_EQ(target_connect(target.device(), 38400, 0x378), 1);
-    EXPECT_EQ(target_connect("/open", 38400, 0x378), 1);
-    EXPECT_THAT(GetCapturedStderr(),
-                testing::StartsWith("info: connecting to target stub [/none:0x0378:38400 baud] \n"
-                                    "error: couldnt open port /none. \ninfo: connecting to"));
 }
 
 TEST(Rate, ReportsWhatTheLineCarried) {

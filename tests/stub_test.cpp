@@ -70,23 +70,6 @@ TEST(Stub, SendsItsCommandsByteForByte) {
     }
 }
 
-TEST(Stub, MovesMemoryAndDiscBlocksBothWays) {
-    auto target = connect(16);
-    Bytes all(65536), back(65536);
-    std::iota(all.begin(), all.end(), std::uint8_t{1});
-    EXPECT_EQ(stub_write_memory(0, 0x10000, all), 1);
-    EXPECT_EQ(stub_read_memory(0, back), 1);
-    EXPECT_EQ(back, all);
-    all.push_back(0); // one more than the command's arguments can tell
-    EXPECT_EQ(stub_write_memory(0, 0x10001, all), -1);
-    all.resize(256);
-    const auto block = std::span(back).subspan(1, 256);
-    EXPECT_EQ(stub_write_image({18, 18, 0}, all), 1);
-    EXPECT_EQ(stub_read_image({18, 18, 0}, block), 1);
-    EXPECT_EQ(Bytes(block.begin(), block.end()), all);
-    EXPECT_EQ(test::peek(target->image, (357 + 18) * 256, 256), all);
-}
-
 TEST(Stub, FailsWithTheTargetAndWorksAgain) {
     const struct {
         Fault fault;

@@ -7,31 +7,10 @@
 #include <gmock/gmock.h>
 
 #include <functional>
-#include <new>
-#include <unistd.h>
 
 using namespace kx;
 using namespace std::string_literals;
 using testing::HasSubstr;
-
-// Memory that runs out on demand.
-static bool out_of_memory = false;
-static void* (*volatile allocate)(std::size_t) = std::malloc; // hidden from the leak analysis
-
-void* operator new(std::size_t size) {
-    void* memory = out_of_memory ? nullptr : allocate(size);
-    if (memory == nullptr) {
-        out_of_memory = false; // once: the way out of the program needs some
-        throw std::bad_alloc();
-    }
-    return memory;
-}
-void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
 
 namespace {
 
@@ -218,19 +197,6 @@ TEST_F(Symbols, FilesAreReadItemByItem) {
         sym_table_new(&table);
     }
     EXPECT_EQ(filehandler_readsymfile(table, dir.path(), SYMFILE_VICE), -1) << "a directory";
-}
-
-TEST_F(Symbols, OutOfMemoryEndsTheProgram) {
-    const std::string text(100, 'x');
-    const auto run_out = [](const auto& body) {
-        dup2(STDERR_FILENO, STDOUT_FILENO);
-        out_of_memory = true;
-        body();
-    };
-    const auto one = testing::ExitedWithCode(1);
-    EXPECT_EXIT(run_out([] { sym_table_new(nullptr); }), one,
-                "^error: not enough memory for symbols\n\r$");
-    EXPECT_EXIT(run_out([&] { sym_add(table, 1, 0, 0, "a", text.c_str(), 0); }), one, "^$");
 }
 
 } // namespace

@@ -98,43 +98,6 @@ TEST_F(TargetMemory, SendsNumbersToBothSidesInTheirByteOrders) {
     }
 }
 
-TEST_F(TargetMemory, MovesBlocksInOneCommandEach) {
-    connect();
-    target.write_excess = 1;
-    EXPECT_EQ(mem_write_block(0x8FE, Bytes{1, 2, 3}), 1);
-    EXPECT_EQ(target.take(9), "41 42 02 09 FE 08 01 02 03");
-    EXPECT_THAT(simulator(0x8FE, 3), ElementsAre(1, 2, 0)); // the hole is left out
-    sim_write8(0x8FF, 0);
-    Bytes back(3);
-    EXPECT_EQ(mem_read_block(back, 0x8FE), 1);
-    EXPECT_EQ(mem_read8(0x8FF), 2);
-    EXPECT_EQ(target.take(12), "41 43 01 09 FE 08 41 43 00 09 FF 08");
-    EXPECT_THAT(back, ElementsAre(1, 2, 3)); // the target's, not the simulator's
-    target.fault = test::Fault::Surplus;
-    EXPECT_EQ(mem_read_block(back, 0x8FE), -1);
-    EXPECT_EQ(mem_read8(0x8FF), 0);
-}
-
-TEST_F(TargetMemory, SkipsTheTargetForOtherStubsAndInTheSimulator) {
-    connect();
-    for (const bool in_simulator : {true, false}) {
-        mem_mode = in_simulator ? MEM_SIMULATOR : MEM_SIMULATOR_AND_TARGET;
-        active_config.stub = in_simulator ? TARGET_C64RR : TARGET_NONE;
-        mem_write8(0x8FF, 0x99);
-        EXPECT_EQ(mem_write_block(0x900, Bytes{5, 6}), 1);
-        Bytes back(2, 0x55);
-        EXPECT_EQ(mem_read_block(back, 0x8FF), 1);
-        EXPECT_EQ(back, in_simulator ? (Bytes{0x99, 0xDE}) : (Bytes{0, 0}));
-        target_set_pc(in_simulator ? 0x1234 : 0x5678);
-        target_execute();
-        EXPECT_EQ(sim_registers().pc, 0x1234U);
-    }
-    active_config.stub = TARGET_C64RR;
-    target_set_pc(0xC0DE);
-    target_execute();
-    EXPECT_EQ(target.take(6), "41 44 DE C0 41 4B"); // and nothing before
-}
-
 TEST_F(TargetMemory, CopiesRangesFromAndToFiles) {
     connect();
     const FilePtr file = file_open(dir.write("in.bin", "..ABC"), "r+b");

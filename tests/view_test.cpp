@@ -12,24 +12,9 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
-#include <malloc.h>
-#include <new>
 #include <sys/stat.h>
 #include <tuple>
 #include <unistd.h>
-
-static bool no_memory = false;
-
-[[gnu::noinline]] void* operator new(std::size_t size) {
-    void* const memory = no_memory ? nullptr : memalign(alignof(std::max_align_t), size);
-    return memory != nullptr ? memory : throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
 
 namespace kx::test {
 namespace {
@@ -100,13 +85,6 @@ TEST(LineDoc, NeverWaitsAndNeverLosesLines) {
     LineSource fifo = linedoc_open(doc, dir.path(), "/fifo"); // without a writer
     EXPECT_EQ(linedoc_read(doc, fifo), 0);
     EXPECT_EQ(view_file(dir.path(), "/missing"), -1);
-}
-
-TEST(LineDocDeathTest, WithoutMemoryForTheNameEndsWithStatusZero) {
-    LineDoc doc;
-    const std::string name = "a-name-that-needs-memory\x1b.txt";
-    EXPECT_EXIT((no_memory = true, linedoc_open(doc, "dir/", name)), testing::ExitedWithCode(0),
-                "^error: not enough memory for file dir/a-name-that-needs-memory\\..txt\\.\n\r$");
 }
 
 std::string numbered(int from, int to) {
