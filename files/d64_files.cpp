@@ -34,13 +34,17 @@ void warn_of_chain(const D64Entry& entry, D64ChainEnd end) {
 /// more than it has: they are read on as the image goes on, and end where the image ends.
 bool read_data(ImageHandle& image, D64Place place, std::size_t count, Bytes& bytes) {
     const std::int64_t offset = d64_block_offset(image, place) + 2;
-    if (count != D64_DATA_BYTES) {
-        const std::int64_t rest = std::max<std::int64_t>(d64_image_size(image) - offset, 0);
-        count = std::min(count, static_cast<std::size_t>(rest));
-    }
     const std::size_t done = bytes.size();
     bytes.resize(done + count);
-    return count == 0 || d64_read(image, std::span(bytes).subspan(done), offset) == 1;
+    if (count == 0 || d64_read(image, std::span(bytes).subspan(done), offset) == 1) {
+        return true;
+    }
+    const std::int64_t rest = std::max<std::int64_t>(d64_image_size(image) - offset, 0);
+    if (count == D64_DATA_BYTES || rest >= static_cast<std::int64_t>(count)) {
+        return false;
+    }
+    bytes.resize(done + static_cast<std::size_t>(rest));
+    return rest == 0 || d64_read(image, std::span(bytes).subspan(done), offset) == 1;
 }
 
 /// The file's bytes. False when its chain is damaged; one that runs into the header or the first
