@@ -51,23 +51,5 @@ TEST(Col, UnreadableFileChangesNothingButAMissingSectionEndsTheProgram) {
     EXPECT_EXIT(load(path), ::testing::ExitedWithCode(255), "");
 }
 
-TEST(Col, PutsSwitchesColoursAtEachMark) {
-    test::Terminal terminal(320, 3);
-    terminal.run([] {
-        con_open();
-        key_textcolour[COL_STATUSBAR] = 12; // light red: bold
-        key_backcolour[COL_STATUSBAR] = 1;
-        key_backcolour[COL_STATUSBAR + 1] = 2; // not used: both colours come from one key
-        key_textcolour[COL_MENU] = 6;
-        col_puts(("a%Yb%d%%" + std::string(300, 'x') + "%Y").c_str(), COL_STATUSBAR, COL_MENU);
-        con_puts("end");
-        return con_getkey();
-    });
-    terminal.wait_for("ab%d%%" + std::string(300, 'x') + "end");
-    const test::Cell b = terminal.cell(1, 0);
-    EXPECT_TRUE(b.fg == 1 && b.bg == 4 && b.bold) << b.fg << " on " << b.bg;
-    EXPECT_EQ(terminal.cell(306, 0).fg, 3); // brown is the terminal's yellow
-}
-
 } // namespace
 } // namespace kx

@@ -91,32 +91,6 @@ private:
 
 } // namespace
 
-TEST(Con, WithoutScreenSizesAreFixedAndOutputIsPlain) {
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(con_open(), -1); // standard output is a file here
-    con_gotoxy(7, 7);
-    con_spaces(0);
-    con_hline(-3);
-    con_frame(5, 5, 4, 3);
-    con_left();
-    con_newline();
-    const std::string big(100000, 'x');
-    con_printf("%d %d %d %d %s", con_cols(), con_rows(), con_wherex(), con_wherey(), big.c_str());
-    con_after_screen("now");
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "\xb7--\xb7\xb7--\xb7||\b\r\n80 25 1 1 " + big + "now");
-}
-
-TEST(Con, NoUsableTerminalIsToldByTheResultAlone) {
-    for (const char* term : {"dumb", "no-such-terminal", ""}) {
-        Terminal terminal(40, 10);
-        terminal.run([] { return con_open() == -1 && !con_screen_active() ? 0 : 1; },
-                     {.env = {{"TERM", term}}});
-        EXPECT_EQ(terminal.wait_exit(), 0) << term;
-        EXPECT_EQ(terminal.output(), "") << term;
-    }
-}
-
 TEST(Con, DecodesKeys) {
     expect_keys("xterm", false,
                 {

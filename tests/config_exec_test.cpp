@@ -59,21 +59,6 @@ TEST_F(ConfigExec, LoadsAndStartsProgramsWhereTheFileSays) {
     }
 }
 
-TEST_F(ConfigExec, AppliesTheDefaultPatchesWhenAsked) {
-    active_config.patch_file =
-        dir.write("p.ini", "[patches_auto]\nnum=1\nn0=p\n"
-                           "[p]\nname=P\nmlen=1\nplen=1\nmatch0=7\nmask0=255\npatch0=8\n");
-    const std::string path = dir.write("a.prg", "\0\x20\x07\x07"s);
-    sim_write8(0x2002, 7); // behind the program
-    for (const auto& [autoload, result] : {std::pair{0, "\x07\x07\x07"}, {1, "\x08\x08\x07"}}) {
-        active_config.patch_autoload = autoload;
-        EXPECT_EQ(core_execfile(path, 0, 0), 1);
-        const std::string range = dir.file("range.bin");
-        EXPECT_EQ(core_save_range(range, 0x2000, 0x2003), 1);
-        EXPECT_EQ(test::read_file(range), result);
-    }
-}
-
 TEST_F(ConfigExec, LoadsRangesAndSaysWhatIsWrong) {
     EXPECT_EQ(core_load_range(dir.write("range.prg", "\xFC\xFF\x61\x62"), 0x4000, 0x4001), 1);
     EXPECT_EQ(sim_read8(0x4000) << 8 | sim_read8(0x4001), 0x6100);

@@ -134,19 +134,6 @@ TEST_F(Config, EndlessListsAreBoundedAndUnreadableFilesEmpty) {
     EXPECT_EQ(active_config.memory_map.regions.size(), 0U);
 }
 
-TEST_F(Config, MainFileNamesSchemeAndTarget) {
-    base.write_main("other");
-    base.dir.write("config/other.ini", test::scheme_text("red"));
-    EXPECT_EQ(config_load(main_doc, doc, "", "kx.ini"), 1);
-    EXPECT_EQ(key_textcolour[COL_MENU], 4);
-    EXPECT_EQ(active_config.patch_file, base.path + "patches/c64.ini");
-    EXPECT_EQ(active_config.patch_autoload, 1);
-    // Without a main file the default scheme is taken and no target is read.
-    EXPECT_EQ(config_load(main_doc, doc, "", "gone.ini"), -1);
-    EXPECT_EQ(key_textcolour[COL_MENU], 15);
-    EXPECT_EXIT(config_load_or_exit(main_doc, doc, "", "gone.ini"), testing::ExitedWithCode(1), "");
-}
-
 TEST_F(Config, RomsAndSymbolsAreLoaded) {
     ASSERT_EQ(load(), 1);
     ASSERT_EQ(sim_init(), 1);

@@ -8,20 +8,6 @@ using namespace kx;
 
 namespace {
 
-TEST(ActiveConfig, AddressWidthGivesMaskAndDigits) {
-    const struct {
-        std::uint8_t bits;
-        int digits;
-        std::uint32_t mask;
-    } rows[] = {{0, 1, ~0U},     {4, 1, ~0U},       {5, 2, ~0U},  {8, 2, 0xFF},
-                {16, 4, 0xFFFF}, {24, 6, 0xFFFFFF}, {25, 7, ~0U}, {255, 8, ~0U}};
-    for (const auto& row : rows) {
-        active_config.addr_bits = row.bits;
-        EXPECT_EQ(addr_digits(), row.digits) << int{row.bits};
-        EXPECT_EQ(addr_mask(), row.mask) << int{row.bits};
-    }
-}
-
 TEST(MemoryMap, FirstRegionThatHoldsTheAddressDecides) {
     MemoryMap map;
     const auto add = [&map](std::uint32_t bank, std::uint32_t base, std::uint32_t last, int type) {

@@ -399,41 +399,5 @@ TEST_F(D64, OtherProgramsAgree) {
     }
 }
 
-TEST_F(D64, FrontEndMovesRangesAndTellsWhatFailed) {
-    ImageHandle raw;
-    dir.write("raw.bin", "0123456789");
-    ASSERT_EQ(image_open(raw, "raw.bin", false, true), 1);
-    EXPECT_EQ(imgfile_getrawimg(raw, "part", 3, 4), 1);
-    EXPECT_EQ(imgfile_putrawimg(raw, "part", 6, 4), 1);
-    EXPECT_EQ(imgfile_getrawimg(raw, "all", 0, 0), 1);
-    EXPECT_EQ(test::read_file("all"), "0123453456");
-    EXPECT_EQ(imgfile_getrawimg(raw, "raw.bin", 2, 3), 1); // over itself
-    EXPECT_EQ(test::read_file("raw.bin"), "234");
-    const std::string errors(683, '\x05');
-    open(std::string(174848, '\0') + errors);
-    dir.write("new", formatted());
-    EXPECT_EQ(imgfile_putrawimg(image, "new", 0, 0), 1); // a D64's 35 tracks
-    EXPECT_TRUE(content() == formatted() + errors);
-    EXPECT_THAT(printed(d64_print_info), HasSubstr("WORK DISC")); // it was read again
-
-    verbosity.warn = 1;
-    msg_set_output(MSG_CONSOLE);
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(imgfile_getrawimg(raw, "all", 0x57057FFE, 2), -1);
-    EXPECT_EQ(imgfile_list_directory(raw, stdout), -1);
-    EXPECT_EQ(imgfile_extract_file(image, "X", "x"), -1);
-    EXPECT_EQ(imgfile_create(image, "X"), -1);
-    EXPECT_EQ(image_open(image, "default", true, false), -1);
-    EXPECT_EQ(image_open(image, "no.d64", false, true), -1);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "warning: file 'all' exceeds access limit:57057fff offs:57057ffe end:57058000 \n"
-              "error: could not extract image. "
-              "\nerror: could not list directory. "
-              "\nerror: file does not exist. \nerror: could not extract file. "
-              "\nerror: function not implemented. \nerror: could not create image. "
-              "\nerror: couldn't determine default remote image. "
-              "\nerror: failed to open image 'no.d64' for writing. ");
-}
-
 } // namespace
 } // namespace kx

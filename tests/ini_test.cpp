@@ -132,28 +132,6 @@ TEST(Ini, SplitsLists) {
     EXPECT_EQ(text + list[0], "old");
 }
 
-TEST(Ini, WritesCommentsBeforeWhatTheyBelongTo) {
-    ReadDocument doc("[old]\n");
-    ini_create(doc, std::string(300, 'f'));
-    EXPECT_EQ(doc.file_name.size(), 259U);
-    EXPECT_TRUE(doc.sections.empty());
-    for (const char* text : {"#", "hello", "-", "x", ";x"}) {
-        ini_add_comment(doc, text);
-    }
-    const std::string rules =
-        ";" + std::string(78, '#') + "\n;# hello\n;# " + std::string(76, '-') + "\n;;x\n";
-    EXPECT_EQ(ini_set_item(doc, "s", "k", "v"), nullptr);
-    EXPECT_EQ(ini_add_section(doc, ""), nullptr);
-    ini_add_section(doc, "s");
-    EXPECT_EQ(ini_set_item(doc, "s", "", "v"), nullptr);
-    ini_set_item(doc, "s", "k", "v");
-    EXPECT_EQ(ini_add_item_comment(doc, "s", "k", "item"), 0);
-    EXPECT_EQ(ini_add_section_comment(doc, "s", "section"), 0);
-    EXPECT_EQ(ini_add_section_comment(doc, "t", "lost"), -1);
-    EXPECT_EQ(ini_add_item_comment(doc, "s", "l", "lost"), -1);
-    EXPECT_EQ(doc.written(), rules + ";# section\n[s]\n;# item\nk=v\n");
-}
-
 TEST(Ini, ReportsUnreadableFilesAndLeavesTheDocument) {
     ReadDocument doc("[s]\nk=v\n");
     ini_set_reporter(collect);

@@ -30,19 +30,3 @@ TEST(Membank, BlocksHoldWhatWasWrittenAndTheRestIsZero) {
     EXPECT_EQ(membank_read(0, 0x1000), 0);
     EXPECT_EQ(membank_find(3), nullptr);
 }
-
-TEST(Membank, TellsWhatItDoes) {
-    verbosity.verbose = 1;
-    testing::internal::CaptureStderr();
-    membank_alloc_block(2, 0xFFFFFF00, 0x100);
-    EXPECT_EQ(membank_get(7)->blocks.size(), 0U);
-    membank_free_all();
-    EXPECT_EQ(membank_get(2), nullptr);
-    EXPECT_EQ(
-        testing::internal::GetCapturedStderr(),
-        "info: allocating memory block 2:ffffff00-00000000 \ninfo: allocating memory bank 2 \n"
-        "info: allocating memory bank 7 \ninfo: deallocating memory bank:0 numblocks:0 \n"
-        "info: deallocating memory bank:2 numblocks:1 \n"
-        "info: deallocating memory block:ffffff00-00000000 \n"
-        "info: deallocating memory bank:7 numblocks:0 \ninfo: allocating memory bank 2 ");
-}

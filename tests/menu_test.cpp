@@ -167,13 +167,5 @@ TEST(MessageBox, ShowsItsTextInACentredFrame) {
     }
 }
 
-TEST(MessageBox, FollowsTheSizeOfTheScreen) {
-    test::Terminal terminal(40, 7);
-    terminal.run([] { return show_box("twenty characters ok"); });
-    wait_for_screen(terminal, framed(7, 9, 2, {"twenty characters ok"}));
-    terminal.resize(14, 8);
-    wait_for_screen(terminal, framed(8, 0, 2, {"twenty chara", "cters ok    "}));
-}
-
 } // namespace
 } // namespace kx

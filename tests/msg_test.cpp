@@ -113,38 +113,5 @@ TEST(Msg, MessagesNeitherSpoilTheScreenNorAreLostWithIt) {
     }
 }
 
-TEST(Windowed, ProgressHasABoxAndErrorsWaitForAKey) {
-    test::Terminal terminal(44, 4);
-    terminal.run([] {
-        msg_reset();
-        con_open();
-        key_textcolour[COL_WINDOW] = 7;
-        key_textcolour[COL_WINDOW_PROGRESS] = 3;
-        key_textcolour[COL_WINDOW_PROGRESS_ERROR] = 4;
-        msg_set_output(MSG_WINDOWED);
-        verbosity = {.verbose = 1, .warn = 1};
-        one_of_each();
-        progress_begin("sending %s", "it");
-        progress_update(10, 40);
-        con_getkey();
-        progress_end(-1);
-        return 0;
-    });
-    const std::string edge = " ·----------------------------------------·\n";
-    const std::string title = edge + " |sending it                              |\n |";
-    const std::string running = title + "               10/40  25% - 0/1   0% [/]|\n" + edge;
-    const std::string failed = title + "                                [error] |\n" + edge;
-    for (const std::string& shown :
-         {std::string("|error: e3|"), std::string("|m4    |"), running}) {
-        terminal.wait_for(shown);
-        terminal.type(" ");
-    }
-    terminal.wait_for(failed);
-    EXPECT_EQ(terminal.cell(34, 2).fg, 6); // [
-    EXPECT_EQ(terminal.cell(35, 2).fg, 1); // error
-    terminal.type(" ");
-    EXPECT_EQ(terminal.wait_exit(), 0);
-}
-
 } // namespace
 } // namespace kx

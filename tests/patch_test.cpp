@@ -93,23 +93,4 @@ TEST_F(Patch, EndsTheProgramWithoutItsSection) {
                 "only the first 4096 .*patches.ini: couldnt find section gone");
 }
 
-TEST_F(Patch, EndsAtEscapeAndAtNoOtherKey) {
-    for (const auto& [key, status] : {std::pair{"x", 1}, {"\x1B", 0x8D}}) {
-        test::Terminal terminal(80, 25);
-        terminal.run([] {
-            con_open();
-            con_puts("ready");
-            con_refresh();
-            while (!con_kbhit()) {
-                con_idle(10);
-            }
-            const int result = patch_apply_defaults(START, 6);
-            return result == -1 ? sim_read8(START + 2) : result; // as it was
-        });
-        terminal.wait_for("ready");
-        terminal.type(key);
-        EXPECT_EQ(terminal.wait_exit(), status);
-    }
-}
-
 } // namespace kx

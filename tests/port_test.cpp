@@ -10,7 +10,6 @@
 #include "ui/msg.h"
 
 #include <gmock/gmock.h>
-#include <sys/ioctl.h>
 
 namespace kx {
 
@@ -66,17 +65,6 @@ TEST_F(Port, SetsTheLineUpAndPutsBackWhatItFound) {
     EXPECT_EQ(settings(), before);
 }
 
-TEST_F(Port, RaisesAndDropsDtr) {
-    static int bits = TIOCM_RTS;
-    const SerialModem modem = {.get = [](int, int* to) { return *to = bits, 0; },
-                               .set = [](int, int to) { return bits = to, 0; }};
-    serial_set_modem(&modem);
-    open();
-    EXPECT_EQ(bits, TIOCM_RTS | TIOCM_DTR);
-    port_close();
-    EXPECT_EQ(bits, TIOCM_RTS);
-}
-
 TEST_F(Port, MovesBytesNumbersAndTexts) {
     open();
     EXPECT_EQ(port_getc_nowait(), 0);
@@ -128,12 +116,6 @@ TEST_F(Port, SpacesBytesByTheClock) {
         EXPECT_EQ(target.take(1), "78") << row.what;
     }
     EXPECT_EQ(GetCapturedStderr(), "info: portglue.c: problem here!\n ");
-}
-
-TEST(WallTimer, LosesAMillisecondWhereTheClockWraps) {
-    WallTimer timer = {.start = 0xFFFFFFF0};
-    set_clock({0x10, 0x10, 0x10});
-    EXPECT_EQ(wall_timer_elapsed(timer), 0x1FU);
 }
 
 TEST(Rate, ReportsWhatTheLineCarried) {

@@ -102,13 +102,4 @@ TEST(Stub, FailsWithTheTargetAndWorksAgain) {
     }
 }
 
-TEST(Stub, EndsAWriteThatTheTargetDoesNotTake) {
-    auto target = connect(32);
-    target->fault = Fault::Deaf;
-    serial_set_write_limit(50);
-    const Bytes bytes(1 << 20); // more than any buffer on the way holds
-    EXPECT_EQ(stub_write_memory(0, 1 << 20, bytes), -1);
-    EXPECT_EQ(port_state.write_error, 0);
-}
-
 } // namespace kx

@@ -103,53 +103,6 @@ TEST_F(Symbols, ANameStandsForOneSymbolThatKeepsItsBucket) {
     EXPECT_EQ(sym_find_name(table, "", 0), nullptr);
 }
 
-TEST_F(Symbols, AreListedInAllForms) {
-    sym_add(table, 0x400, 0x400, 0, "SCREEN", "text", SYM_RANGE | SYM_WRITE | SYM_READWRITE);
-    sym_add(table, 0xD012, 0, 1, "RASTER", "", SYM_READ);
-    sym_add(table, 0x804, 0, 0, "", "", SYM_CODE);
-    sym_add(table, 0xC00, 0, 0, "rw", "", SYM_READWRITE);
-    EXPECT_EQ(listing(), "00:000c00 rw. (0) rw\n"
-                         "00:000400 .w. (400) SCREEN [text]\n"
-                         "00:000804 ??x (0) \n"
-                         "01:00d012 r.. (0) RASTER\n");
-    EXPECT_EQ(written([this](std::FILE* stream) {
-                  EXPECT_EQ(filehandler_writesymfile(table, stream, SYMFILE_VICE), 1);
-                  EXPECT_EQ(filehandler_writesymfile(table, stream, SYMFILE_INI), -1);
-              }),
-              "al 000c00 .rw\nal 000400 .SCREEN\nal 000804 .\nal 00d012 .RASTER\n");
-    std::FILE* full = std::fopen("/dev/full", "w");
-    EXPECT_EQ(sym_write_vice(table, full), -1);
-    std::fclose(full);
-
-    int keys[2]; // on the console two a line pause the listing
-    ASSERT_EQ(pipe(keys), 0);
-    ASSERT_EQ(::write(keys[1], "aAbBcCdD.", 9), 9);
-    ASSERT_EQ(dup2(keys[0], STDIN_FILENO), STDIN_FILENO);
-    testing::internal::CaptureStdout();
-    sym_list(stdout, table);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "\n\rbank:address-address flags (size) symbol [comment]\n\r"
-              "rw. 00:000c00                                    rw\n\r"
-              ".w. 00:000400-0007ff (     400)              SCREEN [text]\n\r"
-              "??x 00:000804                                      \n\r"
-              "r.. 01:00d012                                RASTER\n\r");
-    char left[4];
-    EXPECT_EQ(::read(keys[0], left, sizeof left), 1);
-}
-
-// The example of the format's description, so that it stays true.
-TEST_F(Symbols, IniFileOfTheDescription) {
-    const std::string text = test::read_file(KX_SOURCE_DIR "/doc/symbol-files.md");
-    const std::size_t start = text.find("    [registers]");
-    const std::string example = text.substr(start, text.find("gives", start) - start);
-    EXPECT_EQ(read(example, SYMFILE_INI), std::pair(1, ""s));
-    EXPECT_EQ(listing(), "00:000400 ??. (7e7) SCREEN [text screen]\n"
-                         "00:00d012 r.. (0) RASTER\n"
-                         "00:00d020 rw. (0) BORDER [border colour, 0 to 15]\n"
-                         "00:000314 ??. (0) IRQVEC\n"
-                         "00:00ffd2 ??x (0) CHROUT [write the character in A]\n");
-}
-
 std::string item(const char* section, const std::string& value) {
     return "["s + section + "]\nnum=1\nn0=" + value + "\n";
 }

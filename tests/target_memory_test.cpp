@@ -98,25 +98,6 @@ TEST_F(TargetMemory, SendsNumbersToBothSidesInTheirByteOrders) {
     }
 }
 
-TEST_F(TargetMemory, CopiesRangesFromAndToFiles) {
-    connect();
-    const FilePtr file = file_open(dir.write("in.bin", "..ABC"), "r+b");
-    EXPECT_EQ(mem_write_file(file.get(), 3, 0x800, 0x803), -1); // one byte short
-    EXPECT_EQ(mem_write_file(file.get(), 0, 0x800, 0x7FF), -1); // ends before its start
-    EXPECT_EQ(mem_write_file(file.get(), 0, 0xFFFFFFFF, 0x100000001), -1);
-    EXPECT_EQ(mem_write_file(file.get(), 2, 0x8FE, 0x901), 1);
-    EXPECT_EQ(target.take(9), "41 42 01 09 FE 08 41 42 43"); // and nothing before
-    EXPECT_THAT(simulator(0x8FE, 3), ElementsAre('A', 'B', 0));
-    std::rewind(file.get());
-    EXPECT_EQ(mem_read_file(file.get(), 0x8FD, 0x901), 1);
-    EXPECT_EQ(mem_read_file(file.get(), 0x8FD, 0x8FC), -1);
-    EXPECT_EQ(test::read_file(dir.file("in.bin")), std::string("\0ABCC", 5));
-    mem_mode = MEM_SIMULATOR;
-    active_config.memory_map.regions[1].base = 0; // beyond the end nothing comes round to it
-    EXPECT_EQ(mem_write_file(file.get(), 2, 0xFFFFFFFE, 0x100000001), 1);
-    EXPECT_THAT(simulator(0xFFFF, 2), ElementsAre(0, 0));
-}
-
 TEST_F(TargetMemory, ReadsAndWritesImageFilesThemselvesOrAsMemory) {
     ImageHandle first;
     ImageHandle image;

@@ -12,7 +12,6 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
-#include <sys/stat.h>
 #include <tuple>
 #include <unistd.h>
 
@@ -70,21 +69,6 @@ TEST(LineDoc, KeepsLinesWholeWhereverReadsEnd) {
         close(pipe_ends[1]);
         EXPECT_EQ(linedoc_read(doc, source), -1);
     }
-}
-
-TEST(LineDoc, NeverWaitsAndNeverLosesLines) {
-    const TempDir dir;
-    const std::string path = dir.write("text", "one\ntwo");
-    LineDoc doc;
-    LineSource file = linedoc_open(doc, dir.path(), "/text");
-    EXPECT_EQ(linedoc_read(doc, file), 7);
-    EXPECT_EQ(truncate(path.c_str(), 1), 0);
-    EXPECT_EQ(linedoc_read(doc, file), 0);
-    EXPECT_EQ(drawn(doc, 1), "two     ");
-    ASSERT_EQ(mkfifo(dir.file("fifo").c_str(), 0600), 0);
-    LineSource fifo = linedoc_open(doc, dir.path(), "/fifo"); // without a writer
-    EXPECT_EQ(linedoc_read(doc, fifo), 0);
-    EXPECT_EQ(view_file(dir.path(), "/missing"), -1);
 }
 
 std::string numbered(int from, int to) {
