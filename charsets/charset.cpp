@@ -91,11 +91,12 @@ int charset_load(CharsetTable& to_table, CharsetTable& from_table, const std::st
 
 int charset_load_defaults(const std::string& base_dir, const IniDocument& main_doc) {
     msg_info("loading default charsets.");
+    const std::string directory = base_dir + "config/";
     for (const auto& [key, mode] : default_keys) {
         std::string name;
         ini_get_string(main_doc, name, "charsets", key);
         Charset* charset = charset_of_mode(mode);
-        charset_load(charset->to_ascii, charset->from_ascii, base_dir + "config/" + name + ".ini");
+        charset_load(charset->to_ascii, charset->from_ascii, directory + name.append(".ini"));
     }
     return 0;
 }
