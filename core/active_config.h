@@ -30,7 +30,11 @@ struct ActiveConfig {
     std::uint8_t stub = TARGET_NONE;
     std::uint8_t stub_endianness = 0; // 1 = big endian, any other value little
     std::uint8_t console = 0;         // 0 = disabled
-    std::uint8_t fileserver = 0;      // 0 = disabled
+    std::string console_port;         // device path; empty: the serial line's default
+    std::int32_t console_baud = 38400;
+    std::uint8_t fileserver = 0;       // 0 = disabled
+    std::string fileserver_root;       // what every path of the target stays in; empty: anywhere
+    bool fileserver_read_only = false; // refuses all that would change the disc
     MemoryMap memory_map;
     std::int32_t default_file_type = 15; // raw binary, see files/filetype.h
     std::string patch_file;

@@ -144,6 +144,16 @@ void load_port(const IniDocument& doc) {
     config.recv_block_len = get_number(doc, "port", "recvblocklen");
 }
 
+/// What console and fileserver may have beside their names.
+void load_service_settings(const IniDocument& doc) {
+    ActiveConfig& config = active_config;
+    config.console_port = get_string(doc, "console", "port");
+    const std::int32_t baud = get_number(doc, "console", "baud");
+    config.console_baud = baud != 0 ? baud : ActiveConfig{}.console_baud;
+    config.fileserver_root = get_string(doc, "fileserver", "root");
+    config.fileserver_read_only = get_number(doc, "fileserver", "readonly") != 0;
+}
+
 /// The code of a region's type in a memory item, MEMORY_UNTYPED for any other text.
 int memory_type(const std::string& text) {
     struct Type {
@@ -276,6 +286,7 @@ int config_load_target(IniDocument& target_doc, const std::string& path) {
     config.stub_endianness = get_byte(target_doc, "stub", "endianess");
     config.console = load_component(target_doc, console);
     config.fileserver = load_component(target_doc, fileserver);
+    load_service_settings(target_doc);
     config.addr_bits = get_byte(target_doc, "target", "addrbits");
     load_memory(target_doc);
     const int type = filetype_find_extension(get_string(target_doc, "files", "defaulttype"));

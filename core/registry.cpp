@@ -42,15 +42,15 @@ const RegistryEntry cpu_table[] = {
 // identifier that finds nothing returns.
 const RegistryEntry fileserver_table[] = {
     {4, "none", "no fileserver"},
-    {1, "generic", "generic iso fileserver"},
-    {2, "serialslave", "serialslave fileserver"},
-    {3, "cbm", "cbm fileserver"},
+    {FILESERVER_GENERIC, "generic", "generic iso fileserver"},
+    {FILESERVER_SERIALSLAVE, "serialslave", "serialslave fileserver"},
+    {FILESERVER_CBM, "cbm", "cbm fileserver"},
     {0, "n/a", "not available or invalid"},
 };
 
 const RegistryEntry console_table[] = {
     {3, "none", "no debug console"},
-    {1, "serial", "dumb serial terminal"},
+    {CONSOLE_SERIAL, "serial", "dumb serial terminal"},
     {0, "n/a", "not available or invalid"},
 };
 

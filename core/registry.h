@@ -24,6 +24,10 @@ constexpr int CPU_6510 = 2;
 constexpr int CPU_65C02 = 5;
 constexpr int CPU_6280 = 6;
 constexpr int CPU_65816 = 11;
+constexpr int FILESERVER_GENERIC = 1;
+constexpr int FILESERVER_SERIALSLAVE = 2;
+constexpr int FILESERVER_CBM = 3;
+constexpr int CONSOLE_SERIAL = 1;
 
 // In listing order, each ended by a row whose id is 0. The target table holds the debug stubs and
 // serves both `stub` and `dropper`.

@@ -252,6 +252,14 @@ bool serial_wait_data(const SerialLine& line, int milliseconds) {
     return line.is_open && (poll(&wait, 1, milliseconds) <= 0 || wait.revents == POLLIN);
 }
 
+bool serial_holds(int fd) {
+    for (const SerialLine* line = state.first; line != nullptr; line = line->next) {
+        if (line->fd == fd)
+            return true;
+    }
+    return false;
+}
+
 void serial_set_dtr(SerialLine& line) {
     set_modem_bit(line, TIOCM_DTR, true);
 }

@@ -75,6 +75,9 @@ int serial_has_data(SerialLine& line);
 /// Waits for a byte, at most that long. False when the line is closed or the device has hung up.
 bool serial_wait_data(const SerialLine& line, int milliseconds);
 
+/// Whether a line, any of them, holds this descriptor.
+bool serial_holds(int fd);
+
 void serial_set_dtr(SerialLine& line);
 void serial_clear_dtr(SerialLine& line);
 

@@ -43,38 +43,48 @@ static std::uint32_t sectors_before(std::uint32_t track) {
     return sum;
 }
 
-ScriptedTarget::ScriptedTarget(int addr_bits)
-    : arg_bytes_(static_cast<std::size_t>(addr_bits + 7) / 8),
-      mask_(addr_bits >= 32 ? 0xFFFFFFFF : (1U << addr_bits) - 1) {
-    master_ = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    if (master_ >= 0 && grantpt(master_) == 0 && unlockpt(master_) == 0) {
-        device_ = ptsname(master_);
-        slave_ = open(device_.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+Pty::Pty() {
+    master = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    if (master >= 0 && grantpt(master) == 0 && unlockpt(master) == 0) {
+        device = ptsname(master);
+        slave = open(device.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
     }
-    if (slave_ < 0) {
+    if (slave < 0) {
         ADD_FAILURE() << "no pseudo-terminal";
         std::abort();
     }
+}
+
+Pty::~Pty() {
+    hang_up();
+    close(slave);
+}
+
+void Pty::hang_up() {
+    if (master >= 0)
+        close(std::exchange(master, -1));
+}
+
+ScriptedTarget::ScriptedTarget(int addr_bits)
+    : arg_bytes_(static_cast<std::size_t>(addr_bits + 7) / 8),
+      mask_(addr_bits >= 32 ? 0xFFFFFFFF : (1U << addr_bits) - 1) {
     thread_ = std::thread(&ScriptedTarget::run, this);
 }
 
 ScriptedTarget::~ScriptedTarget() {
     ended_ = true;
     thread_.join();
-    close(slave_);
-    if (!hung_up_)
-        close(master_);
 }
 
 void ScriptedTarget::run() {
-    while (!ended_ && !hung_up_) {
+    while (!ended_ && pty_.master >= 0) {
         // The time-out is for the end of the test, and for faults set meanwhile.
         const int wanted = (fault == Fault::Deaf ? 0 : POLLIN) | (output_.empty() ? 0 : POLLOUT);
-        pollfd line = {master_, static_cast<short>(wanted), 0};
+        pollfd line = {pty_.master, static_cast<short>(wanted), 0};
         poll(&line, 1, 5);
         std::lock_guard lock(mutex_);
         std::uint8_t bytes[65536];
-        ssize_t got = fault == Fault::Deaf ? 0 : read(master_, bytes, sizeof bytes);
+        ssize_t got = fault == Fault::Deaf ? 0 : read(pty_.master, bytes, sizeof bytes);
         if (got > 0) {
             count += static_cast<std::size_t>(got);
             taken_.insert(taken_.end(), bytes, bytes + got);
@@ -82,11 +92,11 @@ void ScriptedTarget::run() {
         }
         while (!input_.empty() && execute()) {
         }
-        ssize_t sent = output_.empty() ? 0 : write(master_, output_.data(), output_.size());
+        ssize_t sent = output_.empty() ? 0 : write(pty_.master, output_.data(), output_.size());
         if (sent > 0)
             output_.erase(output_.begin(), output_.begin() + sent);
         if (hung_up_)
-            close(master_);
+            pty_.hang_up();
     }
 }
 
@@ -141,7 +151,7 @@ bool ScriptedTarget::execute() {
 }
 
 void ScriptedTarget::send(const Bytes& bytes) const {
-    EXPECT_EQ(write(master_, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    EXPECT_EQ(write(pty_.master, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
 }
 
 std::string ScriptedTarget::take(std::size_t bytes) {

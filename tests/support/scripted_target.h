@@ -2,6 +2,8 @@
 // plays the debug stub on memory and a disc image of its own, and misbehaves on request.
 #pragma once
 
+#include "tests/support/pty.h"
+
 #include <atomic>
 #include <cstdint>
 #include <map>
@@ -36,8 +38,8 @@ public:
     ScriptedTarget(const ScriptedTarget&) = delete;
     ScriptedTarget& operator=(const ScriptedTarget&) = delete;
 
-    const std::string& device() const { return device_; } // for port_open
-    int slave() const { return slave_; } // the same device, open all the time: tcgetattr
+    const std::string& device() const { return pty_.device; } // for port_open
+    int slave() const { return pty_.slave; } // the same device, open all the time: tcgetattr
 
     std::atomic<Fault> fault = Fault::None;
     /// By how much the end of a `B` is too high, 1 for a block write: the command does not tell.
@@ -60,8 +62,7 @@ private:
 
     const std::size_t arg_bytes_;
     const std::uint32_t mask_;
-    std::string device_;
-    int master_ = -1, slave_ = -1;
+    Pty pty_;
     bool hung_up_ = false;
     std::vector<std::uint8_t> input_, output_, taken_;
     std::mutex mutex_; // of the thread's work

@@ -1,0 +1,18 @@
+// PETSCII of the fileservers: mode 2 of the character sets when it is loaded, otherwise letters
+// with their case swapped and all other codes as they are.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace kx {
+
+/// Host text of PETSCII codes. Ends before a code that the tables give no character (zero), as
+/// the C strings that names become would.
+std::string petscii_to_host(std::string_view codes);
+
+/// PETSCII codes of host text, one per byte.
+std::string petscii_from_host(std::string_view text);
+
+} // namespace kx

@@ -1,0 +1,91 @@
+// The far end: a thread per request moves its bytes and collects the answer up to a mark that the
+// test sends last.
+#include "tests/support/far_end.h"
+
+#include "core/active_config.h"
+#include "fileserver/fileserver.h"
+#include "link/port.h"
+#include "tests/support/scripted_target.h"
+
+#include <atomic>
+#include <chrono>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <thread>
+#include <unistd.h>
+
+namespace kx::test {
+
+namespace {
+
+const std::string mark = "\x01<end of answer>\x02";
+
+bool all_read(int fd) {
+    int waiting = 0;
+    return ioctl(fd, FIONREAD, &waiting) == 0 && waiting == 0;
+}
+
+} // namespace
+
+std::string bytes(const std::string& text) {
+    std::string result;
+    for (std::size_t i = 0; i < text.size(); i++) {
+        if (text[i] == '\'') {
+            const std::size_t end = text.find('\'', i + 1);
+            result += text.substr(i + 1, end - i - 1);
+            i = end;
+        } else if (text[i] != ' ') {
+            result += static_cast<char>(std::stoi(text.substr(i++, 2), nullptr, 16));
+        }
+    }
+    return result;
+}
+
+std::string hex(const std::string& bytes) {
+    return hex(std::vector<std::uint8_t>(bytes.begin(), bytes.end()));
+}
+
+FarEnd::FarEnd() : handle(fileserver_handle_byte) {
+    active_config.port_type = PORT_SERIAL;
+    EXPECT_EQ(port_open(pty_.device, 38400), 1);
+}
+
+FarEnd::~FarEnd() {
+    port_close();
+}
+
+std::string FarEnd::ask(const std::string& request, bool hang_up) {
+    std::string answer;
+    std::atomic<std::size_t> sent = 0;
+    std::thread target([&] {
+        const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        while (pty_.master >= 0 && !answer.ends_with(mark)) {
+            const bool sending = sent < request.size();
+            pollfd line = {pty_.master, static_cast<short>(sending ? POLLIN | POLLOUT : POLLIN), 0};
+            poll(&line, 1, hang_up ? 1 : 1000);
+            if (sending) {
+                const ssize_t put = write(pty_.master, &request[sent], request.size() - sent);
+                sent += put > 0 ? static_cast<std::size_t>(put) : 0;
+            }
+            char got[65536];
+            const ssize_t count = read(pty_.master, got, sizeof got);
+            answer.append(got, count > 0 ? static_cast<std::size_t>(count) : 0);
+            if ((hang_up && sent == request.size() && all_read(pty_.slave)) ||
+                std::chrono::steady_clock::now() > limit) {
+                EXPECT_TRUE(hang_up) << "no answer to " << hex(request.substr(0, 100));
+                pty_.hang_up();
+            }
+        }
+    });
+    result = handle(port_getc());
+    unread = 0;
+    std::uint8_t dropped[256];
+    while (port_wait_data(0) && (sent < request.size() || port_has_data() != 0))
+        unread += port_read_waiting(dropped);
+    port_write_block({reinterpret_cast<const std::uint8_t*>(mark.data()), mark.size()});
+    target.join();
+    return answer.ends_with(mark) ? answer.substr(0, answer.size() - mark.size()) : answer;
+}
+
+} // namespace kx::test
