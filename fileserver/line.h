@@ -19,8 +19,8 @@ std::string line_get_name(char end);
 
 /// Sends `length` bytes of the file from its position on. Where the file ends before, the last
 /// byte read is repeated (0 when there was none), so that the target always gets what it was told.
-/// Ends when the line is gone.
-void line_send_file(int fd, std::uint32_t length);
+/// Ends when the line is gone; true when all went out.
+bool line_send_file(int fd, std::uint32_t length);
 
 /// Receives `length` bytes and writes them to the descriptor (-1: nowhere). All are received even
 /// when writing fails, so that the link stays in step; ends when the line is gone, with what came
