@@ -21,7 +21,7 @@ namespace kx {
 /// name the descriptor as a handle.
 class HostFd {
 public:
-    HostFd() = default;
+    HostFd() : HostFd(-1) {}
     explicit HostFd(int fd); // takes it over; -1 for none
     ~HostFd();
     HostFd(HostFd&& other) noexcept;
@@ -32,13 +32,21 @@ public:
     int get() const { return fd_; }
     explicit operator bool() const { return fd_ >= 0; }
 
+    /// Hands the descriptor to the caller.
+    int release();
+
+    /// Whether any owner holds this descriptor.
+    static bool holds(int fd);
+
 private:
-    int fd_ = -1;
+    int fd_;
+    HostFd* next_;         // every owner is in the list, also one of no descriptor
+    static HostFd* first_; // nothing to destroy: owners at the program's end outlive any set
 };
 
 /// Opens for the target, with its flags as open(2) numbers them; a new file gets 0644 less the
-/// umask. The descriptor, which is the target's from here on, or -1. Pipes and sockets fail: they
-/// would stop the server.
+/// umask. The descriptor, which is the target's from here on, or -1. Pipes, sockets and terminals
+/// fail: they would stop the server.
 int host_open(const std::string& path, std::uint32_t flags);
 
 /// Whether the target may use the descriptor as a handle: an open one, but not 0, 1, 2, a serial
@@ -94,9 +102,14 @@ public:
 private:
     HostFd fd_; // of stream_, which closes it
     DIR* stream_ = nullptr;
+    std::string place_; // below the root, when there is one
 };
 
 /// Forgets the root and which handles the target has opened.
 void host_files_reset();
+
+/// For tests: keeps paths in the root as where the kernel cannot, from the next opening of the root
+/// to the next reset.
+void host_files_force_walk();
 
 } // namespace kx

@@ -1,0 +1,100 @@
+// The directory search of all fileservers, and the texts of BASIC directories.
+#include "fileserver/directory_search.h"
+
+#include <algorithm>
+#include <ctime>
+#include <limits>
+
+namespace kx {
+
+namespace {
+
+constexpr std::size_t PATTERN_MAX = 255;
+constexpr std::uint32_t BLOCK_SIZE = 254; // of a 1541's block, without its link
+constexpr std::uint32_t ANY = std::numeric_limits<std::uint32_t>::max();
+
+/// How an entry of less than `below` blocks is shown: `blanks` before its name, and blanks behind
+/// it up to `width` characters in all. A digit more in the line number before the text leaves one
+/// less, so that names and types stand in columns.
+struct EntryForm {
+    std::uint32_t below;
+    std::size_t blanks;
+    std::size_t width;
+};
+constexpr EntryForm serialslave_forms[] = {
+    {10, 3, 22}, {100, 2, 21}, {1000, 1, 20}, {10000, 0, 19}, {ANY, 0, 18}};
+constexpr EntryForm cbm_forms[] = {{10, 3, 22}, {100, 2, 21}, {1000, 1, 20}, {ANY, 0, 19}};
+
+} // namespace
+
+int directory_find_first(DirectorySearch& search, const std::string& pattern,
+                         DirectoryEntry& entry) {
+    search.pattern = pattern.substr(0, PATTERN_MAX);
+    return search.directory.open() ? directory_find_next(search, entry) : -1;
+}
+
+int directory_find_next(DirectorySearch& search, DirectoryEntry& entry) {
+    std::string name;
+    while (search.directory.read(name)) {
+        if (!directory_matches(name, search.pattern))
+            continue;
+        struct stat status = {};
+        const HostStat result = search.directory.stat(name, status);
+        if (result == HostStat::Hidden)
+            continue;
+        if (result == HostStat::Failed) // a link that leads nowhere, and it is meant to end here
+            break;
+        entry.name = name;
+        entry.attribute = S_ISDIR(status.st_mode) ? DIRECTORY_ATTRIBUTE : std::uint8_t{0};
+        entry.date = directory_date(status.st_mtim.tv_sec);
+        entry.size = static_cast<std::uint32_t>(std::min<std::int64_t>(status.st_size, ANY));
+        return 0;
+    }
+    search.directory.close();
+    return -1;
+}
+
+bool directory_matches(std::string_view name, std::string_view pattern) {
+    std::size_t at = 0;
+    for (std::size_t i = 0; i < pattern.size() && at < name.size(); i++) {
+        if (pattern[i] == '*') {
+            // To the next name character that equals the one after the "*", be that a wildcard.
+            at = i + 1 < pattern.size() ? name.find(pattern[i + 1], at) : std::string_view::npos;
+        } else if (pattern[i] == '?' || pattern[i] == name[at]) {
+            at++;
+        } else {
+            return false;
+        }
+    }
+    return true;
+}
+
+std::uint32_t directory_date(std::int64_t seconds) {
+    const std::time_t time = seconds;
+    std::tm parts = {};
+    if (::gmtime_r(&time, &parts) == nullptr) // a year beyond what an int counts
+        return 0;
+    // Six bits of the year and not the seven of MS-DOS: 2044 is 1980 again, as targets expect.
+    const std::uint32_t year = (static_cast<std::uint32_t>(parts.tm_year) - 80) & 0x3F;
+    return year << 9 | static_cast<std::uint32_t>(parts.tm_mon + 1) << 5 |
+           static_cast<std::uint32_t>(parts.tm_mday);
+}
+
+std::uint32_t directory_blocks(const DirectoryEntry& entry) {
+    return entry.size / BLOCK_SIZE + (entry.size % BLOCK_SIZE != 0 ? 1 : 0);
+}
+
+std::string directory_entry_text(const DirectoryEntry& entry, DirectoryStyle style) {
+    const bool is_directory = (entry.attribute & DIRECTORY_ATTRIBUTE) != 0;
+    const bool cbm = style == DirectoryStyle::Cbm;
+    // Directories of the serial-slave server have the line number 0, those of the CBM their size.
+    const std::uint32_t blocks = is_directory && !cbm ? 0 : directory_blocks(entry);
+    const EntryForm* form = cbm ? cbm_forms : serialslave_forms;
+    while (blocks >= form->below)
+        form++;
+    std::string text = std::string(form->blanks, ' ') + '"' + entry.name + '"';
+    text.resize(std::max(form->width, text.size() + 1), ' ');
+    return text + (is_directory ? "dir " : "prg ");
+}
+
+} // namespace kx
