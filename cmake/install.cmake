@@ -1,0 +1,40 @@
+# What `cmake --install` puts where. Nothing installed names the prefix, so that an installed tree
+# can be moved.
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+install(TARGETS kxsetup)
+install(PROGRAMS script/kx-init DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS kx EXPORT kxTargets
+  FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kx)
+
+# kx-init looks for the base directory beside the folder it lies in itself: not in
+# CMAKE_INSTALL_DATADIR, which may be anywhere.
+install(DIRECTORY base/ DESTINATION share/kx PATTERN README.md EXCLUDE)
+install(DIRECTORY script/completions/ DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
+
+file(GLOB man_pages CONFIGURE_DEPENDS doc/man/*.[1-9])
+foreach(page ${man_pages})
+  string(REGEX MATCH "[1-9]$" chapter ${page})
+  install(FILES ${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${chapter})
+endforeach()
+foreach(name README.md CHANGELOG.md LICENSE)
+  install(FILES ${name} DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/kx OPTIONAL)
+endforeach()
+
+# find_package(kx) gives kx::kx.
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/kx)
+install(EXPORT kxTargets NAMESPACE kx:: DESTINATION ${package_dir})
+configure_package_config_file(cmake/kxConfig.cmake.in ${PROJECT_BINARY_DIR}/kxConfig.cmake
+  INSTALL_DESTINATION ${package_dir} NO_SET_AND_CHECK_MACRO NO_CHECK_REQUIRED_COMPONENTS_MACRO)
+# A 0.x release promises nothing to programs written for another one.
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/kxConfigVersion.cmake
+  COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/kxConfig.cmake ${PROJECT_BINARY_DIR}/kxConfigVersion.cmake
+  DESTINATION ${package_dir})
+
+# pkg-config finds the tree from where kx.pc lies, however deep the library folder is.
+file(RELATIVE_PATH pc_prefix ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+string(REGEX REPLACE "/$" "" pc_prefix ${pc_prefix})
+configure_file(cmake/kx.pc.in ${PROJECT_BINARY_DIR}/kx.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/kx.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

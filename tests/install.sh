@@ -1,0 +1,95 @@
+#!/bin/sh
+# What people install works where they put it: kxsetup, kx-init, completion, and the library in a
+# program of their own. Arguments: build folder, C++ compiler, its flags, and "prefix" for a tree
+# that is moved after its installation or "package" for the Debian package in a root of its own.
+set -eu
+build=$1 cxx=$2 flags=$3 kind=$4
+source=$(cd "$(dirname "$0")/.." && pwd)
+work=$(mktemp -d "${TMPDIR:-/tmp}/kx install.XXXXXX")
+trap 'chmod -R u+w "$work" && rm -rf "$work"' EXIT
+cd "$work"
+
+fail() {
+    echo "FAILED: $*"
+    exit 1
+}
+
+if [ "$kind" = prefix ]; then
+    cmake --install "$build" --prefix "$work/first" >/dev/null
+    mv first stage
+else
+    (cd "$build" && cpack -G DEB -B "$work") >log 2>&1 || fail "cpack: $(cat log)"
+    mkdir -p root/var/lib/dpkg/updates root/var/lib/dpkg/info
+    touch root/var/lib/dpkg/status
+    PATH=$PATH:/usr/sbin:/sbin fakeroot dpkg --root="$work/root" --log=/dev/null --force-depends \
+        -i kx_*.deb >log 2>&1 || fail "dpkg: $(cat log)"
+    depends=$(dpkg-deb -f kx_*.deb Depends)
+    for package in libc6 libstdc++6 libncursesw6 libncurses-dev; do
+        case ", $depends," in *", $package"[\ ,]*) ;; *) fail "no $package in: $depends" ;; esac
+    done
+    mv root/usr stage
+fi
+
+# kx-init, through a link, with read-only files to copy, into a path that a shell would take apart.
+export XDG_DATA_HOME="$work/it's \$HOME"
+base=$XDG_DATA_HOME/kx
+chmod -R a-w stage/share/kx
+ln -s stage/bin/kx-init init
+refused() { # TEXT COMMAND...
+    text=$1 status=0
+    shift
+    "$@" >log 2>&1 || status=$?
+    [ "$status $(wc -l <log)" = "1 1" ] && grep -qF -e "$text" log || fail "$*: $status $(cat log)"
+}
+refused "'--froce'" ./init --froce
+mkdir fake
+printf '#!/bin/sh\nmkdir "$4"\nexit 1\n' >fake/cp && chmod +x fake/cp
+! PATH="$work/fake:$PATH" ./init >log 2>&1 && rmdir "$XDG_DATA_HOME" || fail "a failed copy stays"
+eval "$(./init)"
+[ "$KXPATH" = "$base" ] || fail "KXPATH is $KXPATH"
+diff -r stage/share/kx "$base"
+[ -z "$(find "$base" ! -perm -u=w)" ] || fail "the copy is read-only"
+echo mine >"$base/kx.ini"
+refused exists ./init
+./init --force >log 2>&1 && ./init --force >log 2>&1 || fail "$(cat log)"
+[ "$(cat "$base.bak/kx.ini")" = mine ] || fail "the backup is not what was there"
+[ "$(ls "$XDG_DATA_HOME" | tr '\n' ' ')" = "kx kx.bak kx.bak.1 " ] || fail "$(ls "$XDG_DATA_HOME")"
+
+# The library in a program of the user's own.
+cat >own.cpp <<'EOF'
+#include "core/config.h"
+#include <cstdio>
+
+int main(int, char** argv) {
+    kx::IniDocument main_doc;
+    kx::IniDocument target_doc;
+    const int result = kx::config_load(main_doc, target_doc, argv[0], "kx.ini");
+    std::puts(kx::active_config.base_dir.c_str());
+    return result == 1 ? 0 : 1;
+}
+EOF
+cat >CMakeLists.txt <<'EOF'
+cmake_minimum_required(VERSION 3.25)
+project(own CXX)
+find_package(kx 0.1 REQUIRED)
+add_executable(own own.cpp)
+target_link_libraries(own kx::kx)
+EOF
+{ cmake -G Ninja -S . -B out -DCMAKE_PREFIX_PATH="$work/stage" -DCMAKE_CXX_COMPILER="$cxx" \
+    -DCMAKE_CXX_FLAGS="$flags" && cmake --build out; } >log 2>&1 || fail "find_package: $(cat log)"
+export PKG_CONFIG_PATH="$work/stage/lib/pkgconfig"
+eval "$cxx $flags -std=c++20 own.cpp $(pkg-config --cflags --libs kx) -o own"
+for program in out/own ./own; do
+    [ "$($program)" = "$base/" ] || fail "$program printed $($program)"
+done
+stage/bin/kxsetup --version 2>&1 | grep "^KXSETUP v$(pkg-config --modversion kx) "
+
+# Completion knows every option, and the targets among the configurations.
+completions() { # BEFORE WORD
+    bash -c '. stage/share/bash-completion/completions/kxsetup
+        _kxsetup stage/bin/kxsetup "$2" "$1"; printf "%s\n" "${COMPREPLY[@]//\\}"' bash "$1" "$2" | sort
+}
+completions kxsetup "" >log
+grep -o '{{"[^}]*"' "$source/setup/command_line.cpp" | tr -d '{" ' | tr , '\n' | sort | diff - log
+[ "$(completions -t non)$(completions -t col_)$(completions --cpu 6510)" = none6510 ] ||
+    fail "values: $(completions -t "") $(completions --cpu "")"
