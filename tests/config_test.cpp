@@ -64,6 +64,7 @@ TEST_F(Config, UnknownComponentsAreReportedAndReplaced) {
         int result;
         std::string ids; // cpu, machine, port, dropper, stub, console, fileserver, file type
         std::string errors;
+        std::string settings = " 38400 0 "; // of console and fileserver
     } rows[] = {
         {"cpu=6510", "cpu=Z80", 1, "1 2 1 2 1 1 3 8", "error: (T) unknown cpu 'Z80'. "},
         {"serial\n[stub]", "rope\n[stub]", 1, "2 2 5 2 1 1 3 8",
@@ -80,6 +81,8 @@ TEST_F(Config, UnknownComponentsAreReportedAndReplaced) {
         {"=c64\naddrbits=16\nbankbits=0\ncpu=6510", "=vic\ncpu=none", 1, "1 1 1 2 1 1 3 8",
          "error: (T) unknown machine 'vic'. "},
         {"=prg", "=PRG", 1, "2 2 1 2 1 1 3 15", ""},
+        {"=cbm\n[console]", "=cbm\nroot=/srv/c64\nreadonly=1\n[console]\nport=/dev/x\nbaud=9600", 1,
+         "2 2 1 2 1 1 3 8", "", "/dev/x 9600 1 /srv/c64"},
     };
     for (const auto& row : rows) {
         load(); // all of them are there before
@@ -91,6 +94,10 @@ TEST_F(Config, UnknownComponentsAreReportedAndReplaced) {
             ids += std::to_string(id) + " ";
         }
         EXPECT_EQ(ids, row.ids + " ") << row.to;
+        EXPECT_EQ(c.console_port + " " + std::to_string(c.console_baud) + " " +
+                      std::to_string(c.fileserver_read_only) + " " + c.fileserver_root,
+                  row.settings)
+            << row.to;
         EXPECT_EQ(errors, row.errors) << row.to;
     }
 }
