@@ -7,6 +7,7 @@
 #include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <regex>
 #include <sys/stat.h>
 #include <termios.h>
 
@@ -234,6 +235,15 @@ TEST_F(Setup, ShippedFilesShowTheMenuInTheMiddleOfAnyScreen) {
         EXPECT_NE(terminal.cell(static_cast<int>(x), y).fg,
                   terminal.cell(static_cast<int>(x), y + 1).fg)
             << "the selection can be seen";
+        if (cols == 40) { // the menu alone
+            const std::string readme = read_file(KX_SOURCE_DIR "/README.md");
+            const std::regex line_begin("\n(?=[^\n])"); // the menu's first: row 0 is empty
+            const auto picture = [&] {
+                return std::regex_replace(terminal.screen(), line_begin, "\n    ");
+            };
+            terminal.wait_until([&] { return readme.find(picture()) != std::string::npos; },
+                                "the picture in README.md");
+        }
         leave(terminal);
         EXPECT_EQ(terminal.output().find("warning"), std::string::npos) << terminal.output();
     }
