@@ -18,9 +18,7 @@ foreach(page ${man_pages})
   string(REGEX MATCH "[1-9]$" chapter ${page})
   install(FILES ${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${chapter})
 endforeach()
-foreach(name README.md CHANGELOG.md LICENSE)
-  install(FILES ${name} DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/kx OPTIONAL)
-endforeach()
+install(FILES README.md CHANGELOG.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
 # find_package(kx) gives kx::kx.
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/kx)

@@ -2,15 +2,9 @@
 # the licence in a file called copyright, manual pages and change log compressed without the date of
 # the packaging, and folders that everybody can enter whatever the packager's umask.
 set(doc ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/usr/share/doc/kx)
-if(EXISTS ${doc}/LICENSE)
-  file(RENAME ${doc}/LICENSE ${doc}/copyright)
-endif()
-if(EXISTS ${doc}/CHANGELOG.md)
-  file(RENAME ${doc}/CHANGELOG.md ${doc}/changelog)
-endif()
-file(GLOB compressed ${doc}/changelog ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/usr/share/man/man[1-9]/*)
-if(compressed)
-  execute_process(COMMAND gzip -9n ${compressed} COMMAND_ERROR_IS_FATAL ANY)
-endif()
+file(RENAME ${doc}/LICENSE ${doc}/copyright)
+file(RENAME ${doc}/CHANGELOG.md ${doc}/changelog)
+file(GLOB pages ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/usr/share/man/man[1-9]/*)
+execute_process(COMMAND gzip -9n ${doc}/changelog ${pages} COMMAND_ERROR_IS_FATAL ANY)
 execute_process(COMMAND find ${CPACK_TEMPORARY_INSTALL_DIRECTORY} -type d -exec chmod 755 {} +
   COMMAND_ERROR_IS_FATAL ANY)

@@ -42,6 +42,7 @@ refused() { # TEXT COMMAND...
     [ "$status $(wc -l <log)" = "1 1" ] && grep -qF -e "$text" log || fail "$*: $status $(cat log)"
 }
 refused "'--froce'" ./init --froce
+XDG_DATA_HOME="$work/stage/share" refused itself ./init --force
 mkdir fake
 printf '#!/bin/sh\nmkdir "$4"\nexit 1\n' >fake/cp && chmod +x fake/cp
 ! PATH="$work/fake:$PATH" ./init >log 2>&1 && rmdir "$XDG_DATA_HOME" || fail "a failed copy stays"
