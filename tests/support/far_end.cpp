@@ -21,9 +21,9 @@ namespace {
 
 const std::string mark = "\x01<end of answer>\x02";
 
-bool all_read(int fd) {
-    int waiting = 0;
-    return ioctl(fd, FIONREAD, &waiting) == 0 && waiting == 0;
+std::size_t waiting(int fd) {
+    int count = 0;
+    return ioctl(fd, FIONREAD, &count) == 0 && count > 0 ? static_cast<std::size_t>(count) : 0;
 }
 
 } // namespace
@@ -58,6 +58,7 @@ FarEnd::~FarEnd() {
 std::string FarEnd::ask(const std::string& request, bool hang_up) {
     std::string answer;
     std::atomic<std::size_t> sent = 0;
+    std::atomic<bool> arrived = false; // all of a request that ends in a hang-up: nothing is lost
     std::thread target([&] {
         const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
         while (pty_.master >= 0 && !answer.ends_with(mark)) {
@@ -71,13 +72,15 @@ std::string FarEnd::ask(const std::string& request, bool hang_up) {
             char got[65536];
             const ssize_t count = read(pty_.master, got, sizeof got);
             answer.append(got, count > 0 ? static_cast<std::size_t>(count) : 0);
-            if ((hang_up && sent == request.size() && all_read(pty_.slave)) ||
+            if ((arrived && waiting(pty_.slave) == 0) ||
                 std::chrono::steady_clock::now() > limit) {
                 EXPECT_TRUE(hang_up) << "no answer to " << hex(request.substr(0, 100));
                 pty_.hang_up();
             }
         }
     });
+    while (hang_up && !arrived && port_wait_data(10))
+        arrived = waiting(pty_.slave) == request.size();
     result = handle(port_getc());
     unread = 0;
     std::uint8_t dropped[256];
