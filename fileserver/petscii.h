@@ -12,7 +12,8 @@ namespace kx {
 /// the C strings that names become would.
 std::string petscii_to_host(std::string_view codes);
 
-/// PETSCII codes of host text, one per byte.
+/// PETSCII codes of host text, one per byte; "?" for what the tables give no code (zero), which
+/// would end a BASIC line early.
 std::string petscii_from_host(std::string_view text);
 
 } // namespace kx
