@@ -1,0 +1,162 @@
+// The shipped base directory, every file read through the library. A finding names file, section
+// and item.
+#include "core/config.h"
+#include "core/simulator.h"
+#include "files/filetype.h"
+#include "link/patch.h"
+#include "link/target_memory.h"
+#include "symfiles/symfiles.h"
+#include "ui/col.h"
+#include "ui/msg.h"
+
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <map>
+#include <set>
+
+namespace kx {
+namespace {
+
+using namespace testing;
+
+const std::string base = KX_SOURCE_DIR "/base/";
+
+struct File : IniDocument { // its name stands with all findings while it is open
+    ScopedTrace trace;
+    explicit File(const std::string& path) : trace(__FILE__, __LINE__, path) {
+        EXPECT_EQ(ini_read(base + path, *this), 0);
+    }
+};
+
+std::string get(const IniDocument& doc, std::string_view section, std::string_view key) {
+    std::string value;
+    EXPECT_EQ(ini_get_string(doc, value, section, key), 0) << section << ": no " << key;
+    return value;
+}
+
+std::vector<std::string> list(const IniDocument& doc, std::string_view section) {
+    std::vector<std::string> values;
+    while (values.size() < ini_get_number(doc, section, "num"))
+        values.push_back(get(doc, section, "n" + std::to_string(values.size())));
+    const std::string next = "n" + std::to_string(values.size());
+    EXPECT_FALSE(ini_find_item(*ini_find_section(doc, section), next)) << section << ": " << next;
+    return values;
+}
+
+void check_target(const File& doc) {
+    IniDocument wanted, loaded;
+    config_target_complete(wanted);
+    for (const IniSection& section : wanted.sections)
+        for (const IniItem& item : section.items)
+            get(doc, section.name, item.name);
+    config_load_target(loaded, doc.file_name);
+    EXPECT_NE(filetype_find_extension(get(doc, "files", "defaulttype")), 0) << "defaulttype";
+    EXPECT_TRUE(std::filesystem::exists(base + get(doc, "patches", "data"))) << "patches: data";
+    EXPECT_THAT(list(doc, "roms"), IsEmpty()) << "images are not ours to ship";
+    const std::vector<MemoryRegion>& regions = active_config.memory_map.regions;
+    for (std::size_t i = 0; i < list(doc, "memory").size(); i++) {
+        EXPECT_LE(regions[i].base, regions[i].last) << "memory: n" << i;
+        EXPECT_LE(regions[i].last, addr_mask()) << "memory: n" << i;
+        for (std::size_t j = 0; j < i; j++)
+            EXPECT_TRUE(regions[i].base > regions[j].last || regions[j].base > regions[i].last)
+                << "memory: n" << i << " overlaps n" << j;
+    }
+    config_load_symbols(base, doc);
+    std::set<std::string> names;
+    for (const std::string& path : list(doc, "symbols")) {
+        const File file(path);
+        for (const IniSection& section : file.sections)
+            for (const std::string& item : list(file, section.name))
+                EXPECT_TRUE(names.insert(item.substr(0, item.find(','))).second) << item;
+    }
+}
+
+/// 1 to 21, of the colours of a PC's text screen.
+double contrast(int a, int b) {
+    constexpr double light[] = {.05, .08, .34, .37, .14, .16, .2,  .45,
+                                .14, .21, .79, .86, .33, .4,  .98, 1.05};
+    return std::max(light[a] / light[b], light[b] / light[a]);
+}
+
+void check_colours(const File& doc) {
+    std::fill_n(key_textcolour, COL_KEYS, -1);
+    std::fill_n(key_backcolour, COL_KEYS, -1);
+    col_scheme_path = doc.file_name;
+    col_loadscheme("colors");
+    for (const IniItem& item : ini_find_section(doc, "colors")->items)
+        EXPECT_THAT(col_keys, Contains(StrEq(item.name))) << "no key of an element";
+    for (int key = 0; key < COL_KEYS; key++) {
+        const int text = key_textcolour[key], back = key_backcolour[key | 1];
+        ASSERT_TRUE(text >= 0 && back >= 0 && key_backcolour[key] == back) << col_keys[key];
+        // Many terminals show the bright colours as the dark ones in bold, and those of 256
+        // colours have no background but black.
+        EXPECT_GE(contrast(text, back & 7), 2.5) << col_keys[key];
+        EXPECT_GE(contrast(text & 7, back & 7), 2.5) << col_keys[key];
+        EXPECT_GE(contrast(text & 7, 0), 2.5) << col_keys[key];
+    }
+    EXPECT_NE(key_textcolour[COL_MENU_SELECTED], key_textcolour[COL_MENU]);
+}
+
+void check_charset(const File& doc) {
+    for (const std::string section : {"toasc", "fromasc"}) {
+        EXPECT_EQ(ini_find_section(doc, section)->items.count, 16U) << section;
+        for (int i = 0; i < 16; i++) {
+            std::int32_t row[17];
+            EXPECT_EQ(ini_get_number_list(doc, row, section, "n" + std::to_string(i)), 16)
+                << section << ": n" << i;
+        }
+    }
+}
+
+TEST(Base, ConfigurationsAreWholeAndListed) {
+    const std::map<std::string, void (*)(const File&)> checks = {
+        {"target", check_target}, {"colors", check_colours}, {"charset", check_charset}};
+    std::map<std::string, std::set<std::string>> names;
+    sym_table_new(&sym_store);
+    verbosity.warn = 1;
+    internal::CaptureStderr();
+    for (const auto& entry : std::filesystem::directory_iterator(base + "config")) {
+        const std::string name = entry.path().stem();
+        const File doc("config/" + name + ".ini");
+        const std::string type = get(doc, "config", "type");
+        ASSERT_TRUE(checks.contains(type) && !get(doc, "config", "desc").empty());
+        names[type == "colors" ? type : type + "s"].insert(name);
+        checks.at(type)(doc);
+    }
+    EXPECT_EQ(internal::GetCapturedStderr(), ""); // what the library complains of
+    const File main("kx.ini");
+    for (const auto& [section, found] : names) {
+        EXPECT_THAT(list(main, section), UnorderedElementsAreArray(found)) << section;
+        EXPECT_THAT(found, Contains(get(main, section, "default"))) << section;
+    }
+    for (const char* key : {"upasc", "loasc", "upscr", "loscr"})
+        EXPECT_THAT(names["charsets"], Contains(get(main, "charsets", key))) << key;
+}
+
+/// Each is tried on the bytes that it looks for, and says so when it misses them.
+TEST(Base, PatchesFindTheirBytes) {
+    MemoryMap& map = active_config.memory_map;
+    memory_map_set_type(map, memory_map_add(map, 0, 0, 0xFFFF), MEMORY_RAM_ROM);
+    EXPECT_EQ(sim_init(), 1);
+    verbosity.warn = 1;
+    internal::CaptureStderr();
+    for (const auto& entry : std::filesystem::directory_iterator(base + "patches")) {
+        const File doc("patches/" + entry.path().filename().string());
+        active_config.patch_file = doc.file_name;
+        EXPECT_EQ(list(doc, "patches_auto").size() + 1, doc.sections.count);
+        for (const std::string& patch : list(doc, "patches_auto")) {
+            std::uint8_t match[256];
+            for (const auto& [stem, length] :
+                 {std::pair{"patch", "plen"}, {"mask", "mlen"}, {"match", "mlen"}})
+                EXPECT_EQ(ini_get_byte_array(doc, match, patch, stem),
+                          ini_get_number(doc, patch, length))
+                    << patch << ": " << stem;
+            mem_write_block(0x1000, match);
+            patch_apply_named(patch, 0x1000, ini_get_number(doc, patch, "mlen"));
+        }
+    }
+    EXPECT_EQ(internal::GetCapturedStderr(), "");
+}
+
+} // namespace
+} // namespace kx
