@@ -36,9 +36,6 @@ TEST(Col, FirstValueIsTheBackgroundSecondTheText) {
         EXPECT_EQ(key_backcolour[COL_MENU], row.back) << row.line;
         EXPECT_EQ(key_textcolour[COL_MENU], row.text) << row.line;
     }
-    load(KX_SOURCE_DIR "/base/config/col_kx.ini");
-    EXPECT_THAT(key_backcolour, Each(::testing::Ne(UNSET)));
-    EXPECT_THAT(key_textcolour, Each(::testing::Ne(UNSET)));
 }
 
 TEST(Col, UnreadableFileChangesNothingButAMissingSectionEndsTheProgram) {
