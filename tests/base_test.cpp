@@ -17,11 +17,13 @@ namespace {
 using namespace testing;
 
 const std::string base = KX_SOURCE_DIR "/base/";
+std::set<std::string> files_read;
 
 struct File : IniDocument { // its name stands with all findings while it is open
     ScopedTrace trace;
     explicit File(const std::string& path) : trace(__FILE__, __LINE__, path) {
         EXPECT_EQ(ini_read(base + path, *this), 0);
+        files_read.insert(base + path);
     }
 };
 
@@ -78,9 +80,10 @@ void check_patches(const std::string& path) {
 void check_target(const File& doc) {
     IniDocument wanted, loaded;
     config_target_complete(wanted);
-    for (const IniSection& section : wanted.sections)
+    for (const IniSection& section : wanted.sections) {
         for (const IniItem& item : section.items)
             get(doc, section.name, item.name);
+    }
     config_load_target(loaded, doc.file_name);
     EXPECT_NE(filetype_find_extension(get(doc, "files", "defaulttype")), 0) << "defaulttype";
     if (const std::string patches = get(doc, "patches", "data"); !patches.empty())
@@ -89,9 +92,10 @@ void check_target(const File& doc) {
     const std::vector<MemoryRegion>& map = active_config.memory_map.regions;
     for (std::size_t i = 0; i < list(doc, "memory").size(); i++) {
         EXPECT_TRUE(map[i].base <= map[i].last && map[i].last <= addr_mask()) << "memory: n" << i;
-        for (std::size_t j = 0; j < i; j++)
+        for (std::size_t j = 0; j < i; j++) {
             EXPECT_TRUE(map[i].base > map[j].last || map[j].base > map[i].last)
                 << "memory: n" << i << " overlaps n" << j;
+        }
     }
     check_symbols(doc);
 }
@@ -111,8 +115,10 @@ void check_colours(const File& doc) {
     for (const IniItem& item : ini_find_section(doc, "colors")->items)
         EXPECT_THAT(col_keys, Contains(StrEq(item.name))) << "no key of an element";
     for (int key = 0; key < COL_KEYS; key++) {
-        const int text = key_textcolour[key], back = key_backcolour[key | 1];
-        ASSERT_TRUE(text >= 0 && back >= 0 && key_backcolour[key] == back) << col_keys[key];
+        const auto text = static_cast<std::uint8_t>(key_textcolour[key]);
+        const auto back = static_cast<std::uint8_t>(key_backcolour[key | 1]);
+        ASSERT_TRUE(text < 16 && back < 16 && key_backcolour[key] == key_backcolour[key | 1])
+            << col_keys[key];
         // Many terminals show the bright colours as the dark ones in bold, and those of 256
         // colours have no background but black.
         EXPECT_GE(contrast(text, back & 7), 2.5) << col_keys[key];
@@ -154,6 +160,10 @@ TEST(Base, ConfigurationsAreWholeAndListed) {
     }
     for (const char* key : {"upasc", "loasc", "upscr", "loscr"})
         EXPECT_THAT(names["charsets"], Contains(get(main, "charsets", key))) << key;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(base)) {
+        EXPECT_TRUE(entry.path().extension() != ".ini" || files_read.contains(entry.path()))
+            << "no target names " << entry.path();
+    }
 }
 
 } // namespace
