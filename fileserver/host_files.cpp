@@ -106,15 +106,20 @@ HostFd open_below_root(const std::string& path, int flags, mode_t mode) {
     return state.open(state.root.get(), below, flags, mode);
 }
 
-HostFd open_path(const std::string& path, int flags, mode_t mode = 0) {
+/// Opens a path of the target, for the one that it asked for, which a refusal names.
+HostFd open_path_for(const std::string& asked, const std::string& path, int flags, mode_t mode) {
     if (!has_root())
         return HostFd(::open(path.c_str(), flags, mode));
-    if (!root_is_open(path))
+    if (!root_is_open(asked))
         return HostFd();
     HostFd fd = open_below_root(path.c_str(), flags, mode); // ends at a zero byte, as the system's
     if (!fd && errno == EXDEV)
-        log_refusal(path, "not in fileserver_root");
+        log_refusal(asked, "not in fileserver_root");
     return fd;
+}
+
+HostFd open_path(const std::string& path, int flags, mode_t mode = 0) {
+    return open_path_for(path, path, flags, mode);
 }
 
 /// Opens what reading or writing cannot wait for. Standard descriptors that happened to be closed
@@ -141,7 +146,7 @@ HostFd open_parent(const std::string& path, std::string& name) {
     } else {
         parent.resize(slash + 1);
     }
-    return open_path(parent, O_PATH | O_DIRECTORY | O_CLOEXEC);
+    return open_path_for(path, parent, O_PATH | O_DIRECTORY | O_CLOEXEC, 0);
 }
 
 } // namespace

@@ -1,0 +1,100 @@
+// What a root lets through, by the kernel and by the walk, what read-only forbids, and which
+// descriptors are nobody's handles.
+#include "core/active_config.h"
+#include "fileserver/host_files.h"
+#include "tests/support/temp_dir.h"
+
+#include <fcntl.h>
+#include <filesystem>
+#include <gtest/gtest.h>
+#include <sstream>
+#include <unistd.h>
+
+namespace kx {
+
+/// What opening gives: the file's text, "none", or "refused" when the log says so.
+static std::string opened(const std::string& path, int flags = O_RDONLY) {
+    testing::internal::CaptureStderr();
+    const HostFd handle(host_open(path, static_cast<std::uint32_t>(flags)));
+    const std::string log = testing::internal::GetCapturedStderr();
+    char text[16] = {};
+    const bool is_file = ::read(handle.get(), text, sizeof text - 1) >= 0;
+    return log.starts_with("KX> refused: ") ? "refused" : is_file ? text : "none";
+}
+
+class Root : public testing::TestWithParam<bool> {};
+INSTANTIATE_TEST_SUITE_P(KernelAndWalk, Root, testing::Bool());
+
+TEST_P(Root, HoldsEveryPath) {
+    const test::TempDir dir;
+    const std::string root = dir.file("served");
+    dir.write("served-not/file", dir.write("served/top", "top"));
+    dir.write("served/sub/deep/file", "in");
+    std::istringstream links("sub/deep/./file in ../secret out ../served/top back loop loop .. up "
+                             "new dangling deep//file sub/near ../top sub/up " +
+                             dir.write("secret", "out") + " absolute " + root + " self");
+    for (std::string target, name; links >> target >> name;)
+        std::filesystem::create_symlink(target, root + "/" + name);
+    const std::string rows[][3] = {
+        {".", "top", "top ./sub/.././/top sub/up " + root + "/top " + root + "//sub/../top"},
+        {".", "in", "in sub/near sub/deep/file"},
+        {".", "none", ". top/ top/../top missing loop " + std::string(5000, 'a')},
+        {".", "refused", "../secret sub/../../secret ./sub/./../../served/top out back up/secret"},
+        {".", "refused", ".. sub/../.. up ../new up/new /new absolute self/top /etc/passwd"},
+        {".", "refused", root + "-not/file " + root + "/../x"},
+        {"sub", "top", "../top deep/../../top up " + root + "/top"},
+        {"sub/deep", "refused", "../../../secret ../../out ../../up/secret"}};
+    active_config.fileserver_root = root + "/self"; // its real path counts
+    if (GetParam())
+        host_files_force_walk();
+    EXPECT_EQ(opened(""), "none");
+    const int lowest_free = HostFd(::dup(0)).get();
+    for (const auto& [from, text, paths] : rows) {
+        EXPECT_EQ(host_chdir(from), 0);
+        std::istringstream each(paths);
+        for (std::string path; each >> path;) {
+            EXPECT_EQ(opened(path), text) << from << " " << path;
+            if (text == "refused") {
+                EXPECT_EQ(opened(path, O_WRONLY | O_CREAT), "refused") << path;
+                EXPECT_EQ(host_chdir(path) + host_mkdir(path + "/") + host_rmdir(path), -3) << path;
+            }
+        }
+        EXPECT_EQ(host_chdir(root), 0);
+    }
+    EXPECT_EQ(opened("dangling", O_RDWR | O_CREAT | O_EXCL), "none");
+    EXPECT_EQ(opened("dangling", O_RDWR | O_CREAT | 1 << 30), ""); // makes what it leads to
+    EXPECT_EQ(host_mkdir("made//") + host_chdir("made") + host_rmdir("../made"), 0);
+    EXPECT_EQ(opened("new"), ""); // where it stood is gone, so from the root
+    EXPECT_EQ(HostFd(::dup(0)).get(), lowest_free);
+    HostDirectory directory;
+    EXPECT_EQ(directory.open() + host_chdir("sub"), 1); // does not move what is being read
+    struct stat status = {};
+    for (const std::string name : {"..", "self", "absolute", "out", "up", "back"})
+        EXPECT_EQ(directory.stat(name, status), HostStat::Hidden) << name;
+    EXPECT_EQ(directory.stat("in", status), HostStat::Found);
+}
+
+TEST(HostFiles, OnlyFilesOfTheTargetAreItsHandles) {
+    const test::TempDir dir;
+    const std::string file = dir.write("file", "123");
+    const std::string pipe = dir.file("pipe");
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    HostFd ours(::open(pipe.c_str(), O_RDWR)); // so that opening one end does not fail by itself
+    EXPECT_EQ(host_open(pipe, O_RDONLY) + host_open(pipe, O_RDWR) + host_open("/dev/ptmx", 2), -3);
+    std::uint32_t size = 0;
+    EXPECT_FALSE(host_create_file(pipe) || host_open_file(file, size, 2));
+    EXPECT_TRUE((ours = host_open_file(file, size, 3)) && size == 3);
+    for (const int handle : {-1, 0, 1, 2, ours.get(), ours.get() + 100})
+        EXPECT_EQ(host_close(handle), -1) << handle;
+    const int handle = host_open(file, O_RDWR);
+    EXPECT_EQ(::fcntl(handle, F_GETFL) & (O_NONBLOCK | O_ACCMODE), O_RDWR);
+    active_config.fileserver_root = dir.path();
+    EXPECT_FALSE(host_is_handle(HostFd(::dup(handle)).release())); // the target never got it
+    EXPECT_EQ(host_close(handle) + host_close(handle), -1);
+    active_config.fileserver_read_only = true;
+    for (const int flags : {O_WRONLY, O_RDWR, O_ACCMODE, O_TRUNC, O_CREAT, O_TMPFILE})
+        EXPECT_EQ(opened(file, flags), "refused") << flags;
+    EXPECT_TRUE(!host_create_file(file) && host_mkdir("new") + host_rmdir("new") == -2);
+}
+
+} // namespace kx
