@@ -93,7 +93,7 @@ HostFd beneath_open_walk(int root, const std::string& path, int flags, mode_t mo
         if (!target.empty() && (!last || follows_last)) {
             if (++links > LINKS_MAX)
                 return fail(ELOOP);
-            rest = last ? target : target + "/" + rest;
+            rest.insert(0, last ? target : target + "/");
             continue;
         }
         // A link that takes the name's place meanwhile fails: neither opening follows one.

@@ -39,6 +39,12 @@ constexpr mode_t FILE_MODE = 0666;
 constexpr mode_t DIRECTORY_MODE = 0700;
 constexpr int LOG_PATH_MAX = 160; // characters of a path in a log line, so that its end stays
 
+/// What all HostFd hold. The first of them makes the set, so that it outlives them all.
+std::set<int>& owned_fds() {
+    static std::set<int> fds;
+    return fds;
+}
+
 void log_refusal(const std::string& what, const char* reason) {
     fileserver_log("KX> refused: %.*s: %s\n\r", LOG_PATH_MAX, ascii_escape(what).c_str(), reason);
 }
@@ -91,8 +97,9 @@ std::string program_place() {
 }
 
 /// Opens a path of the target below the root. None with errno EXDEV when it leads out.
-HostFd open_below_root(const std::string& path, int flags, mode_t mode) {
-    if (path.empty()) { // and not the current directory
+HostFd open_below_root(const char* target_path, int flags, mode_t mode) {
+    const std::string path = target_path; // a zero byte within has ended it, as it does elsewhere
+    if (path.empty()) {                   // and not the current directory
         errno = ENOENT;
         return HostFd();
     }
@@ -112,7 +119,7 @@ HostFd open_path_for(const std::string& asked, const std::string& path, int flag
         return HostFd(::open(path.c_str(), flags, mode));
     if (!root_is_open(asked))
         return HostFd();
-    HostFd fd = open_below_root(path.c_str(), flags, mode); // ends at a zero byte, as the system's
+    HostFd fd = open_below_root(path.c_str(), flags, mode);
     if (!fd && errno == EXDEV)
         log_refusal(asked, "not in fileserver_root");
     return fd;
@@ -134,7 +141,8 @@ HostFd open_file(const std::string& path, int flags, mode_t mode, struct stat& s
 
 /// The directory that holds the last name of `path`, which goes into `name`, as mkdirat and
 /// unlinkat want it.
-HostFd open_parent(const std::string& path, std::string& name) {
+HostFd open_parent(const char* target_path, std::string& name) {
+    const std::string path = target_path;
     const std::size_t end = path.find_last_not_of('/');
     std::string parent = path.substr(0, end == std::string::npos ? 0 : end + 1);
     const std::size_t slash = parent.rfind('/');
@@ -151,37 +159,32 @@ HostFd open_parent(const std::string& path, std::string& name) {
 
 } // namespace
 
-HostFd* HostFd::first_ = nullptr;
-
-HostFd::HostFd(int fd) : fd_(fd), next_(first_) {
-    first_ = this;
+HostFd::HostFd(int fd) : fd_(fd) {
+    std::set<int>& fds = owned_fds();
+    if (fd_ >= 0)
+        fds.insert(fd_);
 }
 
 HostFd::~HostFd() {
     if (fd_ >= 0)
-        ::close(fd_);
-    HostFd** place = &first_;
-    while (*place != this)
-        place = &(*place)->next_;
-    *place = next_;
+        ::close(release());
 }
 
-HostFd::HostFd(HostFd&& other) noexcept : HostFd(other.release()) {}
+HostFd::HostFd(HostFd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
 
 HostFd& HostFd::operator=(HostFd&& other) noexcept {
-    HostFd old(std::exchange(fd_, other.release()));
+    std::swap(fd_, other.fd_);
+    HostFd old(std::move(other)); // closed now and not when `other` goes
     return *this;
 }
 
 int HostFd::release() {
+    owned_fds().erase(fd_);
     return std::exchange(fd_, -1);
 }
 
 bool HostFd::holds(int fd) {
-    const HostFd* owner = first_;
-    while (owner != nullptr && owner->fd_ != fd)
-        owner = owner->next_;
-    return owner != nullptr;
+    return owned_fds().contains(fd);
 }
 
 int host_open(const std::string& path, std::uint32_t flags) {
@@ -329,8 +332,8 @@ void host_files_reset() {
     state = HostFiles();
 }
 
-void host_files_force_walk() {
-    state.force_walk = true;
+void host_files_force_walk(bool force) {
+    state.force_walk = force;
 }
 
 } // namespace kx

@@ -39,9 +39,7 @@ public:
     static bool holds(int fd);
 
 private:
-    int fd_;
-    HostFd* next_;         // every owner is in the list, also one of no descriptor
-    static HostFd* first_; // nothing to destroy: owners at the program's end outlive any set
+    int fd_ = -1;
 };
 
 /// Opens for the target, with its flags as open(2) numbers them; a new file gets 0644 less the
@@ -110,6 +108,6 @@ void host_files_reset();
 
 /// For tests: keeps paths in the root as where the kernel cannot, from the next opening of the root
 /// to the next reset.
-void host_files_force_walk();
+void host_files_force_walk(bool force);
 
 } // namespace kx
