@@ -8,7 +8,6 @@
 #include "link/target_memory.h"
 #include "ui/msg.h"
 
-#include <filesystem>
 #include <unistd.h>
 
 namespace kx {
@@ -17,16 +16,6 @@ namespace {
 
 bool file_exists(const std::string& path) {
     return access(path.c_str(), F_OK) == 0;
-}
-
-/// Whether the file can be had, made or replaced: to be known before a slow transfer has run for
-/// nothing.
-bool can_write(const std::string& path) {
-    if (file_exists(path)) {
-        return file_open(path, "r+b") != nullptr;
-    }
-    const std::filesystem::path directory = std::filesystem::path(path).parent_path();
-    return access(directory.empty() ? "." : directory.c_str(), W_OK) == 0;
 }
 
 /// 1, or -1 when the user ended it.
@@ -69,7 +58,7 @@ int core_execfile(const std::string& path, std::uint32_t load_address,
 }
 
 int core_save_range(const std::string& path, std::uint32_t start, std::uint64_t end) {
-    if (start < end && !can_write(path)) {
+    if (start < end && !file_can_write(path)) {
         msg_error("couldn't get file '%s'.", path.c_str());
         return -1;
     }

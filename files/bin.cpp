@@ -38,7 +38,7 @@ long bin_send(const std::string& path, std::uint32_t start, std::uint64_t end,
 long bin_get(const std::string& path, std::uint32_t start, std::uint64_t end) {
     const std::string name = transfer_trim(path);
     if (!transfer_is_range(start, end) ||
-        !transfer_create(name, "Failed to open output bin file '%s'")) {
+        !transfer_can_write(name, "Failed to open output bin file '%s'")) {
         return -1;
     }
     progress_begin("getting binary file (%08lx-%08lx:%04lx)...", static_cast<unsigned long>(start),

@@ -90,7 +90,7 @@ long prg_send(const std::string& path, std::uint32_t start, std::uint64_t end,
 long prg_get(const std::string& path, std::uint32_t start, std::uint64_t end) {
     const std::string name = transfer_trim(path);
     if (!transfer_is_range(start, end) ||
-        !transfer_create(name, "Failed to open output prg file '%s'")) {
+        !transfer_can_write(name, "Failed to open output prg file '%s'")) {
         return -1;
     }
     transfer_warn_top(end);

@@ -95,8 +95,8 @@ int transfer_send(const TransferFile& input, std::span<const TransferPiece> piec
     return result;
 }
 
-bool transfer_create(const std::string& name, const char* message) {
-    if (file_open(name, "ab")) {
+bool transfer_can_write(const std::string& name, const char* message) {
+    if (file_can_write(name)) {
         return true;
     }
     msg_error(message, name.c_str());

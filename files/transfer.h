@@ -58,10 +58,9 @@ void transfer_warn_top(std::uint64_t address);
 int transfer_send(const TransferFile& input, std::span<const TransferPiece> pieces,
                   std::uint32_t execute);
 
-/// Whether a file can be had or made at `name`, to be known before a slow transfer has run for
-/// nothing; a missing one is created, empty. False with `message` as error message, a format of the
+/// Whether a file can be written at `name`; false with `message` as error message, a format of the
 /// name.
-bool transfer_create(const std::string& name, const char* message);
+bool transfer_can_write(const std::string& name, const char* message);
 
 /// Fetches the range under a progress display that the caller has begun, and replaces the file by
 /// `header` and what was fetched once all of it is there. The number of bytes fetched, or -1.

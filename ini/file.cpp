@@ -115,6 +115,19 @@ FilePtr file_open(const std::string& path, const char* mode) {
     return file;
 }
 
+bool file_can_write(const std::string& path) {
+    struct stat status = {};
+    if (stat(path.c_str(), &status) == 0) { // not opened: the reader of a pipe would see its end
+        return !S_ISDIR(status.st_mode) && access(path.c_str(), W_OK) == 0;
+    }
+    const std::string target = follow_links(path); // of a link to nothing
+    const bool can_make = file_open(target, "wbx") != nullptr;
+    if (can_make) {
+        unlink(target.c_str());
+    }
+    return can_make;
+}
+
 long file_size(std::FILE* file) {
     const long position = std::ftell(file);
     if (position < 0 || std::fseek(file, 0, SEEK_END) != 0) {

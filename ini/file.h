@@ -20,6 +20,10 @@ using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
 /// opened, and also for a directory, which is no file that can be read.
 FilePtr file_open(const std::string& path, const char* mode);
 
+/// Whether a file can be had or made at `path`, to be known before slow work has run for nothing.
+/// Nothing is left there that was not there before.
+bool file_can_write(const std::string& path);
+
 /// The stream's length in bytes; the stream's position is restored. -1 when the stream cannot seek.
 long file_size(std::FILE* file);
 
