@@ -30,9 +30,11 @@ void warn_of_chain(const D64Entry& entry, D64ChainEnd end) {
     msg_warning("the chain of '%s' %s.", entry.text.c_str(), d64_chain_fault(end));
 }
 
-/// Appends `count` bytes behind the block's link. A last block may claim 255 bytes, which are one
-/// more than it has: they are read on as the image goes on, and end where the image ends.
-bool read_data(ImageHandle& image, D64Place place, std::size_t count, Bytes& bytes) {
+/// Appends what the block holds. A last block may claim 255 bytes, which are one more than it has:
+/// they are read on as the image goes on, and end where the image ends.
+bool read_data(ImageHandle& image, D64Place place, D64Place link, Bytes& bytes) {
+    const bool last = link.track == 0;
+    const std::size_t count = last ? d64_rules().last_bytes(link.sector) : D64_DATA_BYTES;
     const std::int64_t offset = d64_block_offset(image, place) + 2;
     const std::size_t done = bytes.size();
     bytes.resize(done + count);
@@ -40,7 +42,7 @@ bool read_data(ImageHandle& image, D64Place place, std::size_t count, Bytes& byt
         return true;
     }
     const std::int64_t rest = std::max<std::int64_t>(d64_image_size(image) - offset, 0);
-    if (count == D64_DATA_BYTES || rest >= static_cast<std::int64_t>(count)) {
+    if (!last || rest >= static_cast<std::int64_t>(count)) {
         return false;
     }
     bytes.resize(done + static_cast<std::size_t>(rest));
@@ -53,22 +55,22 @@ bool read_file(ImageHandle& image, const D64Entry& entry, Bytes& bytes) {
     int blocks = 0;
     const D64ChainEnd end = d64_walk_chain(image, entry.start, [&](D64Place place, D64Place link) {
         tell_progress(image, ++blocks, entry.blocks);
-        return read_data(image, place,
-                         link.track == 0 ? d64_rules().last_bytes(link.sector) : D64_DATA_BYTES,
-                         bytes);
+        return read_data(image, place, link, bytes);
     });
     if (end != D64ChainEnd::Marked && end != D64ChainEnd::System) {
-        warn_of_chain(entry, end);
+        warn_of_chain(entry, end == D64ChainEnd::Stopped ? D64ChainEnd::Unreadable : end);
         return false;
     }
     return true;
 }
 
 int copy_out(ImageHandle& image, const D64Entry& entry, const std::string& host_path) {
-    // To append, so that an old file keeps what it holds until all of the new is there.
-    const FilePtr file = file_open(host_path, "ab");
     Bytes bytes;
-    if (!file || !read_file(image, entry, bytes)) {
+    if (!file_can_write(host_path) || !read_file(image, entry, bytes)) {
+        return -1;
+    }
+    const FilePtr file = file_open(host_path, "ab");
+    if (!file) {
         return -1;
     }
     // A new file has nothing to lose, and a whole disc of them is done much faster this way.
