@@ -126,6 +126,7 @@ int get_range(ImageHandle& image, const std::string& host_path, std::int64_t off
 int image_open(ImageHandle& image, const std::string& name, bool remote, bool writing) {
     image = {};
     if ((remote ? open_remote(image, name) : open_host(image, name, writing)) != 1) {
+        image = {};
         return -1;
     }
     msg_info("opened image file '%s' type %d.", name.c_str(), image.type);

@@ -11,7 +11,7 @@
 namespace kx {
 
 /// Opens the image file `name` or, remote, the image that the target holds, whose only name is
-/// "d64". A D64's directory is read. 1, or -1 with an error message.
+/// "d64". A D64's directory is read. 1, or -1 with an error message and the handle closed.
 int image_open(ImageHandle& image, const std::string& name, bool remote, bool writing);
 
 /// Closes what was opened.
