@@ -6,19 +6,16 @@
 #include "core/simulator.h"
 #include "files/filetype.h"
 #include "files/hexdump.h"
-#include "files/pce.h"
-#include "files/prg.h"
-#include "files/sid.h"
+#include "files/transfer.h"
 #include "ini/file.h"
 #include "link/target_memory.h"
 #include "symfiles/symfiles.h"
 #include "tests/support/temp_dir.h"
-#include "tests/support/terminal.h"
 #include "ui/msg.h"
 
+#include <filesystem>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
+#include <sstream>
 
 using namespace kx;
 using testing::HasSubstr;
@@ -48,7 +45,7 @@ TEST(FileType, NameMachineAndCpuDecide) {
 class Load : public testing::Test {
 protected:
     Load() {
-        EXPECT_EQ(chdir(dir.path().c_str()), 0);
+        std::filesystem::current_path(dir.path());
         active_config.cpu = CPU_6510;
         active_config.machine = MACHINE_C64;
         active_config.addr_bits = 16;
@@ -59,51 +56,41 @@ protected:
     }
     ~Load() override { sym_table_free(sym_store); }
 
-    // The simulator's memory as its runs of bytes that are not zero: "1000:ab c000:c".
-    static std::string runs() {
-        std::string text;
-        for (std::uint32_t i = 0; i < 0x10000; i++) {
-            const auto c = static_cast<char>(sim_read8(i));
-            if (c != 0 && (i == 0 || sim_read8(i - 1) == 0)) {
-                char address[8];
-                std::snprintf(address, sizeof address, "%s%04x:", text.empty() ? "" : " ", i);
-                text += address;
+    // What was loaded last ("start-end:execute"), the runs of bytes in memory that are not zero
+    // ("address:bytes"), and on lines of their own the symbols as VICE labels.
+    static std::string after() {
+        std::ostringstream text;
+        const LoadedFile& loaded = file_loaded();
+        text << std::hex << loaded.start << '-' << loaded.end << ':' << loaded.execute;
+        for (std::uint32_t i = 0, last = 0; i < 0x10000; i++) {
+            const std::uint8_t c = sim_read8(i);
+            if (c != 0 && last == 0) {
+                text << ' ' << i << ':';
             }
-            text += c != 0 ? std::string(1, c) : "";
+            text << std::string(c != 0 ? 1 : 0, static_cast<char>(c));
+            last = c;
         }
-        return text;
+        sym_write_vice(sym_store, file_open("labels", "wb").get());
+        return text.str() + "\n" + test::read_file("labels");
     }
 
-    // What was loaded last, as "start-end:execute".
-    static std::string loaded() {
-        char text[32];
-        std::snprintf(text, sizeof text, "%04x-%04lx:%04x", file_loaded().start,
-                      static_cast<unsigned long>(file_loaded().end), file_loaded().execute);
-        return text;
-    }
-
-    // What `action` says on standard error, blanks at the end aside.
+    // What is said on standard error, blanks at the end aside.
     template <typename Action>
-    static std::string said(Action action) {
+    static std::string said(int result, Action action) {
         msg_reset();
         verbosity.warn = 1;
         testing::internal::CaptureStderr();
-        action();
+        EXPECT_EQ(action(), result);
         const std::string text = testing::internal::GetCapturedStderr();
         return text.substr(0, text.find_last_not_of(" \n") + 1);
-    }
-
-    // The symbol store as VICE labels.
-    static std::string entries() {
-        sym_write_vice(sym_store, file_open("entries", "wb").get());
-        return test::read_file("entries");
     }
 
     test::TempDir dir;
 };
 
 // A file of zeros with bytes at some places.
-std::string image(std::size_t size, const std::vector<std::pair<std::size_t, std::string>>& parts) {
+using Parts = std::vector<std::pair<std::size_t, std::string>>;
+std::string image(std::size_t size, const Parts& parts) {
     std::string bytes(size, '\0');
     for (const auto& [offset, part] : parts) {
         bytes.replace(offset, part.size(), part);
@@ -116,56 +103,65 @@ std::string tune(const std::string& load, const std::string& program) {
     return "PSID\0\x02\0\x10"s + load + "\x10\x04\x10\x08.." + program;
 }
 
-// An iNES file: its numbers of banks and flags, `size` bytes behind the header, vectors at the end
-// of the program.
-const std::string NES_VECTORS = "\x11\x80\x22\x80\x22\x80";
-std::string cartridge(const std::string& numbers, std::size_t size,
-                      std::vector<std::pair<std::size_t, std::string>> parts) {
-    const bool has_characters = numbers.size() > 1 && numbers[1] != 0;
-    parts.emplace_back(size - (has_characters ? 8192 : 0) - NES_VECTORS.size(), NES_VECTORS);
-    return image(16, {{0, "NES\x1A" + numbers}}) + image(size, parts);
-}
-
-TEST_F(Load, EveryTypeGoesToItsPlace) {
+TEST_F(Load, EveryTypeGoesToItsPlaceOrNowhere) {
     const std::string vectors = "\1\xE1\2\xE2\3\xE3\4\xE4\5\xE5"; // PC-Engine
-    const char* const sid_entries = "al 001004 .entry_1004\nal 001008 .entry_1008\n";
-    const char* const nes_entries = "al 008011 .entry_8011\nal 008022 .entry_8022\n";
+    const std::string nes_vectors = "\x11\x80\x22\x80\x22\x80";
+    const char* const sid_labels = "\nal 001004 .entry_1004\nal 001008 .entry_1008\n";
+    const char* const nes_labels = "\nal 008011 .entry_8011\nal 008022 .entry_8022\n";
+    const char* const outside = "' is a damaged sid file: its data offset leaves the file.";
+    const char* const unfit = "' is a damaged iNES file: its header does not fit it.";
     const struct {
         const char* name;
         std::string content;
-        std::uint32_t start;
-        std::uint64_t end;
-        std::string memory;
-        const char* loaded;
-        const char* said = "";
-        const char* entries = "";
+        std::string said;
+        std::string after = {}; // or the file is refused
+        std::uint32_t start = 0;
+        std::uint64_t end = 0;
     } rows[] = {
-        {"a.rom", "abc", 0x1000, 0x1002, "1000:ab", "1000-1002:1000"},
-        {"x.d64/e", "ab", 0x1000, 0, "1000:ab", "1000-1002:1000"}, // the folder's dot
-        {"b.rom", "ab", 0xFFFE, 0, "fffe:ab", "fffe-10000:fffe"},
-        {"c.rom", image(0x10001, {{7, "c"}}), 0, 0, "0007:c", "0000-10001:0000",
-         "warning: end >0000ffff \nwarning: start:0x00000000, are you sure you want to do this?"},
-        {"d.prg\r\n", "\x01\x10xy", 0, 0, "1001:xy", "1001-1003:1001"},
-        {"d.prg", "\x01\x10xy", 0x2000, 0, "2000:xy", "2000-2002:1001"},
-        {"d.prg", "\x01\x10xy", 0x2000, 0x2001, "2000:x", "2000-2001:1001"},
-        {"d.prg", "\x01\x10xy", 0, 0x2001, "1001:xy", "1001-1003:1001"},
-        {"d.prg", "\x01\x10", 0, 0, "", "1001-1001:1001"},
+        {"a.rom", "abc", "", "1000-1002:1000 1000:ab\n", 0x1000, 0x1002},
+        {"x.d64/e", "ab", "", "fffe-10000:fffe fffe:ab\n", 0xFFFE}, // the folder's dot
+        {"c.rom", image(0x10001, {{7, "c"}}),
+         "warning: end >0000ffff \nwarning: start:0x00000000, are you sure you want to do this?",
+         "0-10001:0 7:c\n"},
+        {"d.prg\r\n", "\x01\x10xy", "", "1001-1003:1001 1001:xy\n"},
+        {"d.prg", "\x01\x10xy", "", "2000-2002:1001 2000:xy\n", 0x2000},
+        {"d.prg", "\x01\x10xy", "", "2000-2001:1001 2000:x\n", 0x2000, 0x2001},
+        {"d.prg", "\x01\x10xy", "", "1001-1003:1001 1001:xy\n", 0, 0x2001},
+        {"d.prg", "\x01\x10", "", "1001-1001:1001\n"},
         // One earlier than raw files.
-        {"e.prg", "\xFE\xFFxy", 0, 0, "fffe:xy", "fffe-10000:fffe", "warning: end >0000ffff"},
-        {"f.sid", tune("\0\0"s, "\0\x10xy"s), 0, 0, "1000:xy", "1000-1002:1004", "", sid_entries},
-        {"f.sid", tune("\xFF\xFF", "x"), 5, 0, "ffff:x", "ffff-10000:1004",
-         "warning: 'f.sid' goes to its own addresses. \nwarning: end >0xffff", sid_entries},
-        {"g.pce", image(40961, {{0, "a"}, {8182, vectors}, {8192, "b"}, {40959, "cd"}}), 0, 0,
-         "6000:b dfff:ca fff6:" + vectors, "6000-10000:e505", "",
-         "al 00e404 .entry_e404\nal 00e101 .entry_e101\nal 00e505 .entry_e505\n"
-         "al 00e202 .entry_e202\nal 00e303 .entry_e303\n"},
-        {"h.nes", cartridge("\1", 16384, {{0, "a"}}), 0, 0,
-         "8000:a bffa:" + NES_VECTORS + "a fffa:" + NES_VECTORS, "8000-10000:8022", "",
-         nes_entries},
-        {"i.nes", cartridge("\4\1\4", 512 + 73728, {{0, "trainer"}, {512, "a"}, {49664, "d"}}), 0,
-         0, "8000:a c000:d fffa:" + NES_VECTORS, "8000-10000:8022",
+        {"e.prg", "\xFE\xFFxy", "warning: end >0000ffff", "fffe-10000:fffe fffe:xy\n"},
+        {"f.sid", tune("\0\0"s, "\0\x10xy"s), "", "1000-1002:1004 1000:xy"s + sid_labels},
+        {"f.sid", tune("\xFF\xFF", "x"),
+         "warning: 'f.sid' goes to its own addresses. \nwarning: end >0xffff",
+         "ffff-10000:1004 ffff:x"s + sid_labels, 5},
+        {"g.pce", image(40961, {{0, "a"}, {8182, vectors}, {8192, "b"}, {40959, "cd"}}), "",
+         "6000-10000:e505 6000:b dfff:ca fff6:" + vectors +
+             "\nal 00e404 .entry_e404\nal 00e101 .entry_e101\nal 00e505 .entry_e505\n"
+             "al 00e202 .entry_e202\nal 00e303 .entry_e303\n"},
+        {"h.nes", image(16400, {{0, "NES\x1A\1"}, {16, "a"}, {16394, nes_vectors}}), "",
+         "8000-10000:8022 8000:a bffa:" + nes_vectors + "a fffa:" + nes_vectors + nes_labels},
+        {"i.nes",
+         image(74256, {{0, "NES\x1A\4\1\4"},
+                       {16, "trainer"},
+                       {528, "a"},
+                       {49680, "d"},
+                       {66058, nes_vectors}}),
          "warning: 'i.nes' has 4 program banks, only its first and its last are sent.",
-         nes_entries},
+         "8000-10000:8022 8000:a c000:d fffa:" + nes_vectors + nes_labels},
+        {"a.prg", "\1", "' is too short for a prg file: it has no load address."},
+        {"a.sid", image(13, {}), "' is too short for a sid file: its header is cut."},
+        {"a.sid", tune("\x10\x01", ""), outside},
+        {"a.sid", "PSID\0\2\0\x0D\x10\x01\x10\4\x10\x08xy"s, outside}, // within the header
+        {"a.sid", tune("\0\0"s, "x"), "' is a damaged sid file: it has no load address."},
+        {"a.pce", image(40959, {}), "' is too short for a pce file: it has less than 40 KiB."},
+        {"a.nes", "NES\x1B\1" + image(16395, {}), "' is no iNES file: it has no header."},
+        {"a.nes", image(16400, {{0, "NES\x1A\1\0\0\x08\0\1"s}}), "' is too large a NES 2.0 file."},
+        {"a.nes", image(16400, {{0, "NES\x1A"}}), unfit},        // no banks
+        {"a.nes", image(16911, {{0, "NES\x1A\1\0\4"s}}), unfit}, // the trainer
+        {"a.nes", image(24591, {{0, "NES\x1A\1\1"}}), unfit},    // the characters
+        {"a.txt", "x", "' is no program (plain ascii text)."},
+        {"a.lbl", "x", "' is no program (VICE label file)."},
+        {"a.d64", "x", "' is no program (Commodore 1541 Disc Image)."},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::Message() << "row " << &row - rows << ": " << row.name);
@@ -173,64 +169,53 @@ TEST_F(Load, EveryTypeGoesToItsPlace) {
         sym_table_free(sym_store);
         sym_table_new(&sym_store);
         dir.write(transfer_trim(row.name), row.content);
-        EXPECT_EQ(said([&] { EXPECT_EQ(file_load(row.name, row.start, row.end), 1); }), row.said);
-        EXPECT_EQ(runs(), row.memory);
-        EXPECT_EQ(loaded(), row.loaded);
-        const bool is_raw = row.name[4] == 'm' || row.name[4] == '4'; // which do not tell
-        EXPECT_EQ(file_start_address(row.name), is_raw ? 0 : file_loaded().execute);
-        EXPECT_EQ(entries(), row.entries);
+        const auto load = [&] { return file_load(row.name, row.start, row.end); };
+        const bool refused = row.after.empty();
+        const std::string before = after();
+        mem_mode = MEM_IMAGE; // of which none is open: every transfer fails
+        said(-1, load);
+        EXPECT_EQ(after(), before);
+        mem_mode = MEM_SIMULATOR;
+        EXPECT_EQ(said(refused ? -1 : 1, load),
+                  (row.said[0] == '\'' ? "error: '"s + row.name : "") + row.said);
+        EXPECT_EQ(after(), refused ? before : row.after);
+        const std::uint32_t told = &row < &rows[3] ? 0 : file_loaded().execute; // not by raw files
+        EXPECT_TRUE(refused || file_start_address(row.name) == told);
     }
 }
 
-TEST_F(Load, WhatIsDamagedOrNoProgramTransfersNothing) {
-    const char* const outside = "' is a damaged sid file: its data offset leaves the file.";
-    const char* const unfit = "' is a damaged iNES file: its header does not fit it.";
-    const struct {
-        const char* name;
-        std::string content;
-        const char* said;
-    } rows[] = {
-        {"a.prg", "\1", "' is too short for a prg file: it has no load address."},
-        {"a.sid", "PSID\0\2\0\x10\0\0\0\0\0"s, "' is too short for a sid file: its header is cut."},
-        {"a.sid", tune("\x10\x01", ""), outside},
-        {"a.sid", "PSID\0\2\0\x0D\x10\x01\x10\4\x10\x08xy"s, outside}, // within the header
-        {"a.sid", tune("\0\0"s, "x"), "' is a damaged sid file: it has no load address."},
-        {"a.pce", std::string(40959, 'x'),
-         "' is too short for a pce file: it has less than 40 KiB."},
-        {"a.nes", "NES\x1B\1" + std::string(16395, 'x'), "' is no iNES file: it has no header."},
-        {"a.nes", "NES\x1A\1", "' is no iNES file: it has no header."},
-        {"a.nes", cartridge("\1\0\0\x08\0\1"s, 16384, {}), "' is too large a NES 2.0 file."},
-        {"a.nes", cartridge("", 16384, {}), unfit},              // no banks
-        {"a.nes", cartridge("\1\0\4"s, 16384 + 511, {}), unfit}, // the trainer
-        {"a.nes", cartridge("\1\1", 16384 + 8191, {}), unfit},   // the characters
-        {"a.txt", "x", "' is no program (plain ascii text)."},
-        {"a.lbl", "x", "' is no program (VICE label file)."},
-        {"a.d64", "x", "' is no program (Commodore 1541 Disc Image)."},
+TEST_F(Load, SavesWhatItCanSaveAndNothingElse) {
+    sim_write8(0xFFFF, 'z');
+    const std::tuple<const char*, std::uint32_t, std::uint64_t, const char*, std::string> rows[] = {
+        {"a.prg", 0xFFFE, 0x10000, "warning: end >0000ffff", "\xFE\xFF\0z"s},
+        {"a.rom", 0xFFFF, 0x10000, "", "z"},
+        {"a.nes", 1, 4, "error: 'a.nes': memory cannot be saved as NES image (iNES Format).", ""},
+        {"a.prg", 4, 4, "error: 00000004-00000004 is no range of addresses.", ""},
+        {"no/a.prg", 1, 4, "error: Failed to open output prg file 'no/a.prg'", ""},
+        {"a.prg", 0, 4, "", ""}, // the transfer fails
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(testing::Message() << "row " << &row - rows << ": " << row.name);
-        dir.write(row.name, row.content);
-        EXPECT_EQ(said([&] { EXPECT_EQ(file_load(row.name, 0), -1); }),
-                  "error: '"s + row.name + row.said);
-        EXPECT_EQ(runs() + entries(), "");
+    for (const auto& [name, start, end, text, content] : rows) {
+        mem_mode = start == 0 ? MEM_IMAGE : MEM_SIMULATOR;
+        const auto save = [name = name, start = start, end = end] {
+            return file_save(name, start, end);
+        };
+        EXPECT_EQ(said(content.empty() ? -1 : 1, save), text);
+        EXPECT_TRUE(content.empty() || test::read_file(name) == content) << name;
+        EXPECT_EQ(std::filesystem::remove(name), !content.empty()) << name; // nothing is left
     }
 }
 
 TEST_F(Load, ProgramsOfARealAssembler) {
-    if (access("/usr/bin/cl65", X_OK) != 0) {
+    if (std::system("which cl65 >/dev/null") != 0) {
         GTEST_SKIP() << "cc65 is not installed";
     }
     dir.write("a.s", ".export start, loop\n.segment \"CODE\"\nstart: lda #$42\nloop: jmp loop\n");
-    const test::Outcome built =
-        test::run_program({"/usr/bin/cl65", "-t", "c64", "-C", "c64-asm.cfg", "-u", "__EXEHDR__",
-                           "-Ln", "a.lbl", "-o", "a.prg", "a.s"});
-    ASSERT_EQ(built.status, 0) << built.err;
+    ASSERT_EQ(std::system("cl65 -t c64 -C c64-asm.cfg -u __EXEHDR__ -Ln a.lbl -o a.prg a.s"), 0);
     EXPECT_EQ(file_load("a.prg", 0), 1);
-    EXPECT_EQ(said([&] { filehandler_readsymfile(sym_store, "a.lbl", SYMFILE_VICE); }), "");
-    EXPECT_EQ(loaded(), "0801-0812:080d");
-    EXPECT_THAT(entries(),
-                testing::AllOf(HasSubstr("al 00080d .start\n"), HasSubstr("al 00080f .loop\n")));
-    EXPECT_THAT(runs(), testing::EndsWith("\xA9\x42\x4C\x0F\x08"));
+    EXPECT_EQ(filehandler_readsymfile(sym_store, "a.lbl", SYMFILE_VICE), 1);
+    EXPECT_THAT(after(), testing::StartsWith("801-812:80d 801:"));
+    EXPECT_THAT(after(), HasSubstr("\xA9\x42\x4C\x0F\x08\n"));
+    EXPECT_THAT(after(), HasSubstr("\nal 00080f .loop\n"));
 }
 
 TEST(Hexdump, ShowsPlacesBytesAndCharacters) {
