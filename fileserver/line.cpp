@@ -119,7 +119,7 @@ std::uint32_t line_receive_file(int fd, std::uint32_t length, bool& written) {
             break;
         received += static_cast<std::uint32_t>(got);
         // Nothing more after a failure: it would stand at the wrong place.
-        written = written && fd >= 0 && write_piece(fd, std::span(piece).first(got));
+        written = written && write_piece(fd, std::span(piece).first(got));
     }
     return received;
 }

@@ -66,7 +66,7 @@ TEST_F(Generic, AnswersEveryCommand) {
         {"02 AC", "", "", 1, -1}, {"01 AB 09", "", "", 1},
         {"01AC 00 09", "", "KX> unknown CMD (0x00).\n", 1, -1}, {"01AC 10 09", "", "KX> unknown CMD (0x10).\n", 1, -1},
         {"01AC 01 'f' 00", "00 00000005 'hello'", "dbgLoad(\"f\",?)\n\rKX> Filesize: 5 bytes\n\rKX> File transfer complete\n\r (5000 bytes/sec, 45000 baud, 117% of 38400 baud)\n\r"},
-        {"01AC 01 'x' 1B 00", "AA", "dbgLoad(\"x\\x1b\",?)\n\rKX> File not found!\n\r"},
+        {"01AC 01 'x' 0A 00", "AA", "dbgLoad(\"x\\x0a\",?)\n\rKX> File not found!\n\r"},
         {"01AC 02 's' 00 FFFFFFFE 4142", "00", "dbgSave(s,?,-2)\n\rKX> Filesize: -2 bytes\n\rKX> File transfer complete\n\r (0 bytes/sec, 0 baud, 0% of 38400 baud)\n\r", 2},
         {"01AC 02 'no/s' 00 00000001 41", "AA", "dbgSave(no/s,?,1)\n\rKX> File couldn't be created!\n\r", 1},
         {"01AC 02 '/dev/full' 00 00000002 4142", "00", "dbgSave(/dev/full,?,2)\n\rKX> Filesize: 2 bytes\n\rKX> File couldn't be written!\n\r"},
