@@ -103,10 +103,11 @@ void save(const Request& request) {
     const auto size = static_cast<std::uint32_t>(std::max(announced, 0));
     bool written = true;
     const std::uint32_t received = line_receive_file(file.get(), size, written);
-    if (!written) // the protocol has no way to tell the target
-        fileserver_log("KX> File couldn't be written!\n\r");
-    else
+    if (written) {
         log_transfer_end(received == size, size);
+    } else { // the protocol has no way to tell the target
+        fileserver_log("KX> File couldn't be written!\n\r");
+    }
 }
 
 // Never executed: a shell for the target is switched off, for safety.
@@ -137,10 +138,11 @@ void open_handle(const Request& request) {
                    shown(cwd.substr(0, CWD_NOTE)).c_str());
     const int handle = host_open(path, flags);
     reply(handle);
-    if (handle == -1)
+    if (handle == -1) {
         fileserver_log("not ok!\n\r");
-    else
+    } else {
         fileserver_log("ok. (fh=%d)\n\r", handle);
+    }
 }
 
 void close_handle(const Request& request) {
@@ -209,10 +211,11 @@ void tell_handle(const Request& request) {
     const off_t position = seek(handle, 0, SEEK_CUR);
     const auto told = static_cast<std::uint32_t>(position);
     port_put32(told);
-    if (position == -1)
+    if (position == -1) {
         fileserver_log("not ok.\n\r");
-    else
+    } else {
         fileserver_log("ok. (pos %08x)\n\r", told);
+    }
 }
 
 // Directories ---------------------------------------------------------------------------------

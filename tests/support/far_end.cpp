@@ -72,8 +72,7 @@ std::string FarEnd::ask(const std::string& request, bool hang_up) {
             char got[65536];
             const ssize_t count = read(pty_.master, got, sizeof got);
             answer.append(got, count > 0 ? static_cast<std::size_t>(count) : 0);
-            if ((arrived && waiting(pty_.slave) == 0) ||
-                std::chrono::steady_clock::now() > limit) {
+            if ((arrived && waiting(pty_.slave) == 0) || std::chrono::steady_clock::now() > limit) {
                 EXPECT_TRUE(hang_up) << "no answer to " << hex(request.substr(0, 100));
                 pty_.hang_up();
             }
