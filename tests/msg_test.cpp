@@ -63,9 +63,9 @@ TEST(Msg, VerbosityAndModeDecideWhatIsTold) {
 }
 
 TEST(Msg, TextsOfAnyLengthButNoControlsReachTheTerminal) {
-    const char* const hostile = "a\x1b[2J\x7f\x07 \xc3\xa4\xc2\x9b\xff\t\b\r\n";
+    const char* const hostile = "a\x1b[2J\x7f\x07 \xc3\xa4\xc2\x9b\xff\x9b\t\b\r\n";
     EXPECT_EQ(told([&] { msg_print("%s%c%s", hostile, 0, "end"); }),
-              "&a\\x1b[2J\\x7f\\x07 \xc3\xa4\\xc2\\x9b\xff\t\b\r\n\\x00end");
+              "&a\\x1b[2J\\x7f\\x07 \xc3\xa4\\xc2\\x9b\xff\\x9b\t\b\r\n\\x00end");
     const std::string big(100000, 'x');
     EXPECT_EQ(told([&] { msg_message("%s", big.c_str()); }), "&" + big + " ");
 }
