@@ -25,23 +25,18 @@ constexpr EntryForm serialslave_forms[] = {
     {10, 3, 22}, {100, 2, 21}, {1000, 1, 20}, {10000, 0, 19}, {ANY, 0, 18}};
 constexpr EntryForm cbm_forms[] = {{10, 3, 22}, {100, 2, 21}, {1000, 1, 20}, {ANY, 0, 19}};
 
-} // namespace
-
-int directory_find_first(DirectorySearch& search, const std::string& pattern,
-                         DirectoryEntry& entry) {
-    search.pattern = pattern.substr(0, PATTERN_MAX);
-    return search.directory.open() ? directory_find_next(search, entry) : -1;
-}
-
-int directory_find_next(DirectorySearch& search, DirectoryEntry& entry) {
+/// `hidden` becomes the last match that the root keeps from the target.
+int find_next(DirectorySearch& search, DirectoryEntry& entry, std::string& hidden) {
     std::string name;
     while (search.directory.read(name)) {
         if (!directory_matches(name, search.pattern))
             continue;
         struct stat status = {};
         const HostStat result = search.directory.stat(name, status);
-        if (result == HostStat::Hidden)
+        if (result == HostStat::Hidden) {
+            hidden = name;
             continue;
+        }
         if (result == HostStat::Failed) // a link that leads nowhere, and it is meant to end here
             break;
         entry.name = name;
@@ -52,6 +47,23 @@ int directory_find_next(DirectorySearch& search, DirectoryEntry& entry) {
     }
     search.directory.close();
     return -1;
+}
+
+} // namespace
+
+int directory_find_first(DirectorySearch& search, const std::string& pattern,
+                         DirectoryEntry& entry) {
+    search.pattern = pattern.substr(0, PATTERN_MAX);
+    std::string hidden;
+    const int result = search.directory.open() ? find_next(search, entry, hidden) : -1;
+    if (result == -1 && !hidden.empty()) // a request for it, and not a listing that leaves it out
+        host_log_hidden(hidden);
+    return result;
+}
+
+int directory_find_next(DirectorySearch& search, DirectoryEntry& entry) {
+    std::string hidden;
+    return find_next(search, entry, hidden);
 }
 
 bool directory_matches(std::string_view name, std::string_view pattern) {

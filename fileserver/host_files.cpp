@@ -121,7 +121,7 @@ HostFd open_path_for(const std::string& asked, const std::string& path, int flag
         return HostFd();
     HostFd fd = open_below_root(path.c_str(), flags, mode);
     if (!fd && errno == EXDEV)
-        log_refusal(asked, "not in fileserver_root");
+        host_log_hidden(asked);
     return fd;
 }
 
@@ -280,6 +280,10 @@ int host_getcwd(std::string& path, std::size_t size) {
         return -1;
     path = current;
     return 0;
+}
+
+void host_log_hidden(const std::string& name) {
+    log_refusal(name, "not in fileserver_root");
 }
 
 HostDirectory::~HostDirectory() {

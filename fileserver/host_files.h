@@ -74,7 +74,10 @@ int host_rmdir(const std::string& path);
 /// its zero byte.
 int host_getcwd(std::string& path, std::size_t size);
 
-/// What `host_directory_stat` found out.
+/// Logs that the root keeps a name from the target: for a search that found nothing else.
+void host_log_hidden(const std::string& name);
+
+/// What `HostDirectory::stat` found out.
 enum class HostStat { Found, Failed, Hidden };
 
 /// A directory being read.

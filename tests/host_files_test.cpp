@@ -70,6 +70,10 @@ TEST_P(Root, HoldsEveryPath) {
          found = directory_find_next(search, entry) + host_chdir(root + "/sub"))
         shown.insert(entry.name);
     EXPECT_EQ(shown, (std::set<std::string>{".", "dangling", "in", "new", "sub", "top"}));
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(host_chdir("..") + directory_find_first(search, "out", entry), -1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "KX> refused: out: not in fileserver_root\n\r");
 }
 
 TEST(HostFiles, OnlyFilesOfTheTargetAreItsHandles) {
