@@ -20,9 +20,8 @@ using namespace test;
 namespace {
 
 struct Row {
-    std::string request, reply;
-    std::string log;        // without "KX> CMD: " when it begins with a command's name
-    std::size_t unread = 0; // bytes of the request
+    std::string request, reply, log; // without "KX> CMD: " before a command's name
+    std::size_t unread = 0;          // bytes of the request
     int result = 0;
 };
 
@@ -60,7 +59,6 @@ struct Generic : testing::Test {
 } // namespace
 
 TEST_F(Generic, AnswersEveryCommand) {
-    const std::string cwd = dir.path();
     // clang-format off
     const Row rows[] = {
         {"02 AC", "", "", 1, -1}, {"01 AB 09", "", "", 1},
@@ -71,31 +69,26 @@ TEST_F(Generic, AnswersEveryCommand) {
         {"01AC 02 'no/s' 00 00000001 41", "AA", "dbgSave(no/s,?,1)\n\rKX> File couldn't be created!\n\r", 1},
         {"01AC 02 '/dev/full' 00 00000002 4142", "00", "dbgSave(/dev/full,?,2)\n\rKX> Filesize: 2 bytes\n\rKX> File couldn't be written!\n\r"},
         {"01AC 03 'rm f' 00", "FFFFFFFF", "dbgSystem()\n\rKX> CmdLine: rm f (currently disabled for safety!)\n\r"},
-        {"01AC 04 01 80 2F2F '\\f' 00 00000000", "00000040", "dbgOpen(\"\\x01\x80//\\f\",0000) (f in " + cwd + ")...ok. (fh=64)\n\r"},
-        {"01AC 04 '/dir/..\\' 00 00000241", "00000041", "dbgOpen(\"/dir/..\\\",0241) (dir/..\\ in " + cwd + ")...ok. (fh=65)\n\r"},
-        {"01AC 04 'dir/' 00 00000000", "00000042", "dbgOpen(\"dir/\",0000) (dir/ in " + cwd + ")...ok. (fh=66)\n\r"},
-        {"01AC 04 '/' 00 00000000", "FFFFFFFF", "dbgOpen(\"/\",0000) ( in " + cwd + ")...not ok!\n\r"},
+        {"01AC 04 01 80 2F2F '\\f' 00 00000000", "00000040", "dbgOpen(\"\\x01\x80//\\f\",0000) (f in " + dir.path() + ")...ok. (fh=64)\n\r"},
+        {"01AC 04 '/dir/..\\' 00 00000241", "00000041", "dbgOpen(\"/dir/..\\\",0241) (dir/..\\ in " + dir.path() + ")...ok. (fh=65)\n\r"},
+        {"01AC 04 'dir/' 00 00000000", "00000042", "dbgOpen(\"dir/\",0000) (dir/ in " + dir.path() + ")...ok. (fh=66)\n\r"}, {"01AC 04 '/' 00 00000000", "FFFFFFFF", "dbgOpen(\"/\",0000) ( in " + dir.path() + ")...not ok!\n\r"},
         {"01AC 07 00000041 00000000", "00000000", "dhWrite(65,?,0) ...ok.\n\r"}, {"01AC 07 00000041 00000003 'xyz'", "00000001", "dhWrite(65,?,3) ...ok.\n\r"},
         {"01AC 07 00000041 FFFFFFFF 'xyz'", "00000000", "dhWrite(65,?,-1) ...ok.\n\r", 3}, {"01AC 07 00000001 00000000", "FFFFFFFF", "dhWrite(1,?,0) ...not ok.\n\r"},
-        {"01AC 07 00000040 00000003 'xyz'", "FFFFFFFF", "dhWrite(64,?,3) ...not ok.\n\r"},
-        {"01AC 07 FFFFFFFF 00000003 'xyz'", "FFFFFFFF", "dhWrite(-1,?,3) ...not ok.\n\r"},
-        {"01AC 08 00000040 FFFFFFFC 00000002", "00000001", "dbgLseek(64,-4,2) ...ok.\n\r"},
-        {"01AC 08 00000040 00000000 00000007", "FFFFFFFF", "dbgLseek(64,0,7) ...not ok.\n\r"},
+        {"01AC 07 00000040 00000003 'xyz'", "FFFFFFFF", "dhWrite(64,?,3) ...not ok.\n\r"}, {"01AC 07 FFFFFFFF 00000003 'xyz'", "FFFFFFFF", "dhWrite(-1,?,3) ...not ok.\n\r"},
+        {"01AC 08 00000040 FFFFFFFC 00000002", "00000001", "dbgLseek(64,-4,2) ...ok.\n\r"}, {"01AC 08 00000040 00000000 00000007", "FFFFFFFF", "dbgLseek(64,0,7) ...not ok.\n\r"},
         {"01AC 06 00000040 00000002", "00000002 'el'", "dbgRead(64,?,2) ...ok.\n\r"}, {"01AC 06 00000040 80000000", "00000000", "dbgRead(64,?,-2147483648) ...ok.\n\r"},
         {"01AC 06 00000040 00000008", "00000002 'looooooo'", "dbgRead(64,?,8) ...ok.\n\r"}, {"01AC 06 00000040 00000008", "00000000", "dbgRead(64,?,8) ...EOF.\n\r"},
         {"01AC 06 00000041 00000001", "FFFFFFFF", "dbgRead(65,?,1) ...not ok.\n\r"}, {"01AC 06 00000042 00000001", "FFFFFFFF", "dbgRead(66,?,1) ...not ok.\n\r"},
-        {"01AC 06 00000060 00000001", "FFFFFFFF", "dbgRead(96,?,1) ...not ok.\n\r"},
-        {"01AC 08 00000040 00000123 00000000", "00000123", "dbgLseek(64,291,0) ...ok.\n\r"},
+        {"01AC 06 00000060 00000001", "FFFFFFFF", "dbgRead(96,?,1) ...not ok.\n\r"}, {"01AC 08 00000040 00000123 00000000", "00000123", "dbgLseek(64,291,0) ...ok.\n\r"},
         {"01AC 09 00000040", "00000123", "dbgTell(64) ...ok. (pos 00000123)\n\r"}, {"01AC 09 00000060", "FFFFFFFF", "dbgTell(96) ...not ok.\n\r"},
         {"01AC 05 00000040", "00000000", "dbgClose(64) ...ok.\n\r"}, {"01AC 05 00000000", "FFFFFFFF", "dbgClose(0) ...not ok.\n\r"},
         {"01AC 0C 'd' 00", "00000000", "dbgMkdir(\"d\") ...ok.\n\r"}, {"01AC 0C 'd' 00", "FFFFFFFF", "dbgMkdir(\"d\") ...not ok!\n\r"},
         {"01AC 0D 'd' 00", "00000000", "dbgRmdir(\"d\") ...ok.\n"}, {"01AC 0D 'd' 00", "FFFFFFFF", "dbgRmdir(\"d\") ...not ok!\n"},
         {"01AC 0F", "FFFFFFFF", "dbgFindnext(?) ...not ok!\n\r"}, {"01AC 0E 'q' 00 00000000", "FFFFFFFF", "dbgFindfirst(\"q\",?,00) ...not ok!\n\r"},
         {"01AC 0A 'dir' 00", "00000000", "dbgChdir(\"dir\") ...ok.\n\r"}, {"01AC 0A 'dir' 00", "FFFFFFFF", "dbgChdir(\"dir\") ...not ok!\n\r"},
-        {"01AC 0B 7FFFFFFF", "00 '" + cwd + "/dir' 00", "dbgGetcwd(?,2147483647) ...ok. (is " + cwd + "/dir)\n"},
+        {"01AC 0B 7FFFFFFF", "00 '" + dir.path() + "/dir' 00", "dbgGetcwd(?,2147483647) ...ok. (is " + dir.path() + "/dir)\n"},
         {"01AC 0B 00000001", "AA", "dbgGetcwd(?,1) ...not ok.\n"}, {"01AC 0B FFFFFFFF", "AA", "dbgGetcwd(?,-1) ...not ok.\n"},
-        {"01AC 0E 'a-' 00 00000110", "00000000 'a-name-of-16-' 00 00 00000000 00003A6F 0000000A", "dbgFindfirst(\"a-\",?,110) ...ok.\n\r"},
-        {"01AC 0F", "FFFFFFFF", "dbgFindnext(?) ...not ok!\n\r"},
+        {"01AC 0E 'a-' 00 00000110", "00000000 'a-name-of-16-' 00 00 00000000 00003A6F 0000000A", "dbgFindfirst(\"a-\",?,110) ...ok.\n\r"}, {"01AC 0F", "FFFFFFFF", "dbgFindnext(?) ...not ok!\n\r"},
     };
     // clang-format on
     for (const Row& row : rows)
