@@ -88,7 +88,7 @@ void load(const Request& request) {
 
 void save(const Request& request) {
     const std::int32_t announced = request.numbers[0];
-    // Without quotes, unlike the others.
+    // Without quotes, unlike the others: meant.
     fileserver_log("KX> CMD: %s(%s,?,%ld)\n\r", request.name, shown(request.text).c_str(),
                    static_cast<long>(announced));
     const HostFd file = host_create_file(request.text);
@@ -268,6 +268,7 @@ void reply_found(int result, const DirectoryEntry& entry) {
     fileserver_log("ok.\n\r");
 }
 
+// The attributes asked for play no part in the search: meant.
 void find_first(const Request& request) {
     fileserver_log("KX> CMD: %s(\"%s\",?,%02x) ...", request.name, shown(request.text).c_str(),
                    static_cast<unsigned>(request.numbers[0]));
@@ -297,7 +298,8 @@ constexpr Command commands[] = {
     {.code = 0x04, .name = "dbgOpen", .text = true, .numbers = 1, .run = open_handle},
     {.code = 0x05, .name = "dbgClose", .text = false, .numbers = 1, .run = close_handle},
     {.code = 0x06, .name = "dbgRead", .text = false, .numbers = 2, .run = read_handle},
-    {.code = 0x07, .name = "dhWrite", .text = false, .numbers = 2, .run = write_handle}, // its name
+    // Without the "dbg" of all others: meant.
+    {.code = 0x07, .name = "dhWrite", .text = false, .numbers = 2, .run = write_handle},
     {.code = 0x08, .name = "dbgLseek", .text = false, .numbers = 3, .run = seek_handle},
     {.code = 0x09, .name = "dbgTell", .text = false, .numbers = 1, .run = tell_handle},
     {.code = 0x0A, .name = "dbgChdir", .text = true, .numbers = 0, .run = change_directory},
