@@ -69,7 +69,7 @@ TEST_F(Generic, AnswersEveryCommand) {
         {"01AC 02 'no/s' 00 00000001 41", "AA", "dbgSave(no/s,?,1)\n\rKX> File couldn't be created!\n\r", 1},
         {"01AC 02 '/dev/full' 00 00000002 4142", "00", "dbgSave(/dev/full,?,2)\n\rKX> Filesize: 2 bytes\n\rKX> File couldn't be written!\n\r"},
         {"01AC 03 'rm f' 00", "FFFFFFFF", "dbgSystem()\n\rKX> CmdLine: rm f (currently disabled for safety!)\n\r"},
-        {"01AC 04 01 80 2F2F '\\f' 00 00000000", "00000040", "dbgOpen(\"\\x01\x80//\\f\",0000) (f in " + dir.path() + ")...ok. (fh=64)\n\r"},
+        {"01AC 04 01 80 2F2F '\\f' 00 00000000", "00000040", "dbgOpen(\"\\x01\\x80//\\f\",0000) (f in " + dir.path() + ")...ok. (fh=64)\n\r"},
         {"01AC 04 '/dir/..\\' 00 00000241", "00000041", "dbgOpen(\"/dir/..\\\",0241) (dir/..\\ in " + dir.path() + ")...ok. (fh=65)\n\r"},
         {"01AC 04 'dir/' 00 00000000", "00000042", "dbgOpen(\"dir/\",0000) (dir/ in " + dir.path() + ")...ok. (fh=66)\n\r"}, {"01AC 04 '/' 00 00000000", "FFFFFFFF", "dbgOpen(\"/\",0000) ( in " + dir.path() + ")...not ok!\n\r"},
         {"01AC 07 00000041 00000000", "00000000", "dhWrite(65,?,0) ...ok.\n\r"}, {"01AC 07 00000041 00000003 'xyz'", "00000001", "dhWrite(65,?,3) ...ok.\n\r"},
