@@ -1,5 +1,5 @@
 // Opening paths that cannot lead out of a directory: by openat2, or by a walk of our own.
-#include "fileserver/beneath.h"
+#include "fileserver/beneath_private.h"
 
 #include <cerrno>
 #include <climits>

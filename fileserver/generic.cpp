@@ -5,7 +5,7 @@
 #include "fileserver/directory_search.h"
 #include "fileserver/fileserver.h"
 #include "fileserver/host_files.h"
-#include "fileserver/line.h"
+#include "fileserver/line_private.h"
 #include "ini/ascii.h"
 #include "link/port.h"
 #include "link/rate.h"

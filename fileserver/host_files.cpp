@@ -3,7 +3,7 @@
 #include "fileserver/host_files.h"
 
 #include "core/active_config.h"
-#include "fileserver/beneath.h"
+#include "fileserver/beneath_private.h"
 #include "fileserver/fileserver.h"
 #include "ini/ascii.h"
 #include "link/serial.h"

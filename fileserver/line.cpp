@@ -1,6 +1,6 @@
 // Names, numbers and file data between the servers and the port. Data moves in large pieces; a
 // line that has gone ends every transfer.
-#include "fileserver/line.h"
+#include "fileserver/line_private.h"
 
 #include "core/bytes.h"
 #include "link/port.h"

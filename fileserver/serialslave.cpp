@@ -6,7 +6,7 @@
 #include "fileserver/directory_search.h"
 #include "fileserver/fileserver.h"
 #include "fileserver/host_files.h"
-#include "fileserver/line.h"
+#include "fileserver/line_private.h"
 #include "fileserver/petscii.h"
 #include "ini/ascii.h"
 #include "link/port.h"
