@@ -18,7 +18,8 @@ foreach(page ${man_pages})
   string(REGEX MATCH "[1-9]$" chapter ${page})
   install(FILES ${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${chapter})
 endforeach()
-install(FILES README.md CHANGELOG.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES README.md CHANGELOG.md CONTRIBUTING.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY doc DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN *.md PATTERN man EXCLUDE)
 
 # find_package(kx) gives kx::kx.
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/kx)
