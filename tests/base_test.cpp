@@ -17,15 +17,6 @@ namespace {
 using namespace testing;
 
 const std::string base = KX_SOURCE_DIR "/base/";
-std::set<std::string> files_read;
-
-struct File : IniDocument { // its name stands with all findings while it is open
-    ScopedTrace trace;
-    explicit File(const std::string& path) : trace(__FILE__, __LINE__, path) {
-        EXPECT_EQ(ini_read(base + path, *this), 0);
-        files_read.insert(base + path);
-    }
-};
 
 std::string get(const IniDocument& doc, std::string_view section, std::string_view key) {
     std::string value;
@@ -33,51 +24,40 @@ std::string get(const IniDocument& doc, std::string_view section, std::string_vi
     return value;
 }
 
-/// n0, n1, ...: as many as `num` says and no more.
 std::vector<std::string> list(const IniDocument& doc, std::string_view section) {
     std::vector<std::string> values;
     while (values.size() < ini_get_number(doc, section, "num"))
         values.push_back(get(doc, section, "n" + std::to_string(values.size())));
-    const std::string next = "n" + std::to_string(values.size());
-    EXPECT_FALSE(ini_find_item(*ini_find_section(doc, section), next)) << section << ": " << next;
     return values;
 }
 
 void check_symbols(const IniDocument& doc) {
-    config_load_symbols(base, doc);
-    std::set<std::string> names;
+    const std::unique_ptr<SymTable, void (*)(SymTable*)> table(sym_table_new({}), sym_table_free);
+    filehandler_readsymfile(table.get(), doc.file_name, SYMFILE_INI);
+    std::size_t items = 0;
+    for (const IniSection& section : doc.sections)
+        items += section.items.count - 1; // less `num`
+    EXPECT_EQ(table->entries.size(), items) << "a name stands twice, or num is wrong";
     std::set<std::pair<std::uint32_t, std::uint32_t>> uses; // an address may be read and written
-    for (const std::string& path : list(doc, "symbols")) {
-        const File file(path);
-        for (const IniSection& section : file.sections) {
-            for (const std::string& item : list(file, section.name)) {
-                const std::string name = item.substr(0, item.find(','));
-                const SymEntry* symbol = sym_find_name(sym_store, name.c_str(), 0);
-                EXPECT_TRUE(symbol && names.insert(name).second &&
-                            uses.insert({symbol->address, symbol->flags}).second)
-                    << section.name << ": another of that name or address: " << item;
-            }
-        }
-    }
+    for (const SymEntry& symbol : table->entries)
+        EXPECT_TRUE(uses.insert({symbol.address, symbol.flags}).second) << symbol.name;
 }
 
-void check_patches(const std::string& path) {
-    const File doc(path);
+void check_patches(const IniDocument& doc) {
     EXPECT_EQ(list(doc, "patches_auto").size() + 1, doc.sections.count) << "unlisted patches";
     for (const std::string& patch : list(doc, "patches_auto")) {
         std::uint8_t match[256], mask[256], bytes[256];
-        const int mlen = static_cast<std::uint8_t>(ini_get_number(doc, patch, "mlen"));
-        EXPECT_EQ(ini_get_byte_array(doc, match, patch, "match"), mlen) << patch;
+        const int mlen = ini_get_byte_array(doc, match, patch, "match");
+        const int plen = ini_get_byte_array(doc, bytes, patch, "patch");
         EXPECT_EQ(ini_get_byte_array(doc, mask, patch, "mask"), mlen) << patch;
-        EXPECT_EQ(ini_get_byte_array(doc, bytes, patch, "patch"),
-                  ini_get_number(doc, patch, "plen"))
-            << patch;
+        EXPECT_EQ(ini_get_number(doc, patch, "mlen"), mlen) << patch;
+        EXPECT_EQ(ini_get_number(doc, patch, "plen"), plen) << patch;
         for (int i = 0; i < mlen; i++)
             EXPECT_EQ(match[i] & ~mask[i], 0) << patch << ": never matches at " << i;
     }
 }
 
-void check_target(const File& doc) {
+void check_target(const IniDocument& doc) {
     IniDocument wanted, loaded;
     config_target_complete(wanted);
     for (const IniSection& section : wanted.sections) {
@@ -85,85 +65,83 @@ void check_target(const File& doc) {
             get(doc, section.name, item.name);
     }
     config_load_target(loaded, doc.file_name);
+    config_load_symbols(base, doc);
+    EXPECT_TRUE(get(doc, "patches", "data").empty() ||
+                std::filesystem::exists(active_config.patch_file));
     EXPECT_NE(filetype_find_extension(get(doc, "files", "defaulttype")), 0) << "defaulttype";
-    if (const std::string patches = get(doc, "patches", "data"); !patches.empty())
-        check_patches(patches);
-    EXPECT_THAT(list(doc, "roms"), IsEmpty()) << "images are not ours to ship";
-    const std::vector<MemoryRegion>& map = active_config.memory_map.regions;
-    for (std::size_t i = 0; i < list(doc, "memory").size(); i++) {
-        EXPECT_TRUE(map[i].base <= map[i].last && map[i].last <= addr_mask()) << "memory: n" << i;
-        for (std::size_t j = 0; j < i; j++) {
-            EXPECT_TRUE(map[i].base > map[j].last || map[j].base > map[i].last)
-                << "memory: n" << i << " overlaps n" << j;
-        }
+    EXPECT_EQ(get(doc, "roms", "num"), "0") << "images are not ours to ship";
+    std::vector<MemoryRegion>& map = active_config.memory_map.regions;
+    EXPECT_EQ(ini_find_section(doc, "memory")->items.count - 1, map.size()) << "memory: num";
+    std::ranges::sort(map, {}, &MemoryRegion::base);
+    for (std::int64_t end = -1; const MemoryRegion& region : map) {
+        EXPECT_TRUE(end < region.base && region.base <= region.last) << "memory: " << region.base;
+        EXPECT_LE(end = region.last, addr_mask()) << "memory";
     }
-    check_symbols(doc);
 }
 
-/// 1 to 21, of the colours of a PC's text screen.
-double contrast(int a, int b) {
+void check_colours(const IniDocument& doc) {
+    // How bright the colours of a PC's text screen are.
     constexpr double light[] = {.05, .08, .34, .37, .14, .16, .2,  .45,
                                 .14, .21, .79, .86, .33, .4,  .98, 1.05};
-    return std::max(light[a] / light[b], light[b] / light[a]);
-}
-
-void check_colours(const File& doc) {
     std::fill_n(key_textcolour, COL_KEYS, -1);
     std::fill_n(key_backcolour, COL_KEYS, -1);
     col_scheme_path = doc.file_name;
     col_loadscheme("colors");
-    for (const IniItem& item : ini_find_section(doc, "colors")->items)
-        EXPECT_THAT(col_keys, Contains(StrEq(item.name))) << "no key of an element";
+    EXPECT_EQ(ini_find_section(doc, "colors")->items.count, COL_KEYS + 0U) << "unknown keys";
     for (int key = 0; key < COL_KEYS; key++) {
-        const auto text = static_cast<std::uint8_t>(key_textcolour[key]);
-        const auto back = static_cast<std::uint8_t>(key_backcolour[key | 1]);
-        ASSERT_TRUE(text < 16 && back < 16 && key_backcolour[key] == key_backcolour[key | 1])
-            << col_keys[key];
+        const int text = static_cast<std::uint8_t>(key_textcolour[key]);
+        const int back = static_cast<std::uint8_t>(key_backcolour[key]);
+        ASSERT_TRUE(text < 16 && back < 16 && back == key_backcolour[key | 1]) << col_keys[key];
         // Many terminals show the bright colours as the dark ones in bold, and those of 256
         // colours have no background but black.
-        EXPECT_GE(contrast(text, back & 7), 2.5) << col_keys[key];
-        EXPECT_GE(contrast(text & 7, back & 7), 2.5) << col_keys[key];
-        EXPECT_GE(contrast(text & 7, 0), 2.5) << col_keys[key];
+        for (const auto& [a, b] : {std::pair{text, back & 7}, {text & 7, back & 7}, {text & 7, 0}})
+            EXPECT_GE(std::max(light[a] / light[b], light[b] / light[a]), 2.5) << col_keys[key];
     }
     EXPECT_NE(key_textcolour[COL_MENU_SELECTED], key_textcolour[COL_MENU]);
 }
 
-void check_charset(const File& doc) {
-    for (const char* section : {"toasc", "fromasc"}) {
-        std::int32_t row[17];
-        for (int i = 0; i < 16; i++)
+void check_charset(const IniDocument& doc) {
+    std::int32_t row[17];
+    for (int i = 0; i < 16; i++) {
+        for (const char* section : {"toasc", "fromasc"})
             EXPECT_EQ(ini_get_number_list(doc, row, section, "n" + std::to_string(i)), 16) << i;
-        EXPECT_EQ(ini_find_section(doc, section)->items.count, 16U) << section;
     }
 }
 
-TEST(Base, ConfigurationsAreWholeAndListed) {
-    const std::map<std::string, void (*)(const File&)> checks = {
+TEST(Base, FilesAreWholeAndListed) {
+    const auto check_type = std::map<std::string, void (*)(const IniDocument&)>{
         {"target", check_target}, {"colors", check_colours}, {"charset", check_charset}};
-    std::map<std::string, std::set<std::string>> names;
+    std::map<std::string, std::set<std::string>> names; // by types
+    active_config.base_dir = base;
     sym_table_new(&sym_store);
     verbosity.warn = 1;
     internal::CaptureStderr(); // the library's complaints
-    for (const auto& entry : std::filesystem::directory_iterator(base + "config")) {
-        const std::string name = entry.path().stem();
-        const File doc("config/" + name + ".ini");
-        const std::string type = get(doc, "config", "type");
-        ASSERT_TRUE(checks.contains(type) && !get(doc, "config", "desc").empty());
-        names[type == "colors" ? type : type + "s"].insert(name);
-        checks.at(type)(doc);
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(base)) {
+        IniDocument doc;
+        if (entry.path().extension() != ".ini" || ini_read(entry.path(), doc) != 0)
+            continue;
+        SCOPED_TRACE(doc.file_name);
+        if (ini_find_section(doc, "config")) {
+            const std::string type = get(doc, "config", "type");
+            EXPECT_NE(get(doc, "config", "desc"), "");
+            names[type].insert(entry.path().stem());
+            check_type.at(type)(doc);
+        } else if (ini_find_section(doc, "patches_auto")) {
+            check_patches(doc);
+        } else if (entry.path().stem() != "kx") {
+            check_symbols(doc);
+        }
     }
-    EXPECT_EQ(internal::GetCapturedStderr(), "");
-    const File main("kx.ini");
-    for (const auto& [section, found] : names) {
+    IniDocument main;
+    ini_read(base + "kx.ini", main);
+    for (const auto& [type, found] : names) {
+        const std::string section = type == "colors" ? type : type + "s";
         EXPECT_THAT(list(main, section), UnorderedElementsAreArray(found)) << section;
         EXPECT_THAT(found, Contains(get(main, section, "default"))) << section;
     }
     for (const char* key : {"upasc", "loasc", "upscr", "loscr"})
-        EXPECT_THAT(names["charsets"], Contains(get(main, "charsets", key))) << key;
-    for (const auto& entry : std::filesystem::recursive_directory_iterator(base)) {
-        EXPECT_TRUE(entry.path().extension() != ".ini" || files_read.contains(entry.path()))
-            << "no target names " << entry.path();
-    }
+        EXPECT_THAT(names["charset"], Contains(get(main, "charsets", key))) << key;
+    EXPECT_EQ(internal::GetCapturedStderr(), "");
 }
 
 } // namespace
