@@ -77,7 +77,7 @@ std::string directory_program(const std::vector<ListedEntry>& entries, std::stri
     if (!entries.empty())
         add(0, listing_header(BANNER), true);
     for (const auto& [entry, text] : entries)
-        add(directory_blocks(entry), text);
+        add(directory_blocks(entry), text); // its low 16 bits, which is all that a line has: meant
     add(0, std::string(LISTING_END));
     listing_add_end(program);
     return program;
@@ -166,9 +166,8 @@ bool load() {
         return send_directory();
     if (name.starts_with('.'))
         return change_directory(name);
-    DirectorySearch search;
     DirectoryEntry entry;
-    if (directory_find_first(search, name, entry) != 0)
+    if (directory_find(name, entry) != 0)
         return false;
     return (entry.attribute & DIRECTORY_ATTRIBUTE) != 0 ? change_directory(name) : send_file(name);
 }

@@ -66,6 +66,19 @@ int directory_find_next(DirectorySearch& search, DirectoryEntry& entry) {
     return find_next(search, entry, hidden);
 }
 
+int directory_find(const std::string& name, DirectoryEntry& entry) {
+    DirectorySearch search;
+    if (directory_find_first(search, name, entry) != 0)
+        return -1;
+    DirectoryEntry other = entry;
+    while (other.name != name) {
+        if (directory_find_next(search, other) != 0)
+            return 0;
+    }
+    entry = other;
+    return 0;
+}
+
 bool directory_matches(std::string_view name, std::string_view pattern) {
     std::size_t at = 0;
     for (std::size_t i = 0; i < pattern.size() && at < name.size(); i++) {

@@ -35,6 +35,11 @@ int directory_find_first(DirectorySearch& search, const std::string& pattern,
 /// has been started.
 int directory_find_next(DirectorySearch& search, DirectoryEntry& entry);
 
+/// What a request for `name` means: the entry of exactly this name, otherwise the first match. A
+/// directory "game" must not stand in for the file "game.prg" because the host keeps it before
+/// that. 0 or -1.
+int directory_find(const std::string& name, DirectoryEntry& entry);
+
 /// Whether a name matches. "?" is any character. "*" leads to the next name character, the
 /// current one included, that equals the pattern character after the "*", which is then compared
 /// as usual; without one it uses the name up. All else must be equal, case included. A match as

@@ -151,9 +151,8 @@ int load() {
         return send_directory();
     if (name.starts_with('.'))
         return change_directory(name, " (up)");
-    DirectorySearch search;
     DirectoryEntry entry;
-    if (directory_find_first(search, name, entry) != 0)
+    if (directory_find(name, entry) != 0)
         return -1;
     if ((entry.attribute & DIRECTORY_ATTRIBUTE) != 0)
         return change_directory(name, "");
@@ -257,9 +256,10 @@ int block_close() {
         fileserver_log("KX> closed block buffer\n\r");
         port_putc(REPLY_DONE);
         return 0;
-    case BlockMode::Saving:
+    case BlockMode::Saving: // which nothing begins yet
         break;
     }
+    // The misspelling is meant: who reads logs looks for this text.
     fileserver_log("KX> this is suppsed to be unimplemented. wtf?\n\r");
     return -1;
 }

@@ -127,6 +127,7 @@ TEST(Drive, KeepsWhatCameBeforeTheLineWentButActsOnNoHalfName) {
         FarEnd().ask(bytes(server.save).substr(0, 4), true);
         EXPECT_FALSE(std::filesystem::exists("Ne"));
     }
+    charset_reset();
 }
 
 static void list_three_hundred(const Server& server, std::size_t longest) {
