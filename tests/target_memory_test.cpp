@@ -34,31 +34,25 @@ struct TargetMemory : testing::Test {
         EXPECT_EQ(sim_init(), 1);
     }
 
-    void connect() {
+    static void connect(const std::string& device) {
         active_config.stub = TARGET_C64RR;
         active_config.port_type = PORT_SERIAL;
         mem_mode = MEM_SIMULATOR_AND_TARGET;
-        EXPECT_EQ(target_connect(target.device(), 38400, 0), 1);
-    }
-
-    static Bytes simulator(std::uint32_t from, std::size_t count) {
-        Bytes bytes;
-        while (bytes.size() < count) {
-            bytes.push_back(sim_read8(from++));
-        }
-        return bytes;
-    }
-
-    ImageHandle held_image() {
-        connect();
-        ImageHandle image{
-            .file = nullptr, .held = true, .type = IMAGE_TYPE_D64, .kind = IMAGE_KIND_HELD};
-        EXPECT_EQ(target_imgopen(image, "no such file", true), 1);
-        return image;
+        EXPECT_EQ(target_connect(device, 38400, 0), 1);
     }
 
     test::TempDir dir;
+};
+
+struct HeldImage : TargetMemory {
+    HeldImage() {
+        connect(target.device());
+        EXPECT_EQ(target_imgopen(image, "no such file", true), 1);
+    }
+
     ScriptedTarget target;
+    ImageHandle image{
+        .file = nullptr, .held = true, .type = IMAGE_TYPE_D64, .kind = IMAGE_KIND_HELD};
 };
 
 } // namespace
@@ -84,17 +78,21 @@ TEST_F(TargetMemory, ReadsTheWindowThenTheFillerThenTheSimulator) {
 }
 
 TEST_F(TargetMemory, SendsNumbersToBothSidesInTheirByteOrders) {
-    connect();
+    const test::Pty target;
+    connect(target.device);
     for (std::uint8_t endianness = 0; endianness < 3; endianness++) {
         active_config.stub_endianness = endianness;
         mem_write16(0x800, 0x1234);
         mem_write32(0x802, 0xA1B2C3D4);
-        target.take(std::size_t{6} * 7);
         const bool big = endianness == 1;
-        EXPECT_EQ(simulator(0x800, 6), big ? (Bytes{0x12, 0x34, 0xA1, 0xB2, 0xC3, 0xD4})
-                                           : (Bytes{0x34, 0x12, 0xD4, 0xC3, 0xB2, 0xA1}));
-        EXPECT_EQ(test::peek(target.memory, 0x800, 6),
-                  big ? (Bytes{0x12, 0x34, 0xD4, 0xC3, 0xB2, 0xA1}) : simulator(0x800, 6));
+        Bytes simulator;
+        for (std::uint32_t address = 0x800; address < 0x806; address++)
+            simulator.push_back(sim_read8(address));
+        EXPECT_EQ(test::hex(simulator), big ? "12 34 A1 B2 C3 D4" : "34 12 D4 C3 B2 A1");
+        EXPECT_EQ(target.take(42), std::string("41 42 01 08 00 08 ") + (big ? "12" : "34") +
+                                       " 41 42 02 08 01 08 " + (big ? "34" : "12") +
+                                       " 41 42 03 08 02 08 D4 41 42 04 08 03 08 C3"
+                                       " 41 42 05 08 04 08 B2 41 42 06 08 05 08 A1");
     }
 }
 
@@ -135,8 +133,7 @@ TEST_F(TargetMemory, ReadsAndWritesImageFilesThemselvesOrAsMemory) {
     EXPECT_EQ(mem_read_block(back, 0), -1);
 }
 
-TEST_F(TargetMemory, MovesHeldImagesInChunks) {
-    ImageHandle image = held_image();
+TEST_F(HeldImage, MovesInChunks) {
     const std::string data = std::string(256, 'x') + std::string(256, 'y');
     const FilePtr host = file_open(dir.write("host", data), "rb");
     EXPECT_EQ(target_imgwritefchunk(image, host.get(), 91136, 513), -1); // sends nothing
@@ -157,8 +154,7 @@ TEST_F(TargetMemory, MovesHeldImagesInChunks) {
                             "41 4D 12 00 00 00 01 00 FF 00"));
 }
 
-TEST_F(TargetMemory, FindsPlacesOnTheDiscAndSendsNothingForOthers) {
-    ImageHandle image = held_image();
+TEST_F(HeldImage, HasPlacesOnTheDiscAndSendsNothingForOthers) {
     Bytes bytes(256);
     for (const std::int64_t offset : {-1, 200960 - 255, 200960}) {
         EXPECT_EQ(target_imgread(image, bytes, offset), -1) << offset;
@@ -168,7 +164,7 @@ TEST_F(TargetMemory, FindsPlacesOnTheDiscAndSendsNothingForOthers) {
         EXPECT_EQ(target_imgread(image, std::span(bytes).first(1), offset), 1) << offset;
     }
     EXPECT_EQ(target_imgread(image, bytes, 200960 - 256), 1); // no command of 0 bytes follows
-    target.fault = test::Fault::Surplus;
+    target.pty.send({0});                                     // a byte too many
     EXPECT_EQ(target_imgread(image, bytes, 0), -1);
     image.type = 15;
     EXPECT_EQ(target_imgread(image, bytes, 0), -1);

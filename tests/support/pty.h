@@ -1,9 +1,14 @@
 // A pseudo-terminal pair: a serial device and its far end.
 #pragma once
 
+#include <cstdint>
 #include <string>
+#include <termios.h>
+#include <vector>
 
 namespace kx::test {
+
+std::string hex(const std::vector<std::uint8_t>& bytes); // "41 43 01"
 
 struct Pty {
     std::string device; // for serial_open
@@ -15,7 +20,14 @@ struct Pty {
     Pty(const Pty&) = delete;
     Pty& operator=(const Pty&) = delete;
 
+    void send(const std::vector<std::uint8_t>& bytes) const; // from the far end
+    /// Waits until `count` bytes have come to the far end; a test failure after ten seconds.
+    /// Returns all that have, as hex() writes them.
+    std::string take(std::size_t count) const;
     void hang_up(); // closes the far end
+
+    /// The device's input, output, control and local modes, then its control characters.
+    std::vector<tcflag_t> settings() const;
 };
 
 } // namespace kx::test
