@@ -1,6 +1,5 @@
 // Colour schemes: what a scheme file makes of the arrays, and texts that switch colours.
 #include "tests/support/temp_dir.h"
-#include "tests/support/terminal.h"
 #include "ui/col.h"
 #include "ui/con.h"
 

@@ -7,86 +7,54 @@
 
 #include <algorithm>
 #include <csignal>
-#include <cstdlib>
 #include <cstring>
-#include <functional>
-#include <string>
 #include <sys/resource.h>
-#include <termios.h>
 #include <unistd.h>
-#include <vector>
 
 using namespace kx;
-using kx::test::Cell;
 using kx::test::RunOptions;
 using kx::test::Terminal;
 
 namespace {
 
-termios settings_of(int fd) {
-    termios settings = {};
-    EXPECT_EQ(tcgetattr(fd, &settings), 0);
-    return settings;
-}
-
-void wait_for_raw_mode(Terminal& terminal) {
-    terminal.wait_until([&] { return (settings_of(terminal.slave()).c_lflag & ECHO) == 0; },
-                        "raw mode");
-}
-
-bool same_settings(const termios& a, const termios& b) {
-    return a.c_iflag == b.c_iflag && a.c_oflag == b.c_oflag && a.c_lflag == b.c_lflag &&
-           a.c_cflag == b.c_cflag && std::memcmp(a.c_cc, b.c_cc, sizeof a.c_cc) == 0;
-}
-
-struct Text {
-    int x, y;
-    const char* bytes;
-};
-
-struct KeyRow {
-    const char *typed, *keys; // what con_getkey gives, each with a comma
-};
+// What is typed, and what con_getkey then gives, each with a comma.
+using KeyRows = std::vector<std::pair<const char*, const char*>>;
 
 // Types what the rows say into a program that shows its keys in one long line.
-void expect_keys(const char* term, bool screen, const std::vector<KeyRow>& rows) {
+void expect_keys(const char* term, bool screen, const KeyRows& rows) {
     const auto show_keys = [&]() -> int {
         screen ? con_open() : (con_rawmode(), 0);
         con_ungetkey(KEYCODE_F1 + 11); // on a screen: it comes first, and is not waited for
         con_idle(screen ? 60000 : 0);
-        for (con_puts("keys:");; con_printf("%d,", con_getkey())) {
+        for (con_puts("keys:");; con_printf("%d,", con_getkey()))
             con_refresh();
-        }
     };
     Terminal terminal(500, 3);
-    terminal.run(show_keys, {.term = term});
+    terminal.run(show_keys, {.env = {{"TERM", term}}});
     std::string shown = screen ? "keys:276," : "keys:";
     terminal.wait_for(shown);
-    for (const KeyRow& row : rows) {
-        terminal.type(row.typed);
-        terminal.wait_for(shown += row.keys);
+    for (const auto& [typed, keys] : rows) {
+        terminal.type(typed);
+        terminal.wait_for(shown += keys);
     }
 }
 
 // A screen on which `draw` has drawn, and which is then open until the test's end.
-class Drawn : public Terminal {
-public:
+struct Drawn : Terminal {
     Drawn(int cols, int rows, const std::function<void()>& draw, const RunOptions& options = {})
         : Terminal(cols, rows) {
+        const std::string done = "\033]0;drawn\a"; // a title, which nobody sees
         const auto body = [&] {
             con_open();
             con_showcursor(0);
             draw();
             con_refresh();
-            (void)!write(1, DONE, sizeof DONE - 1);
+            (void)!write(1, done.data(), done.size());
             return con_getkey();
         };
         run(body, options);
-        wait_until([&] { return output().find(DONE) != std::string::npos; }, "a drawn screen");
+        wait_until([&] { return output().find(done) != std::string::npos; }, "a drawn screen");
     }
-
-private:
-    static constexpr char DONE[] = "\033]0;drawn\a"; // a title, which nobody sees
 };
 
 } // namespace
@@ -104,7 +72,7 @@ TEST(Con, DecodesKeys) {
                     {"\033[24~\033[20~\033[29~x", "276,273,0,120,"},
                     {"\033[7~\033[1;", "0,126,0,"},
                 });
-    std::vector<KeyRow> rows = {
+    KeyRows rows = {
         {"a\r\t\033", "97,13,9,27,"},
         {"\033[F\033[H\033[X", "347,262,27,88,"},
         {"\033OPx\033OT", "265,120,27,84,"},
@@ -123,10 +91,10 @@ TEST(Con, ColoursFollowTheTerminalsPairs) {
         int text, back, reverse;
         const char* cells; // plain and highlighted: text/background as curses numbers them
     } const cases[] = {
-        {"xterm", 1, 4, 0, "4/1 4/1+ "},          {"xterm", 14, 3, 0, "3/6+ 3/6+ "},
-        {"xterm", 7, 9, 0, "7/4 7/4+ "},          {"xterm", 2, 12, 1, "1/2+ 1/2+ "},
-        {"xterm-256color", 4, 1, 0, "1/0 1/0+ "}, {"xterm-256color", 11, 7, 0, "6/0+ 6/0+ "},
-        {"vt100", 12, 1, 0, "-1/-1+ -1/-1+ "},
+        {"xterm", 1, 4, 0, "4/1 4/1+"},          {"xterm", 14, 3, 0, "3/6+ 3/6+"},
+        {"xterm", 7, 9, 0, "7/4 7/4+"},          {"xterm", 2, 12, 1, "1/2+ 1/2+"},
+        {"xterm-256color", 4, 1, 0, "1/0 1/0+"}, {"xterm-256color", 11, 7, 0, "6/0+ 6/0+"},
+        {"vt100", 12, 1, 0, "-1/-1+ -1/-1+"},
     };
     for (const auto& row : cases) {
         const auto draw = [&] {
@@ -137,14 +105,9 @@ TEST(Con, ColoursFollowTheTerminalsPairs) {
             con_highlight(1);
             con_puts("y");
         };
-        Drawn terminal(20, 5, draw, {.term = row.term});
-        std::string cells;
-        for (int x = 0; x < 2; ++x) {
-            const Cell cell = terminal.cell(x, 0);
-            cells += std::to_string(cell.fg) + "/" + std::to_string(cell.bg);
-            cells += cell.bold ? "+ " : " ";
-        }
-        EXPECT_EQ(cells, row.cells) << row.term << " " << row.text << " on " << row.back;
+        Drawn terminal(20, 5, draw, {.env = {{"TERM", row.term}}});
+        EXPECT_EQ(terminal.looks({{0, 0}, {1, 0}}), row.cells)
+            << row.term << " " << row.text << " on " << row.back;
     }
 }
 
@@ -152,7 +115,7 @@ TEST(Con, DrawingIsClippedAndNeverScrollsByItself) {
     struct {
         const char* screen; // of 8 by 4
         std::function<void()> draw;
-        std::vector<Text> texts; // written before, byte by byte
+        std::vector<std::tuple<int, int, const char*>> texts; // written before, byte by byte
     } const cases[] = {
         {"\n     ·-·\n     | |\n     ·-·\n", [] { con_frame(5, 1, 3, 3); }, {}},
         {"\n\n--------\n\n", [] { con_frame(-1, 2, 11, 4); }, {}},
@@ -170,12 +133,10 @@ TEST(Con, DrawingIsClippedAndNeverScrollsByItself) {
                 con_gotoxy(x, y);
                 std::for_each(text, text + std::strlen(text), con_putch);
             }
-            if (row.draw) {
-                row.draw();
-            }
+            row.draw ? row.draw() : void();
         });
         EXPECT_EQ(terminal.screen(), row.screen);
-        EXPECT_EQ(terminal.cursor_x() * 10 + terminal.cursor_y(), 73) << row.screen;
+        EXPECT_EQ(terminal.cursor(), "7,3") << row.screen;
     }
 }
 
@@ -184,8 +145,7 @@ TEST(Con, ClearingLeavesTheLastTwoCellsUncoloured) {
         con_textbackground(4);
         con_clrscr();
     });
-    EXPECT_EQ(terminal.cell(7, 2).bg + terminal.cell(5, 3).bg, 2);
-    EXPECT_EQ(terminal.cell(6, 3).bg + terminal.cell(7, 3).bg, 0);
+    EXPECT_EQ(terminal.looks({{7, 2}, {5, 3}, {6, 3}, {7, 3}}), "7/1 7/1 7/0 7/0");
 }
 
 TEST(Con, EightBitLocaleGetsTheCornerAsAByte) {
@@ -195,19 +155,14 @@ TEST(Con, EightBitLocaleGetsTheCornerAsAByte) {
 }
 
 TEST(Con, EndOfInputActsAsEscape) {
-    struct {
-        bool screen, hung;
-    } const cases[] = {{true, true}, {true, false}, {false, true}, {false, false}};
-    for (const auto& row : cases) {
+    for (const auto& [screen, hung] :
+         {std::pair{true, true}, {true, false}, {false, true}, {false, false}}) {
         Terminal terminal(40, 10);
-        terminal.run([&] {
+        terminal.run([screen = screen, hung = hung] {
             std::signal(SIGHUP, SIG_IGN); // as under nohup: the program outlives its terminal
-            if (!row.hung && std::freopen("/dev/null", "r", stdin) == nullptr) {
+            if (!hung && std::freopen("/dev/null", "r", stdin) == nullptr)
                 return 2;
-            }
-            if (row.screen) {
-                con_open();
-            }
+            screen ? con_open() : 0;
             con_puts("ready\r\n");
             con_refresh();
             const int key = con_getkey();
@@ -215,31 +170,29 @@ TEST(Con, EndOfInputActsAsEscape) {
             const bool waiting = con_kbhit() == 1;
             return key == KEYCODE_ESCAPE && waiting && con_getkey() == KEYCODE_ESCAPE ? 0 : 1;
         });
-        if (row.hung) {
+        if (hung) {
             terminal.wait_for("ready");
             terminal.hang_up();
         }
-        EXPECT_EQ(terminal.wait_exit(), 0) << row.screen << row.hung;
+        EXPECT_EQ(terminal.wait_exit(), 0) << screen << hung;
     }
 }
 
 TEST(Con, TerminalIsRestoredOnEveryWayOut) {
-    struct {
-        int number; // the signal; 0: the program exits
-        bool screen;
-    } const cases[] = {{0, true},      {SIGINT, true},  {SIGTERM, true},
-                       {SIGHUP, true}, {SIGQUIT, true}, {SIGABRT, true},
-                       {0, false},     {SIGINT, false}, {SIGTERM, false}};
-    for (const auto& row : cases) {
-        SCOPED_TRACE(testing::Message() << "signal " << row.number << " screen " << row.screen);
+    // By a signal, or 0: by itself; on a screen.
+    const std::pair<int, bool> ways[] = {{0, true},      {SIGINT, true},  {SIGTERM, true},
+                                         {SIGHUP, true}, {SIGQUIT, true}, {SIGABRT, true},
+                                         {0, false},     {SIGINT, false}, {SIGTERM, false}};
+    for (const auto& [number, screen] : ways) {
+        SCOPED_TRACE(testing::Message() << "signal " << number << " screen " << screen);
         Terminal terminal(40, 10);
-        const termios before = settings_of(terminal.slave());
-        terminal.run([&]() -> int {
+        const std::vector<tcflag_t> before = terminal.pty.settings();
+        terminal.run([screen = screen]() -> int {
             const rlimit no_core = {0, 0};
             setrlimit(RLIMIT_CORE, &no_core);
             std::printf("before\n");
             con_rawmode();
-            for (int i = 0; row.screen && i < 2; ++i) { // a screen may be opened again
+            for (int i = 0; screen && i < 2; ++i) { // a screen may be opened again
                 con_close();
                 con_open();
                 con_mouse_on();
@@ -252,16 +205,14 @@ TEST(Con, TerminalIsRestoredOnEveryWayOut) {
             std::exit(5);
         });
         terminal.wait_for("open");
-        wait_for_raw_mode(terminal);
-        if (row.screen) {
-            EXPECT_EQ(terminal.output().find("why"), std::string::npos) << "it would be overdrawn";
-        }
-        row.number != 0 ? terminal.signal(row.number) : terminal.type("x");
-        EXPECT_EQ(terminal.wait_exit(), row.number != 0 ? 128 + row.number : 5);
-        EXPECT_TRUE(same_settings(settings_of(terminal.slave()), before));
+        EXPECT_EQ(terminal.pty.settings()[3] & ECHO, 0U);
+        EXPECT_EQ(terminal.output().find("why") == std::string::npos, screen) << "overdrawn";
+        number != 0 ? terminal.signal(number) : terminal.type("x");
+        EXPECT_EQ(terminal.wait_exit(), number != 0 ? 128 + number : 5);
+        EXPECT_EQ(terminal.pty.settings(), before);
         EXPECT_EQ(terminal.screen().substr(0, 20), "before\nwhy it ended\n");
         for (const auto& [on, off] : {std::pair{"1000h", "1000l"}, {"\033[?1h", "\033[?1l"}}) {
-            EXPECT_TRUE(!row.screen || terminal.output().rfind(off) > terminal.output().rfind(on));
+            EXPECT_TRUE(!screen || terminal.output().rfind(off) > terminal.output().rfind(on));
         }
     }
 }

@@ -11,15 +11,7 @@ namespace kx {
 namespace {
 
 using Lines = std::vector<std::string>;
-
-const std::string DOWN = "\x1bOB";
-const std::string UP = "\x1bOA";
-const std::string PGDN = "\x1b[6~";
-const std::string PGUP = "\x1b[5~";
-
-std::string times(int n, const std::string& keys) {
-    return n == 0 ? "" : keys + times(n - 1, keys);
-}
+using namespace test;
 
 // A screen of `rows` rows with nothing but a frame at (x, y) and the lines in it.
 std::string framed(std::size_t rows, std::size_t x, std::size_t y, const Lines& lines) {
@@ -32,8 +24,8 @@ std::string framed(std::size_t rows, std::size_t x, std::size_t y, const Lines& 
     return screen + edge + std::string(rows - y - lines.size() - 2, '\n');
 }
 
-void wait_for_screen(test::Terminal& terminal, const std::string& screen) {
-    terminal.wait_until([&] { return terminal.screen() == screen; }, screen.c_str());
+void wait_for_screen(Terminal& terminal, const std::string& screen) {
+    terminal.wait_until([&] { return terminal.screen() == screen; }, screen);
 }
 
 // `count` items "item 0", "item 1", ... with the results 100, 101, ...; the last but one has F1 as
@@ -76,16 +68,16 @@ TEST(Menu, KeysMoveScrollAndChoose) {
     } rows[] = {
         {"ten down scroll by one", 20, times(10, DOWN) + "\r", "= 110 1 9"},
         {"stops at the end", 20, times(25, DOWN) + "\r", "= 119 10 9"},
-        {"page down by a page", 35, times(2, PGDN) + "\r", "= 119 10 9"},
-        {"page up", 35, times(4, PGDN) + times(5, PGUP) + UP + "\r", "= 100 0 0"},
-        {"few items do not scroll", 3, times(5, DOWN) + PGDN + "\r", "= 102 0 2"},
-        {"hotkey of an item out of sight", 20, "\x1bOP", "= 118 0 0"},
-        {"escape is no hotkey", 20, "\x1b", "= -1 0 0"},
+        {"page down by a page", 35, times(2, PAGE_DOWN) + "\r", "= 119 10 9"},
+        {"page up", 35, times(4, PAGE_DOWN) + times(5, PAGE_UP) + UP + "\r", "= 100 0 0"},
+        {"few items do not scroll", 3, times(5, DOWN) + PAGE_DOWN + "\r", "= 102 0 2"},
+        {"hotkey of an item out of sight", 20, F1, "= 118 0 0"},
+        {"escape is no hotkey", 20, ESCAPE, "= -1 0 0"},
         {"other keys do nothing", 20, DOWN + "q\t \r", "= 101 0 1"},
-        {"nothing to choose", 0, DOWN + UP + PGDN + PGUP + "\r", "= -1 0 -1"},
+        {"nothing to choose", 0, DOWN + UP + PAGE_DOWN + PAGE_UP + "\r", "= -1 0 -1"},
     };
     for (const auto& row : rows) {
-        test::Terminal terminal(40, 14);
+        Terminal terminal(40, 14);
         terminal.run([&] { return show(list(row.count, 12)); });
         terminal.wait_for("·------------------·");
         terminal.type(row.keys);
@@ -95,7 +87,7 @@ TEST(Menu, KeysMoveScrollAndChoose) {
 }
 
 TEST(Menu, DrawsItemsInTheirColoursInsideTheFrame) {
-    test::Terminal terminal(32, 8);
+    Terminal terminal(32, 8);
     terminal.run([] {
         key_textcolour[COL_MENU_BORDER] = 2;
         key_textcolour[COL_MENU] = 7;
@@ -113,17 +105,13 @@ TEST(Menu, DrawsItemsInTheirColoursInsideTheFrame) {
     wait_for_screen(terminal, framed(8, 6, 1,
                                      {"      a label too ", "[F1]  hälp [1m    ",
                                       "[long name]and mor", "                  "}));
-    std::string looks; // of the border, a label, the selected line and the hotkeys
-    for (const auto& [x, y] :
-         {std::pair(6, 1), {13, 2}, {8, 3}, {13, 3}, {24, 3}, {25, 3}, {8, 4}}) {
-        const test::Cell cell = terminal.cell(x, y);
-        looks += std::to_string(cell.fg) + std::to_string(cell.bg) + (cell.bold ? "+ " : " ");
-    }
-    EXPECT_EQ(looks, "20 70 30+ 74+ 74+ 20 10 ");
+    // The border, a label, the selected line and the hotkeys.
+    EXPECT_EQ(terminal.looks({{6, 1}, {13, 2}, {8, 3}, {13, 3}, {24, 3}, {25, 3}, {8, 4}}),
+              "2/0 7/0 3/0+ 7/4+ 7/4+ 2/0 1/0");
 }
 
 TEST(Menu, FollowsTheSizeOfTheScreenAndKeepsItsSelection) {
-    test::Terminal terminal(60, 20);
+    Terminal terminal(60, 20);
     terminal.run([] { return show(list(30, 16)); });
     terminal.wait_for("item 13");
     terminal.type(times(13, DOWN));
@@ -156,7 +144,7 @@ TEST(MessageBox, ShowsItsTextInACentredFrame) {
         {six, times(9, DOWN) + times(20, UP), 6, 0, {"one   ", "two   ", "three ", "four  "}},
     };
     for (const auto& row : rows) {
-        test::Terminal terminal(20, 6);
+        Terminal terminal(20, 6);
         terminal.run([&] { return show_box(row.text); });
         terminal.wait_for("·------");
         terminal.type(row.keys);

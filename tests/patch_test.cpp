@@ -5,7 +5,6 @@
 #include "core/simulator.h"
 #include "link/target_memory.h"
 #include "tests/support/temp_dir.h"
-#include "tests/support/terminal.h"
 #include "ui/con.h"
 #include "ui/msg.h"
 

@@ -9,7 +9,6 @@
 #include <filesystem>
 #include <regex>
 #include <sys/stat.h>
-#include <termios.h>
 
 namespace kx::test {
 namespace {
@@ -18,17 +17,7 @@ namespace fs = std::filesystem;
 using testing::AnyOf;
 using testing::HasSubstr;
 
-const std::string up = "\x1bOA"; // as xterm sends it once curses has asked for keypad keys
-const std::string down = "\x1bOB";
-const std::string page_up = "\x1b[5~";
-const std::string page_down = "\x1b[6~";
-const std::string f1 = "\x1bOP";
-const std::string escape = "\x1b";
 const std::string menu = "[ESC]"; // the last entry is drawn
-
-std::string times(int n, const std::string& keys) {
-    return n == 0 ? "" : keys + times(n - 1, keys);
-}
 
 struct Setup : testing::Test {
     BaseDir base;
@@ -57,7 +46,7 @@ struct Setup : testing::Test {
     }
 
     static void leave(Terminal& terminal) {
-        terminal.type(escape);
+        terminal.type(ESCAPE);
         EXPECT_EQ(terminal.wait_exit(), 0);
     }
 
@@ -65,7 +54,7 @@ struct Setup : testing::Test {
     static void pick(Terminal& terminal, const std::string& keys, const std::string& label) {
         walk(terminal, {{keys, label}});
         const bool first = terminal.row(7).find(label) != std::string::npos;
-        walk(terminal, {{first ? "\r" : down + "\r", menu}});
+        walk(terminal, {{first ? "\r" : DOWN + "\r", menu}});
     }
 
     std::string main_file() { return read_file(base.path + "kx.ini"); }
@@ -158,19 +147,19 @@ TEST_F(Setup, FirstRunThroughEveryEntry) {
     base.dir.write("config/map_two.ini", "[config]\ntype=charset\ndesc=second\n");
     Terminal terminal(80, 25);
     start(terminal);
-    walk(terminal, {{f1, "how to use it"}, {"q", menu}});
+    walk(terminal, {{F1, "how to use it"}, {"q", menu}});
     fs::remove(base.path + "docs/kxsetup.txt");
-    walk(terminal, {{f1, "couldn't open file '"},
-                    {" " + times(3, down) + "\r", "sorry, not yet implemented."},
-                    {" " + times(2, down) + "\r", "by the kxsetup authors"}});
+    walk(terminal, {{F1, "couldn't open file '"},
+                    {" " + times(3, DOWN) + "\r", "sorry, not yet implemented."},
+                    {" " + times(2, DOWN) + "\r", "by the kxsetup authors"}});
     terminal.resize(60, 20); // is no key to the box
     terminal.resize(80, 25);
-    terminal.type(down); // had the box gone, this would move the menu
-    pick(terminal, " " + times(5, up) + "\r", "Famicom");
-    pick(terminal, down + "\r", "all red");
-    EXPECT_EQ(terminal.cell(27, 11).fg, 1) << "applied at once";
-    pick(terminal, down + "\r", "second"); // "Setup Target" chooses the charset
-    walk(terminal, {{page_up + "\r", "Famicom"}, {up + escape, menu}}); // cancelled
+    terminal.type(DOWN); // had the box gone, this would move the menu
+    pick(terminal, " " + times(5, UP) + "\r", "Famicom");
+    pick(terminal, DOWN + "\r", "all red");
+    EXPECT_EQ(terminal.looks({{27, 11}}), "1/0") << "applied at once";
+    pick(terminal, DOWN + "\r", "second"); // "Setup Target" chooses the charset
+    walk(terminal, {{PAGE_UP + "\r", "Famicom"}, {UP + ESCAPE, menu}}); // cancelled
     leave(terminal);
     const auto list = [](const std::string& first, const std::string& second) {
         return HasSubstr("\nn0=" + first + "\nn1=" + second + "\nnum=2\n");
@@ -189,7 +178,7 @@ TEST_F(Setup, SecondRunLeavesBothFilesTheSame) {
     for (int i = 0; i < 2; i++) {
         Terminal terminal(80, 25);
         start(terminal);
-        terminal.type(times(6, down) + "\r"); // "exit"
+        terminal.type(times(6, DOWN) + "\r"); // "exit"
         EXPECT_EQ(terminal.wait_exit(), 0);
         EXPECT_EQ(main_file(), short_main);
         EXPECT_EQ(read_file(cwd.file("kxtest.ini")), data_text("kxtest.ini"));
@@ -211,7 +200,7 @@ TEST_F(Setup, ScanTakesWhatIsAConfigurationAndHasRoom) {
     }
     Terminal terminal(80, 25);
     start(terminal);
-    walk(terminal, {{"\r", "many"}, {times(8, page_down) + "\r", menu}}); // the last one
+    walk(terminal, {{"\r", "many"}, {times(8, PAGE_DOWN) + "\r", menu}}); // the last one
     leave(terminal);
     const std::string text = main_file();
     const std::size_t at = text.find("\nn63=");
@@ -229,11 +218,9 @@ TEST_F(Setup, ShippedFilesShowTheMenuInTheMiddleOfAnyScreen) {
     for (const auto& [cols, rows] : {std::pair{40, 10}, {132, 40}, {20, 5}}) {
         Terminal terminal(cols, rows);
         start(terminal, "Select T");
-        const auto x = static_cast<std::size_t>(std::max(cols / 2 - 20, 0) + 7);
-        const int y = std::max(rows / 2 - 4, 0) + 1;
-        EXPECT_EQ(terminal.row(y).find("Select T"), x) << terminal.screen();
-        EXPECT_NE(terminal.cell(static_cast<int>(x), y).fg,
-                  terminal.cell(static_cast<int>(x), y + 1).fg)
+        const int x = std::max(cols / 2 - 20, 0) + 7, y = std::max(rows / 2 - 4, 0) + 1;
+        EXPECT_EQ(static_cast<int>(terminal.row(y).find("Select T")), x) << terminal.screen();
+        EXPECT_NE(terminal.looks({{x, y}}), terminal.looks({{x, y + 1}}))
             << "the selection can be seen";
         if (cols == 40) { // the menu alone
             const std::string readme = read_file(KX_SOURCE_DIR "/README.md");
@@ -252,8 +239,7 @@ TEST_F(Setup, ShippedFilesShowTheMenuInTheMiddleOfAnyScreen) {
 TEST_F(Setup, MenuSleepsUntilASignalEndsItAndLeavesAllAsItWas) {
     base.write_main();
     Terminal terminal(80, 25);
-    termios found = {}, left = {};
-    tcgetattr(terminal.slave(), &found);
+    const std::vector<tcflag_t> found = terminal.pty.settings();
     start(terminal);
     using Clock = std::chrono::steady_clock;
     const long used = terminal.cpu_ms();
@@ -262,14 +248,13 @@ TEST_F(Setup, MenuSleepsUntilASignalEndsItAndLeavesAllAsItWas) {
     EXPECT_LT(terminal.cpu_ms() - used, 200) << "a loop that polls without waiting takes 400";
     terminal.signal(SIGTERM);
     EXPECT_EQ(terminal.wait_exit(), 128 + SIGTERM);
-    tcgetattr(terminal.slave(), &left);
-    EXPECT_EQ(left.c_lflag, found.c_lflag);
+    EXPECT_EQ(terminal.pty.settings(), found);
     EXPECT_THAT(main_file(), HasSubstr("n1=gone")) << "still the old file";
 }
 
 TEST_F(Setup, WithoutATerminalTheFilesAreWritten) {
     base.write_main();
-    options.term = "no-such-terminal";
+    options.env["TERM"] = "no-such-terminal";
     const Outcome outcome = run({});
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.out, "");

@@ -89,7 +89,7 @@ void start_file(Terminal& terminal, const std::string& path) {
 }
 
 void expect_row(Terminal& terminal, int y, const std::string& text) {
-    terminal.wait_until([&] { return terminal.row(y) == text; }, text.c_str());
+    terminal.wait_until([&] { return terminal.row(y) == text; }, text);
 }
 
 void expect_lines(Terminal& terminal, int first_row, int last_row, int line) {
@@ -106,8 +106,8 @@ TEST(Viewer, ShowsAShortFileWhatItGainsAndFollowsTheTerminalsSize) {
     const std::string status = " lines 1-23 of 5 - [Cursor/PageUp-Down/Home/End] Scroll";
     expect_row(terminal, 24, status + std::string(68 - status.size(), '-') + " [ESC] Quit");
     EXPECT_EQ(terminal.row(0), title + std::string(79 - title.size(), '-'));
-    EXPECT_TRUE(terminal.cell(70, 24).bold && !terminal.cell(75, 24).bold);
-    terminal.type("\x1bOF\x1bOC"); // End stays at the first line; right
+    EXPECT_EQ(terminal.looks({{70, 24}, {75, 24}}), "3/0+ 7/0");
+    terminal.type(END + "\x1bOC"); // End stays at the first line; right
     expect_row(terminal, 5, "alf .");
     std::ofstream(path, std::ios::app) << "\xbc line\n" << numbered(6, 5000); // a screenful at once
     expect_row(terminal, 23, "ine 23");
@@ -117,7 +117,7 @@ TEST(Viewer, ShowsAShortFileWhatItGainsAndFollowsTheTerminalsSize) {
     terminal.resize(40, 12);
     terminal.wait_for("lines 1-10 of 5000 -");
     expect_row(terminal, 10, "ine 10");
-    terminal.type("\x1b");
+    terminal.type(ESCAPE);
     EXPECT_EQ(terminal.wait_exit(), 0);
 }
 
@@ -126,12 +126,12 @@ TEST(Viewer, ScrollsWithinTheText) {
     Terminal terminal(70, 24); // where the status bar of the last lines reaches the edge
     start_file(terminal, dir.write("text", numbered(1, 100)));
     terminal.wait_for(" lines 1-22 of 100");
-    for (const auto& [keys, top] : {std::pair{"\x1bOB\x1bOB", 3},
-                                    {"\x1bOA", 2},
-                                    {"\x1b[6~", 24},
-                                    {"\x1b[5~\x1b[5~", 1},
-                                    {"\x1bOF\x1bOB", 79},
-                                    {"\x1bOH\x1bOA\x1bOD", 1}}) {
+    for (const auto& [keys, top] : {std::pair{DOWN + DOWN, 3},
+                                    {UP, 2},
+                                    {PAGE_DOWN, 24},
+                                    {times(2, PAGE_UP), 1},
+                                    {END + DOWN, 79},
+                                    {HOME + UP + "\x1bOD", 1}}) {
         terminal.type(keys);
         expect_lines(terminal, 1, 22, top);
         terminal.wait_for(" lines " + std::to_string(top) + "-" + std::to_string(top + 21));
@@ -163,7 +163,7 @@ TEST(Viewer, TabMovesTheKeysBetweenStandardInputAndASecondText) {
     arrives(numbered(2, 50));
     terminal.wait_for(" lines 1-16 of 50 -"); // or the keys would find too short a text
     for (const auto& [keys, top, second_top] :
-         {std::tuple{"\x1bOB", 2, 101}, {"\t\x1bOF", 2, 147}, {"\t\x1b[6~", 18, 147}}) {
+         {std::tuple{DOWN, 2, 101}, {"\t" + END, 2, 147}, {"\t" + PAGE_DOWN, 18, 147}}) {
         terminal.type(keys);
         expect_lines(terminal, 1, 16, top);
         expect_lines(terminal, 19, 22, second_top);

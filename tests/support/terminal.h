@@ -1,28 +1,26 @@
 // A program in a pseudo-terminal, and the screen that its user would see, rendered by libvterm.
 #pragma once
 
+#include "tests/support/pty.h"
+
 #include <functional>
 #include <map>
-#include <memory>
-#include <string>
-#include <vector>
+
+struct VTerm;
+struct VTermScreen;
 
 namespace kx::test {
 
-struct Cell {
-    std::string text; // UTF-8; empty for a blank never written
-    int fg = -1;      // palette index, -1: the terminal's default
-    int bg = -1;
-    bool bold = false;
-    bool reverse = false;
-};
+// Keys as xterm sends them, cursor keys once curses has asked for them.
+const std::string UP = "\x1bOA", DOWN = "\x1bOB", HOME = "\x1bOH", END = "\x1bOF";
+const std::string PAGE_UP = "\x1b[5~", PAGE_DOWN = "\x1b[6~", F1 = "\x1bOP", ESCAPE = "\x1b";
+
+std::string times(int n, const std::string& keys);
 
 struct RunOptions {
-    /// Beside TERM and LANG=C.UTF-8; "" removes a variable.
+    /// Beside TERM=xterm and LANG=C.UTF-8; "" removes a variable.
     std::map<std::string, std::string> env = {};
-    std::string cwd = {};       // empty: the test's own
-    std::string term = "xterm"; // TERM
-    bool split_stderr = false;  // standard error to `error_text` instead of the screen
+    std::string cwd = "."; // the test's own
 };
 
 /// Waits for conditions, never for times: every `wait_` fails the test after ten seconds and
@@ -45,23 +43,35 @@ public:
     void hang_up();                      // closes the terminal's side
 
     void wait_for(const std::string& text); // until a row of the screen holds it
-    void wait_until(const std::function<bool()>& condition, const char* what);
+    void wait_until(const std::function<bool()>& condition, const std::string& what);
     /// Until the child has ended: its exit status, or 128 + the signal that ended it.
     int wait_exit();
 
     std::string row(int y); // trailing blanks removed
     std::string screen();   // all rows, each with "\n"
-    Cell cell(int x, int y);
-    int cursor_x();
-    int cursor_y();
+    /// The text and background colours of cells (x, y), -1 for the terminal's own, and whether
+    /// they are bold: "7/4 -1/-1+".
+    std::string looks(const std::vector<std::pair<int, int>>& cells);
+    std::string cursor();        // "x,y"
     const std::string& output(); // every byte written so far
-    std::string error_text();    // with split_stderr
-    int slave();   // the slave side, open for as long as the Terminal lives: tcgetattr
-    long cpu_ms(); // processor time of the child so far
+    long cpu_ms();               // processor time of the child so far
+
+    // Its settings are the program's, and stay when that has ended.
+    Pty pty;
 
 private:
-    struct State;
-    std::unique_ptr<State> state_;
+    struct Report;
+
+    void keep(const std::function<int()>& body, const RunOptions& options);
+    bool pump(int ms);
+    void take_all();
+
+    int cols_, rows_;
+    VTerm* vterm_;
+    VTermScreen* screen_;
+    std::string output_;
+    Report* report_;
+    pid_t keeper_ = 0;
 };
 
 /// Runs a program without a terminal, standard input from /dev/null, to its end: a minute at most.
