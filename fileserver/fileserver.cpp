@@ -10,6 +10,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <string_view>
 
 namespace kx {
 
@@ -28,6 +29,11 @@ constexpr Server servers[] = {
     {.id = FILESERVER_CBM, .request = cbm_fileserver_request, .reset = cbm_reset},
 };
 
+/// What a format ends its line with: they differ.
+std::string_view line_end(std::string_view format) {
+    return format.substr(format.find_last_not_of("\r\n") + 1);
+}
+
 } // namespace
 
 int fileserver_handle_byte(std::uint8_t byte) {
@@ -44,8 +50,12 @@ void fileserver_log(const char* format, ...) {
     char text[LOG_MAX];
     va_list args;
     va_start(args, format);
-    std::vsnprintf(text, sizeof text, format, args);
+    const int length = std::vsnprintf(text, sizeof text, format, args);
     va_end(args);
+    if (length >= static_cast<int>(sizeof text)) { // cut, but not its line end
+        const std::string_view end = line_end(format);
+        end.copy(text + sizeof text - 1 - end.size(), end.size());
+    }
     msg_print("%s", text);
 }
 

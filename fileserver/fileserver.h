@@ -14,7 +14,7 @@ namespace kx {
 int fileserver_handle_byte(std::uint8_t byte);
 
 /// Logs printf-style by `msg_print`, unless messages are silent. The text is formatted into 256
-/// characters, its zero byte included, and cut there. Texts from the target or the disc must have
+/// characters, its zero byte included, and cut there before the line end of its format. Texts from the target or the disc must have
 /// been through `ascii_escape`.
 void fileserver_log(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
