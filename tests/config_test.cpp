@@ -41,19 +41,14 @@ struct Config : testing::Test {
 };
 
 TEST_F(Config, BaseDirectoryComesFromTheEnvironmentThenTheProgramPath) {
-    const struct {
-        const char* env;
-        const char* program;
-        const char* base;
-    } rows[] = {{"/opt/kx", "bin/kxsetup", "/opt/kx/"},
-                {"/opt/kx/", "", "/opt/kx//"},
-                {nullptr, "bin/kxsetup", "bin/"},
-                {nullptr, "C:\\kx\\kxsetup", "C:\\kx\\"},
-                {nullptr, "/kxsetup", "./"},
-                {nullptr, "", "./"}};
-    for (const auto& row : rows) {
-        row.env != nullptr ? setenv("KXPATH", row.env, 1) : unsetenv("KXPATH");
-        EXPECT_EQ(config_find_base_dir(row.program, "KXPATH"), row.base) << row.program;
+    setenv("KXPATH", "/opt/kx/", 1);
+    EXPECT_EQ(config_find_base_dir("bin/kxsetup", "KXPATH"), "/opt/kx//");
+    unsetenv("KXPATH");
+    for (const auto& [program, directory] : {std::pair{"bin/kxsetup", "bin/"},
+                                             {"C:\\kx\\kxsetup", "C:\\kx\\"},
+                                             {"/kxsetup", "./"},
+                                             {"", "./"}}) {
+        EXPECT_EQ(config_find_base_dir(program, "KXPATH"), directory) << program;
     }
 }
 

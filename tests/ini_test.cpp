@@ -21,12 +21,6 @@ using testing::ExitedWithCode;
 
 namespace {
 
-std::string reported;
-
-void collect(const char* text) {
-    reported += text;
-}
-
 /// A document read from `text`.
 struct ReadDocument : IniDocument {
     TempDir dir;
@@ -133,8 +127,9 @@ TEST(Ini, SplitsLists) {
 }
 
 TEST(Ini, ReportsUnreadableFilesAndLeavesTheDocument) {
+    static std::string reported;
+    ini_set_reporter([](const char* text) { reported += text; });
     ReadDocument doc("[s]\nk=v\n");
-    ini_set_reporter(collect);
     const std::string pipe = doc.dir.file("pipe");
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     const int writer = open(pipe.c_str(), O_RDWR);

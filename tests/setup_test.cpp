@@ -29,14 +29,11 @@ struct Setup : testing::Test {
         return run_program(args, options);
     }
 
-    struct Step {
-        std::string keys;
-        std::string shown; // by what they do
-    };
-    static void walk(Terminal& terminal, const std::vector<Step>& steps) {
-        for (const Step& step : steps) {
-            terminal.type(step.keys);
-            terminal.wait_for(step.shown);
+    using Steps = std::vector<std::pair<std::string, std::string>>; // keys, and what they show
+    static void walk(Terminal& terminal, const Steps& steps) {
+        for (const auto& [keys, shown] : steps) {
+            terminal.type(keys);
+            terminal.wait_for(shown);
         }
     }
 

@@ -53,10 +53,9 @@ struct BaseDir {
     }
 
     /// Of the two targets that kx.ini lists, only c64 is there.
-    void write_main(const std::string& colors = "col_kx") const {
-        dir.write("kx.ini",
-                  main_text(colors + "\nn0=col_kx\nnum=1\n", "c64\nn0=c64\nn1=gone\nnum=2\n",
-                            "map_ascii\nn0=map_ascii\nnum=1\n"));
+    void write_main() const {
+        dir.write("kx.ini", main_text("col_kx\nn0=col_kx\nnum=1\n", "c64\nn0=c64\nn1=gone\nnum=2\n",
+                                      "map_ascii\nn0=map_ascii\nnum=1\n"));
     }
 };
 

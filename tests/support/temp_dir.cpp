@@ -23,30 +23,23 @@ TempDir::TempDir() {
 TempDir::~TempDir() {
     std::error_code error;
     fs::remove_all(path_, error);
-    if (error) {
-        ADD_FAILURE() << path_ << " stays: " << error.message();
-    }
+    EXPECT_FALSE(error) << path_ << " stays: " << error.message();
 }
 
 std::string TempDir::write(const std::string& name, const std::string& content) const {
     std::string path = file(name);
     std::error_code error;
     fs::create_directories(fs::path(path).parent_path(), error);
-    std::ofstream stream(path, std::ios::binary | std::ios::trunc);
-    stream << content;
-    stream.close();
-    if (!stream) {
-        ADD_FAILURE() << path << " could not be written";
-    }
+    std::ofstream stream(path, std::ios::binary);
+    stream << content << std::flush;
+    EXPECT_TRUE(stream) << path << " could not be written";
     return path;
 }
 
 std::string read_file(const std::string& path) {
     std::ifstream stream(path, std::ios::binary);
     std::string content{std::istreambuf_iterator<char>(stream), {}};
-    if (!stream.is_open() || stream.bad()) {
-        ADD_FAILURE() << path << " could not be read";
-    }
+    EXPECT_TRUE(stream.is_open() && !stream.bad()) << path << " could not be read";
     return content;
 }
 
