@@ -1,7 +1,7 @@
 // Character sets: the conversions in all forms, reading of charset files, and the shipped tables.
 #include "charsets/charset.h"
 
-#include "support/temp_dir.h"
+#include "tests/support/temp_dir.h"
 
 #include <gmock/gmock.h>
 

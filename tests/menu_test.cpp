@@ -51,14 +51,6 @@ int show(Menu menu) {
     return 0;
 }
 
-int show_box(const char* text) {
-    con_open();
-    const int key = msgbox_run(text);
-    con_close();
-    con_printf("= %d\n", key);
-    return 0;
-}
-
 TEST(Menu, KeysMoveScrollAndChoose) {
     const struct {
         const char* name;
@@ -145,13 +137,15 @@ TEST(MessageBox, ShowsItsTextInACentredFrame) {
     };
     for (const auto& row : rows) {
         Terminal terminal(20, 6);
-        terminal.run([&] { return show_box(row.text); });
+        terminal.run([&] {
+            con_open();
+            return msgbox_run(row.text);
+        });
         terminal.wait_for("·------");
         terminal.type(row.keys);
         wait_for_screen(terminal, framed(6, row.x, row.y, row.lines));
         terminal.type("x");
-        EXPECT_EQ(terminal.wait_exit(), 0);
-        EXPECT_EQ(terminal.row(0), "= 120");
+        EXPECT_EQ(terminal.wait_exit(), 'x');
     }
 }
 

@@ -14,11 +14,9 @@
 namespace kx {
 namespace {
 
-std::uint32_t now_ms; // the time, as the tests have it
+using test::times;
 
-std::string back(std::size_t n) {
-    return std::string(n, '\b');
-}
+std::uint32_t now_ms; // the time, as the tests have it
 
 // What a function writes without a screen: standard output, "&", standard error.
 std::string told(const std::function<void()>& body) {
@@ -45,7 +43,7 @@ void one_of_each() {
 }
 
 TEST(Msg, VerbosityAndModeDecideWhatIsTold) {
-    const std::string shown = "*b6[-] 3/4 075%" + back(12) + "[ok]        \n\r&";
+    const std::string shown = "*b6[-] 3/4 075%" + times(12, "\b") + "[ok]        \n\r&";
     const struct {
         int mode;
         Verbosity level;
@@ -90,9 +88,9 @@ TEST(Progress, RedrawsInPlaceAtMostFourTimesASecond) {
         progress_end(-1);
         progress_update(1, 2); // no display is left to redraw
     });
-    EXPECT_EQ(text, "load[-]" + back(3) + "[/]     42/123456 000%" + back(22) +
-                        std::string(22, ' ') + back(22) + "[|] 7/9 077%" + back(12) +
-                        "[\\] 7/9 077% ( 3/10)" + back(20) + "[error]             \n\r&");
+    EXPECT_EQ(text, "load[-]" + times(3, "\b") + "[/]     42/123456 000%" + times(22, "\b") +
+                        std::string(22, ' ') + times(22, "\b") + "[|] 7/9 077%" + times(12, "\b") +
+                        "[\\] 7/9 077% ( 3/10)" + times(20, "\b") + "[error]             \n\r&");
 }
 
 TEST(Msg, MessagesNeitherSpoilTheScreenNorAreLostWithIt) {

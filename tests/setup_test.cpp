@@ -118,23 +118,20 @@ TEST_F(Setup, OptionsPrintAndEndTheProgram) {
 }
 
 TEST_F(Setup, MissingSectionsEndTheProgram) {
-    const struct {
-        const char* file;
-        std::string text;
-        const char* section;
-    } rows[] = {{"kx.ini", "[colors]\ndefault=col_kx\n", "targets"},
-                {"config/broken.ini", "[conf]\ntype=target\n", "config"},
-                {"config/c64.ini", target_text("[files]", "[fils]"), "files"},
-                {"config/col_kx.ini", "[config]\ntype=colors\n", "colors"}};
-    for (const auto& row : rows) {
+    const std::tuple<const char*, std::string, const char*> rows[] = {
+        {"kx.ini", "[colors]\ndefault=col_kx\n", "targets"},
+        {"config/broken.ini", "[conf]\ntype=target\n", "config"},
+        {"config/c64.ini", target_text("[files]", "[fils]"), "files"},
+        {"config/col_kx.ini", "[config]\ntype=colors\n", "colors"}};
+    for (const auto& [file, text, missing] : rows) {
         const BaseDir fresh;
         fresh.write_main();
-        fresh.dir.write(row.file, row.text);
+        fresh.dir.write(file, text);
         options.env["KXPATH"] = fresh.dir.path();
         const Outcome outcome = run({});
-        EXPECT_EQ(outcome.status, 255) << row.file;
-        EXPECT_THAT(outcome.out, HasSubstr("error in ini file " + fresh.path + row.file +
-                                           ": couldnt find section " + row.section + "\n"));
+        EXPECT_EQ(outcome.status, 255) << file;
+        EXPECT_THAT(outcome.out, HasSubstr("error in ini file " + fresh.path + file +
+                                           ": couldnt find section " + missing + "\n"));
     }
 }
 
@@ -222,11 +219,11 @@ TEST_F(Setup, ShippedFilesShowTheMenuInTheMiddleOfAnyScreen) {
         if (cols == 40) { // the menu alone
             const std::string readme = read_file(KX_SOURCE_DIR "/README.md");
             const std::regex line_begin("\n(?=[^\n])"); // the menu's first: row 0 is empty
-            const auto picture = [&] {
-                return std::regex_replace(terminal.screen(), line_begin, "\n    ");
+            const auto is_shown = [&] {
+                const auto picture = std::regex_replace(terminal.screen(), line_begin, "\n    ");
+                return readme.find(picture) != std::string::npos;
             };
-            terminal.wait_until([&] { return readme.find(picture()) != std::string::npos; },
-                                "the picture in README.md");
+            terminal.wait_until(is_shown, "the picture in README.md");
         }
         leave(terminal);
         EXPECT_EQ(terminal.output().find("warning"), std::string::npos) << terminal.output();
