@@ -14,8 +14,8 @@ namespace kx {
 int fileserver_handle_byte(std::uint8_t byte);
 
 /// Logs printf-style by `msg_print`, unless messages are silent. The text is formatted into 256
-/// characters, its zero byte included, and cut there before the line end of its format. Texts from the target or the disc must have
-/// been through `ascii_escape`.
+/// characters, its zero byte included, and cut there before the line end of its format. Texts from
+/// the target or the disc must have been through `ascii_escape`.
 void fileserver_log(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 /// Forgets what the servers and the host's side of them keep between requests, and closes what
