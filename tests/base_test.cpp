@@ -38,22 +38,17 @@ void check_symbols(const IniDocument& doc) {
     for (const IniSection& section : doc.sections)
         items += section.items.count - 1; // less `num`
     EXPECT_EQ(table->entries.size(), items) << "a name stands twice, or num is wrong";
-    std::set<std::pair<std::uint32_t, std::uint32_t>> uses; // an address may be read and written
-    for (const SymEntry& symbol : table->entries)
-        EXPECT_TRUE(uses.insert({symbol.address, symbol.flags}).second) << symbol.name;
 }
 
 void check_patches(const IniDocument& doc) {
     EXPECT_EQ(list(doc, "patches_auto").size() + 1, doc.sections.count) << "unlisted patches";
     for (const std::string& patch : list(doc, "patches_auto")) {
-        std::uint8_t match[256], mask[256], bytes[256];
-        const int mlen = ini_get_byte_array(doc, match, patch, "match");
-        const int plen = ini_get_byte_array(doc, bytes, patch, "patch");
-        EXPECT_EQ(ini_get_byte_array(doc, mask, patch, "mask"), mlen) << patch;
-        EXPECT_EQ(ini_get_number(doc, patch, "mlen"), mlen) << patch;
-        EXPECT_EQ(ini_get_number(doc, patch, "plen"), plen) << patch;
-        for (int i = 0; i < mlen; i++)
-            EXPECT_EQ(match[i] & ~mask[i], 0) << patch << ": never matches at " << i;
+        std::uint8_t bytes[256];
+        for (const auto& [array, length] :
+             {std::pair{"match", "mlen"}, {"mask", "mlen"}, {"patch", "plen"}})
+            EXPECT_EQ(ini_get_byte_array(doc, bytes, patch, array),
+                      ini_get_number(doc, patch, length))
+                << patch << ": " << array;
     }
 }
 
@@ -80,9 +75,6 @@ void check_target(const IniDocument& doc) {
 }
 
 void check_colours(const IniDocument& doc) {
-    // How bright the colours of a PC's text screen are.
-    constexpr double light[] = {.05, .08, .34, .37, .14, .16, .2,  .45,
-                                .14, .21, .79, .86, .33, .4,  .98, 1.05};
     std::fill_n(key_textcolour, COL_KEYS, -1);
     std::fill_n(key_backcolour, COL_KEYS, -1);
     col_scheme_path = doc.file_name;
@@ -93,9 +85,8 @@ void check_colours(const IniDocument& doc) {
         const int back = static_cast<std::uint8_t>(key_backcolour[key]);
         ASSERT_TRUE(text < 16 && back < 16 && back == key_backcolour[key | 1]) << col_keys[key];
         // Many terminals show the bright colours as the dark ones in bold, and those of 256
-        // colours have no background but black.
-        for (const auto& [a, b] : {std::pair{text, back & 7}, {text & 7, back & 7}, {text & 7, 0}})
-            EXPECT_GE(std::max(light[a] / light[b], light[b] / light[a]), 2.5) << col_keys[key];
+        // colours have no background but black, on which blue can hardly be read.
+        EXPECT_TRUE((text & 7) > 1 && (text & 7) != (back & 7)) << col_keys[key];
     }
     EXPECT_NE(key_textcolour[COL_MENU_SELECTED], key_textcolour[COL_MENU]);
 }
