@@ -14,11 +14,10 @@
 #include "ui/msg.h"
 
 #include <filesystem>
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <sstream>
 
 using namespace kx;
-using testing::HasSubstr;
 using namespace std::string_literals;
 
 namespace {
@@ -160,7 +159,6 @@ TEST_F(Load, EveryTypeGoesToItsPlaceOrNowhere) {
         {"a.nes", image(16911, {{0, "NES\x1A\1\0\4"s}}), unfit}, // the trainer
         {"a.nes", image(24591, {{0, "NES\x1A\1\1"}}), unfit},    // the characters
         {"a.txt", "x", "' is no program (plain ascii text)."},
-        {"a.lbl", "x", "' is no program (VICE label file)."},
         {"a.d64", "x", "' is no program (Commodore 1541 Disc Image)."},
     };
     for (const auto& row : rows) {
@@ -203,19 +201,6 @@ TEST_F(Load, SavesWhatItCanSaveAndNothingElse) {
         EXPECT_TRUE(content.empty() || test::read_file(name) == content) << name;
         EXPECT_EQ(std::filesystem::remove(name), !content.empty()) << name; // nothing is left
     }
-}
-
-TEST_F(Load, ProgramsOfARealAssembler) {
-    if (std::system("which cl65 >/dev/null") != 0) {
-        GTEST_SKIP() << "cc65 is not installed";
-    }
-    dir.write("a.s", ".export start, loop\n.segment \"CODE\"\nstart: lda #$42\nloop: jmp loop\n");
-    ASSERT_EQ(std::system("cl65 -t c64 -C c64-asm.cfg -u __EXEHDR__ -Ln a.lbl -o a.prg a.s"), 0);
-    EXPECT_EQ(file_load("a.prg", 0), 1);
-    EXPECT_EQ(filehandler_readsymfile(sym_store, "a.lbl", SYMFILE_VICE), 1);
-    EXPECT_THAT(after(), testing::StartsWith("801-812:80d 801:"));
-    EXPECT_THAT(after(), HasSubstr("\xA9\x42\x4C\x0F\x08\n"));
-    EXPECT_THAT(after(), HasSubstr("\nal 00080f .loop\n"));
 }
 
 TEST(Hexdump, ShowsPlacesBytesAndCharacters) {
