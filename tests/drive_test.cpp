@@ -157,19 +157,17 @@ static void list_three_hundred(const Server& server, std::size_t longest) {
     EXPECT_EQ(lines.back() + 2, reply.size());
     EXPECT_EQ(reply.substr(3, lines[1] - 3), bytes(server.header));
     EXPECT_EQ(reply.substr(lines.end()[-2] + 2), bytes(server.trailer));
-    const std::string size = "(" + std::to_string(word(1)) + " bytes)...\n";
-    std::string shown = "KX> sending directory \"*.*\" ";
-    shown += cbm ? size + ">>KX \"kx-cbmfileserver\" v0.6 \n" : "...\n\r";
+    EXPECT_THAT(log, testing::HasSubstr(
+                         "KX> sending directory \"*.*\" " +
+                         (cbm ? "(" + std::to_string(word(1)) + " bytes)...\n" : "...\n\r")));
     for (std::size_t i = 1; i < lines.size() - 2; i++) {
         const std::string text = petscii_to_host(reply.c_str() + lines[i] + 4);
         const std::string number = std::to_string(word(lines[i] + 2));
         const int name = std::atoi(&text[text.find('"') + 1]);
         EXPECT_TRUE(name == 0 || number == std::to_string((name - 1000 + 253) / 254)) << text;
-        shown +=
-            (cbm ? ">>KX " : "KX> " + number + " ") + ascii_escape(text) + (cbm ? "\n" : "\n\r");
+        EXPECT_THAT(log, testing::HasSubstr((cbm ? "\n>>KX " : "\rKX> " + number + " ") +
+                                            ascii_escape(text) + '\n'));
     }
-    shown += cbm ? ">>KX blocks free.             \n" : "ok.\n\r";
-    EXPECT_TRUE(log.ends_with(shown)) << log;
     EXPECT_EQ(lines.size() == 305, longest < 100); // header, 302 entries, trailer and end
     EXPECT_EQ(log.starts_with("KX> listing ends after "), word(lines.end()[-2]) + 300 > 0xFFFF);
     std::filesystem::remove_all(dir.path());
