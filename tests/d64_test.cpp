@@ -70,8 +70,7 @@ std::string random_bytes(int count) {
 }
 
 /// An image file in a directory that is the current one too.
-class D64 : public testing::Test {
-protected:
+struct D64 : testing::Test {
     D64() {
         d64_reset();
         Charset* charset = charset_of_mode(CHARSET_UPASC);

@@ -41,8 +41,7 @@ TEST(FileType, NameMachineAndCpuDecide) {
     }
 }
 
-class Load : public testing::Test {
-protected:
+struct Load : testing::Test {
     Load() {
         std::filesystem::current_path(dir.path());
         active_config.cpu = CPU_6510;

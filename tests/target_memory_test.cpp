@@ -44,17 +44,6 @@ struct TargetMemory : testing::Test {
     test::TempDir dir;
 };
 
-struct HeldImage : TargetMemory {
-    HeldImage() {
-        connect(target.device());
-        EXPECT_EQ(target_imgopen(image, "no such file", true), 1);
-    }
-
-    ScriptedTarget target;
-    ImageHandle image{
-        .file = nullptr, .held = true, .type = IMAGE_TYPE_D64, .kind = IMAGE_KIND_HELD};
-};
-
 } // namespace
 
 TEST_F(TargetMemory, ReadsTheWindowThenTheFillerThenTheSimulator) {
@@ -133,7 +122,12 @@ TEST_F(TargetMemory, ReadsAndWritesImageFilesThemselvesOrAsMemory) {
     EXPECT_EQ(mem_read_block(back, 0), -1);
 }
 
-TEST_F(HeldImage, MovesInChunks) {
+TEST_F(TargetMemory, ReadsAndWritesHeldImagesInBlocksOnTheDisc) {
+    ScriptedTarget target;
+    connect(target.device());
+    ImageHandle image{
+        .file = nullptr, .held = true, .type = IMAGE_TYPE_D64, .kind = IMAGE_KIND_HELD};
+    EXPECT_EQ(target_imgopen(image, "no such file", true), 1);
     const std::string data = std::string(256, 'x') + std::string(256, 'y');
     const FilePtr host = file_open(dir.write("host", data), "rb");
     EXPECT_EQ(target_imgwritefchunk(image, host.get(), 91136, 513), -1); // sends nothing
@@ -142,13 +136,6 @@ TEST_F(HeldImage, MovesInChunks) {
     const FilePtr copy = file_open(dir.file("copy"), "wb");
     EXPECT_EQ(target_imgreadfchunk(image, copy.get(), 91137, 511), 1);
     EXPECT_EQ(test::read_file(dir.file("copy")), data.substr(1));
-    EXPECT_THAT(target.commands,
-                ElementsAre("41 4C 11 00 14 00 00 00 00 01", "41 4C 12 00 00 00 00 00 00 01",
-                            "41 4C 12 00 01 00 00 00 00 00", "41 4D 11 00 14 00 01 00 00 01",
-                            "41 4D 12 00 00 00 01 00 FF 00"));
-}
-
-TEST_F(HeldImage, HasPlacesOnTheDiscAndSendsNothingForOthers) {
     Bytes bytes(256);
     for (const std::int64_t offset : {-1, 200960 - 255, 200960}) {
         EXPECT_EQ(target_imgread(image, bytes, offset), -1) << offset;
@@ -163,11 +150,13 @@ TEST_F(HeldImage, HasPlacesOnTheDiscAndSendsNothingForOthers) {
     image.type = 15;
     EXPECT_EQ(target_imgread(image, bytes, 0), -1);
     EXPECT_THAT(target.commands,
-                ElementsAre("41 4D 01 00 00 00 00 00 01 00", "41 4D 11 00 14 00 FF 00 01 00",
-                            "41 4D 12 00 00 00 01 00 01 00", "41 4D 19 00 00 00 00 00 01 00",
-                            "41 4D 1E 00 11 00 FF 00 01 00", "41 4D 1F 00 00 00 00 00 01 00",
-                            "41 4D 29 00 10 00 FF 00 01 00", "41 4D 29 00 10 00 00 00 00 01",
-                            "41 4D 01 00 00 00 00 00 00 01"));
+                ElementsAre("41 4C 11 00 14 00 00 00 00 01", "41 4C 12 00 00 00 00 00 00 01",
+                            "41 4C 12 00 01 00 00 00 00 00", "41 4D 11 00 14 00 01 00 00 01",
+                            "41 4D 12 00 00 00 01 00 FF 00", "41 4D 01 00 00 00 00 00 01 00",
+                            "41 4D 11 00 14 00 FF 00 01 00", "41 4D 12 00 00 00 01 00 01 00",
+                            "41 4D 19 00 00 00 00 00 01 00", "41 4D 1E 00 11 00 FF 00 01 00",
+                            "41 4D 1F 00 00 00 00 00 01 00", "41 4D 29 00 10 00 FF 00 01 00",
+                            "41 4D 29 00 10 00 00 00 00 01", "41 4D 01 00 00 00 00 00 00 01"));
 }
 
 } // namespace kx

@@ -77,15 +77,6 @@ std::string numbered(int from, int to) {
     return text;
 }
 
-void start_file(Terminal& terminal, const std::string& path) {
-    terminal.run([path] {
-        std::fill_n(key_textcolour, COL_KEYS, std::int8_t{7});
-        key_textcolour[COL_MENUBAR_HOTKEY] = 14;
-        con_open();
-        return view_file("", path);
-    });
-}
-
 void expect_row(Terminal& terminal, int y, const std::string& text) {
     terminal.wait_until([&] { return terminal.row(y) == text; }, text);
 }
@@ -99,7 +90,12 @@ TEST(Viewer, ShowsAShortFileWhatItGainsAndFollowsTheTerminalsSize) {
     const TempDir dir;
     const std::string path = dir.write("h\x1b]0;x", numbered(1, 4) + "half \xc3");
     Terminal terminal(80, 25);
-    start_file(terminal, path);
+    terminal.run([path] {
+        std::fill_n(key_textcolour, COL_KEYS, std::int8_t{7});
+        key_textcolour[COL_MENUBAR_HOTKEY] = 14;
+        con_open();
+        return view_file("", path);
+    });
     const std::string title = " [KXVIEW 0.2] [" + dir.path() + "/h.]0;x]";
     const std::string status = " lines 1-23 of 5 - [Cursor/PageUp-Down/Home/End] Scroll";
     expect_row(terminal, 24, status + std::string(68 - status.size(), '-') + " [ESC] Quit");

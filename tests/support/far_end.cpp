@@ -42,10 +42,6 @@ std::string bytes(const std::string& text) {
     return result;
 }
 
-std::string hex(const std::string& bytes) {
-    return hex(std::vector<std::uint8_t>(bytes.begin(), bytes.end()));
-}
-
 FarEnd::FarEnd() : handle(fileserver_handle_byte) {
     active_config.port_type = PORT_SERIAL;
     EXPECT_EQ(port_open(pty_.device, 38400), 1);

@@ -12,9 +12,6 @@ namespace kx::test {
 /// a zero. Blanks only separate.
 std::string bytes(const std::string& text);
 
-/// Bytes as `bytes` reads them, in hexadecimal throughout: "01 AC 00".
-std::string hex(const std::string& bytes);
-
 class FarEnd {
 public:
     FarEnd(); // opens the port on its line

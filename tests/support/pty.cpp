@@ -10,14 +10,6 @@
 
 namespace kx::test {
 
-std::string hex(const std::vector<std::uint8_t>& bytes) {
-    const char* const digits = "0123456789ABCDEF";
-    std::string text;
-    for (std::uint8_t byte : bytes)
-        text += {' ', digits[byte >> 4], digits[byte & 15]};
-    return text.empty() ? text : text.substr(1);
-}
-
 Pty::Pty() {
     master = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     if (master >= 0 && grantpt(master) == 0 && unlockpt(master) == 0) {

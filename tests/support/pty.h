@@ -8,7 +8,14 @@
 
 namespace kx::test {
 
-std::string hex(const std::vector<std::uint8_t>& bytes); // "41 43 01"
+/// "41 43 01", of bytes in a vector or a string.
+std::string hex(const auto& bytes) {
+    const char* const digits = "0123456789ABCDEF";
+    std::string text;
+    for (const std::uint8_t byte : bytes)
+        text += {' ', digits[byte >> 4], digits[byte & 15]};
+    return text.substr(text.empty() ? 0 : 1);
+}
 
 struct Pty {
     std::string device; // for serial_open

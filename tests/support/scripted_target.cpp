@@ -41,7 +41,7 @@ void ScriptedTarget::run() {
             std::vector<std::uint8_t> answer;
             while (!writes && answer.size() < argument(8))
                 answer.push_back(image[at++]);
-            commands.push_back(hex({input.begin(), data}));
+            commands.push_back(hex(std::vector(input.begin(), data)));
             pty.send(answer);
             input.erase(input.begin(), end);
         }
