@@ -7,6 +7,7 @@
 #include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <regex>
 #include <sys/stat.h>
 
 namespace kx::test {
@@ -193,14 +194,24 @@ TEST_F(Setup, ShippedFilesShowTheMenuInTheMiddleOfAnyScreen) {
         start(terminal, "Select T");
         const int x = std::max(cols / 2 - 20, 0) + 7, y = std::max(rows / 2 - 4, 0) + 1;
         EXPECT_EQ(static_cast<int>(terminal.row(y).find("Select T")), x) << terminal.screen();
+        if (cols == 40) { // the menu alone
+            const std::string readme = read_file(KX_SOURCE_DIR "/README.md");
+            const std::regex line_begin("\n(?=[^\n])"); // the menu's first: row 0 is empty
+            const auto is_shown = [&] {
+                const auto picture = std::regex_replace(terminal.screen(), line_begin, "\n    ");
+                return readme.find(picture) != std::string::npos;
+            };
+            terminal.wait_until(is_shown, "the picture in README.md");
+        }
         leave(terminal);
         EXPECT_EQ(terminal.output().find("warning"), std::string::npos) << terminal.output();
     }
 }
 
-TEST_F(Setup, MenuSleepsUntilASignalEndsItAndLeavesTheFile) {
+TEST_F(Setup, MenuSleepsUntilASignalEndsItAndLeavesAllAsItWas) {
     base.write_main();
     Terminal terminal(80, 25);
+    const std::vector<tcflag_t> found = terminal.pty.settings();
     start(terminal);
     using Clock = std::chrono::steady_clock;
     const long used = terminal.cpu_ms();
@@ -209,6 +220,7 @@ TEST_F(Setup, MenuSleepsUntilASignalEndsItAndLeavesTheFile) {
     EXPECT_LT(terminal.cpu_ms() - used, 200) << "a loop that polls without waiting takes 400";
     terminal.signal(SIGTERM);
     EXPECT_EQ(terminal.wait_exit(), 128 + SIGTERM);
+    EXPECT_EQ(terminal.pty.settings(), found);
     EXPECT_THAT(main_file(), HasSubstr("n1=gone")) << "still the old file";
 }
 
