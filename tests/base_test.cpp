@@ -45,10 +45,11 @@ void check_patches(const IniDocument& doc) {
     for (const std::string& patch : list(doc, "patches_auto")) {
         std::uint8_t bytes[256];
         for (const auto& [array, length] :
-             {std::pair{"match", "mlen"}, {"mask", "mlen"}, {"patch", "plen"}})
+             {std::pair{"match", "mlen"}, {"mask", "mlen"}, {"patch", "plen"}}) {
             EXPECT_EQ(ini_get_byte_array(doc, bytes, patch, array),
                       ini_get_number(doc, patch, length))
                 << patch << ": " << array;
+        }
     }
 }
 
