@@ -1,8 +1,8 @@
 // Character set tables and the conversions through them.
 #include "charsets/charset.h"
 
-#include "ini/ascii.h"
 #include "ui/msg.h"
+#include "util/ascii.h"
 
 #include <algorithm>
 #include <span>

@@ -2,9 +2,9 @@
 #include "core/simulator.h"
 
 #include "core/active_config.h"
-#include "core/bytes.h"
-#include "core/paged_bytes.h"
 #include "core/registry.h"
+#include "util/bytes.h"
+#include "util/paged_bytes.h"
 
 #include <memory>
 #include <new>

@@ -3,8 +3,8 @@
 #include "files/d64_private.h"
 
 #include "charsets/charset.h"
-#include "core/bytes.h"
-#include "ini/ascii.h"
+#include "util/ascii.h"
+#include "util/bytes.h"
 
 #include <algorithm>
 

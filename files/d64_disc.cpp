@@ -2,7 +2,7 @@
 // memory, the map of free ones, and the chains that link them.
 #include "files/d64_private.h"
 
-#include "ini/file.h"
+#include "util/file.h"
 
 #include <algorithm>
 #include <bit>

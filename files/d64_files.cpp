@@ -1,8 +1,8 @@
 // Files of a 1541 disc: copying them out, adding and deleting them.
 #include "files/d64_private.h"
 
-#include "ini/file.h"
 #include "ui/msg.h"
+#include "util/file.h"
 
 #include <algorithm>
 #include <limits>

@@ -2,7 +2,7 @@
 #include "files/filetype.h"
 
 #include "core/active_config.h"
-#include "ini/ascii.h"
+#include "util/ascii.h"
 
 #include <string>
 

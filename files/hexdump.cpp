@@ -1,7 +1,7 @@
 // The hexadecimal dump of a file.
 #include "files/hexdump.h"
 
-#include "ini/ascii.h"
+#include "util/ascii.h"
 
 #include <algorithm>
 

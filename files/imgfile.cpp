@@ -3,8 +3,8 @@
 
 #include "files/d64.h"
 #include "files/filetype.h"
-#include "ini/file.h"
 #include "ui/msg.h"
+#include "util/file.h"
 
 #include <utility>
 #include <vector>

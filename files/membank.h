@@ -2,7 +2,7 @@
 // at target addresses; what is not covered by a block reads as 0.
 #pragma once
 
-#include "core/paged_bytes.h"
+#include "util/paged_bytes.h"
 
 #include <cstdint>
 #include <memory>

@@ -1,9 +1,9 @@
 // NES cartridges in iNES files: the header, and what is sent of the banks.
 #include "files/nes.h"
 
-#include "core/bytes.h"
 #include "files/transfer.h"
 #include "ui/msg.h"
+#include "util/bytes.h"
 
 #include <algorithm>
 

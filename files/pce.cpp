@@ -1,9 +1,9 @@
 // PC-Engine images, to the target.
 #include "files/pce.h"
 
-#include "core/bytes.h"
 #include "files/transfer.h"
 #include "ui/msg.h"
+#include "util/bytes.h"
 
 namespace kx {
 

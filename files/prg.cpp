@@ -1,9 +1,9 @@
 // Commodore programs: where they go, where they start, to and from the target.
 #include "files/prg.h"
 
-#include "core/bytes.h"
 #include "files/transfer.h"
 #include "ui/msg.h"
+#include "util/bytes.h"
 
 namespace kx {
 

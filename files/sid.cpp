@@ -1,9 +1,9 @@
 // PlaySID tunes: the header, and what is sent of the file.
 #include "files/sid.h"
 
-#include "core/bytes.h"
 #include "files/transfer.h"
 #include "ui/msg.h"
+#include "util/bytes.h"
 
 namespace kx {
 

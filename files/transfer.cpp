@@ -1,11 +1,11 @@
 // Transfers of program files, the parts that all formats have in common.
 #include "files/transfer.h"
 
-#include "ini/ascii.h"
 #include "link/rate.h"
 #include "link/target_memory.h"
 #include "symfiles/symfiles.h"
 #include "ui/msg.h"
+#include "util/ascii.h"
 
 #include <algorithm>
 #include <vector>

@@ -2,7 +2,7 @@
 // progress and rate, fetching a range into a file, entry points, and the record of what was sent.
 #pragma once
 
-#include "ini/file.h"
+#include "util/file.h"
 
 #include <cstdint>
 #include <span>

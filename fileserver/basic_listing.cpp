@@ -1,8 +1,8 @@
 // Collects a directory's entries and puts BASIC lines together.
 #include "fileserver/basic_listing.h"
 
-#include "core/bytes.h"
 #include "fileserver/fileserver.h"
+#include "util/bytes.h"
 
 namespace kx {
 

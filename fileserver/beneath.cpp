@@ -32,8 +32,9 @@ std::string take_name(std::string& path) {
         return name;
     }
     path.erase(0, path.find_first_not_of('/', slash));
-    if (path.empty())
+    if (path.empty()) {
         path = ".";
+    }
     return name;
 }
 
@@ -61,8 +62,9 @@ HostFd beneath_open_kernel(int root, const std::string& path, int flags, mode_t 
     long fd = -1;
     for (int tries = 0; tries < TRIES_MAX; tries++) {
         fd = ::syscall(SYS_openat2, root, path.c_str(), &how, sizeof how);
-        if (fd >= 0 || errno != EAGAIN)
+        if (fd >= 0 || errno != EAGAIN) {
             break;
+        }
     }
     return HostFd(static_cast<int>(fd));
 }
@@ -74,34 +76,41 @@ HostFd beneath_open_walk(int root, const std::string& path, int flags, mode_t mo
         (flags & O_NOFOLLOW) == 0 && (flags & (O_CREAT | O_EXCL)) != (O_CREAT | O_EXCL);
     int links = 0;
     while (true) {
-        if (rest.starts_with('/'))
+        if (rest.starts_with('/')) {
             return fail(EXDEV);
+        }
         const std::string name = take_name(rest);
         const bool last = rest.empty();
         if (name == "..") {
-            if (entered.empty())
+            if (entered.empty()) {
                 return fail(EXDEV);
+            }
             entered.pop_back();
-            if (last)
+            if (last) {
                 rest = ".";
+            }
             continue;
         }
-        if (name == "." && !last)
+        if (name == "." && !last) {
             continue;
+        }
         const int dir = entered.empty() ? root : entered.back().get();
         const std::string target = link_target(dir, name);
         if (!target.empty() && (!last || follows_last)) {
-            if (++links > LINKS_MAX)
+            if (++links > LINKS_MAX) {
                 return fail(ELOOP);
+            }
             rest.insert(0, last ? target : target + "/");
             continue;
         }
         // A link that takes the name's place meanwhile fails: neither opening follows one.
-        if (last)
+        if (last) {
             return HostFd(::openat(dir, name.c_str(), flags | O_NOFOLLOW, mode));
+        }
         HostFd next(::openat(dir, name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-        if (!next)
+        if (!next) {
             return next;
+        }
         entered.push_back(std::move(next));
     }
 }

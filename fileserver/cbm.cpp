@@ -7,9 +7,9 @@
 #include "fileserver/host_files.h"
 #include "fileserver/line_private.h"
 #include "fileserver/petscii.h"
-#include "ini/ascii.h"
 #include "link/port.h"
 #include "ui/msg.h"
+#include "util/ascii.h"
 
 #include <algorithm>
 #include <climits>
@@ -74,10 +74,12 @@ std::string directory_program(const std::vector<ListedEntry>& entries, std::stri
         listing_add_line(program, link, number, codes);
         shown += ">>KX " + ascii_escape(text) + "\n";
     };
-    if (!entries.empty())
+    if (!entries.empty()) {
         add(0, listing_header(BANNER), true);
-    for (const auto& [entry, text] : entries)
+    }
+    for (const auto& [entry, text] : entries) {
         add(directory_blocks(entry), text); // its low 16 bits, which is all that a line has: meant
+    }
     add(0, std::string(LISTING_END));
     listing_add_end(program);
     return program;
@@ -89,12 +91,14 @@ bool send_directory() {
         static_cast<std::uint32_t>(listing_header(BANNER).size()) + 1 + LISTING_LINE_FRAME;
     std::vector<ListedEntry> entries =
         listing_collect(pattern, DirectoryStyle::Cbm, LOAD_ADDRESS + header_line);
-    if (entries.empty())
+    if (entries.empty()) {
         return false;
+    }
     // Should all be gone when looked for again, only the last line is left. What is announced are
     // the bytes that follow, whatever becomes of the directory.
-    if (!listing_finds_any())
+    if (!listing_finds_any()) {
         entries.clear();
+    }
     std::string shown;
     const std::string program = directory_program(entries, shown);
     fileserver_log("KX> sending directory \"%s\" (%d bytes)...\n", pattern.c_str(),
@@ -109,8 +113,9 @@ bool send_directory() {
 }
 
 bool change_directory(const std::string& name) {
-    if (host_chdir(name) != 0)
+    if (host_chdir(name) != 0) {
         return false;
+    }
     port_putc(REPLY_CHANGED);
     std::string directory;
     host_getcwd(directory, PATH_MAX);
@@ -122,16 +127,18 @@ bool change_directory(const std::string& name) {
 /// Sends the file's bytes, a log line for each. They go out in pieces, and at once when nobody
 /// sees the lines.
 bool send_with_progress(int file, std::uint32_t left, const std::string& shown) {
-    if (verbosity.silent != 0)
+    if (verbosity.silent != 0) {
         return line_send_file(file, left);
+    }
     while (left > 0) {
         const std::uint32_t piece = std::min(left, PROGRESS_PIECE);
         for (std::uint32_t i = 0; i < piece; i++) {
             fileserver_log("KX> sending file '%s' (%04lx bytes left.)...\r", shown.c_str(),
                            static_cast<unsigned long>(left - i));
         }
-        if (!line_send_file(file, piece))
+        if (!line_send_file(file, piece)) {
             return false;
+        }
         left -= piece;
     }
     return true;
@@ -140,8 +147,9 @@ bool send_with_progress(int file, std::uint32_t left, const std::string& shown) 
 bool send_file(const std::string& name) {
     std::uint32_t size = 0;
     const HostFd file = host_open_file(name, size);
-    if (!file)
+    if (!file) {
         return false;
+    }
     const std::string shown = ascii_escape(name);
     // More than the length can tell would leave target and host out of step, and does not fit the
     // target's memory either.
@@ -152,23 +160,28 @@ bool send_file(const std::string& name) {
     }
     port_putc(REPLY_SUCCESS);
     line_put16(size - LOAD_ADDRESS_SIZE);
-    if (send_with_progress(file.get(), size, shown))
+    if (send_with_progress(file.get(), size, shown)) {
         fileserver_log("KX> sending file '%s' (ok.)                  \r\n", shown.c_str());
+    }
     return true;
 }
 
 bool load() {
     std::string name;
-    if (!get_name(name))
+    if (!get_name(name)) {
         return false;
+    }
     name = petscii_to_host(name);
-    if (is_directory_name(name))
+    if (is_directory_name(name)) {
         return send_directory();
-    if (name.starts_with('.'))
+    }
+    if (name.starts_with('.')) {
         return change_directory(name);
+    }
     DirectoryEntry entry;
-    if (directory_find(name, entry) != 0)
+    if (directory_find(name, entry) != 0) {
         return false;
+    }
     return (entry.attribute & DIRECTORY_ATTRIBUTE) != 0 ? change_directory(name) : send_file(name);
 }
 
@@ -176,25 +189,29 @@ bool load() {
 
 bool save() {
     std::string name;
-    if (!get_name(name))
+    if (!get_name(name)) {
         return false;
+    }
     // Meant: the name is used as it came, while that of a load is translated.
     name = name.substr(0, name.find('\0'));
     const std::string shown = ascii_escape(name);
     fileserver_log("getting file \"%s\" ...\n", shown.c_str());
-    if (is_directory_name(name))
+    if (is_directory_name(name)) {
         return false;
+    }
     const HostFd file = host_create_file(name);
-    if (!file)
+    if (!file) {
         return false;
+    }
     port_putc(REPLY_READY);
     const std::uint32_t length = line_get16();
     fileserver_log("KX> getting file \"%s\" (%d bytes.)...\n", shown.c_str(),
                    static_cast<int>(length));
     bool written = false;
     if (port_state.read_error != 0 || // the length has not come
-        line_receive_file(file.get(), length, written) != length || !written)
+        line_receive_file(file.get(), length, written) != length || !written) {
         fileserver_log("KX> file \"%s\" is incomplete.\n", shown.c_str());
+    }
     return true;
 }
 
@@ -221,14 +238,17 @@ constexpr Command commands[] = {
 } // namespace
 
 int cbm_fileserver_request(std::uint8_t byte) {
-    if (byte != REQUEST)
+    if (byte != REQUEST) {
         return -1;
+    }
     const std::uint8_t code = port_getc();
     const Command* command = std::ranges::find(commands, code, &Command::code);
-    if (command == std::end(commands))
+    if (command == std::end(commands)) {
         return -1;
-    if (!command->run())
+    }
+    if (!command->run()) {
         port_putc(REPLY_FAILURE);
+    }
     return 0;
 }
 

@@ -2,11 +2,11 @@
 #include "fileserver/debug_console.h"
 
 #include "core/active_config.h"
-#include "core/bytes.h"
 #include "fileserver/petscii.h"
-#include "ini/ascii.h"
 #include "link/serial.h"
 #include "ui/msg.h"
+#include "util/ascii.h"
+#include "util/bytes.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -36,8 +36,9 @@ constexpr Console consoles[] = {
 
 const Console* find_console() {
     for (const Console& console : consoles) {
-        if (console.id == active_config.console)
+        if (console.id == active_config.console) {
             return &console;
+        }
     }
     return nullptr;
 }
@@ -46,15 +47,17 @@ const Console* find_console() {
 
 void target_console_init() {
     msg_info("target_console_init");
-    if (const Console* console = find_console())
+    if (const Console* console = find_console()) {
         console->init();
+    }
     msg_info("target_console_init done");
 }
 
 void target_console_deinit() {
     msg_info("target_console_deinit");
-    if (const Console* console = find_console())
+    if (const Console* console = find_console()) {
         console->deinit();
+    }
     msg_info("target_console_deinit done");
 }
 
@@ -70,8 +73,9 @@ std::uint8_t target_console_poll_byte() {
 }
 
 void target_console_putc(std::uint8_t byte) {
-    if (const Console* console = find_console())
+    if (const Console* console = find_console()) {
         console->putc(byte);
+    }
 }
 
 // No console has these two, the serial one included: meant, whoever reads one polls.
@@ -87,8 +91,9 @@ void serial_console_init() {
     msg_info("serial_console_init");
     // A program that runs without the console it was told to have would lose what the target
     // says, so that settings which fail end it as well.
-    if (serial_open(state.line, active_config.console_port, active_config.console_baud) != 1)
+    if (serial_open(state.line, active_config.console_port, active_config.console_baud) != 1) {
         std::exit(1);
+    }
     msg_info("serial_console_init done");
 }
 

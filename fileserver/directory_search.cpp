@@ -29,16 +29,18 @@ constexpr EntryForm cbm_forms[] = {{10, 3, 22}, {100, 2, 21}, {1000, 1, 20}, {AN
 int find_next(DirectorySearch& search, DirectoryEntry& entry, std::string& hidden) {
     std::string name;
     while (search.directory.read(name)) {
-        if (!directory_matches(name, search.pattern))
+        if (!directory_matches(name, search.pattern)) {
             continue;
+        }
         struct stat status = {};
         const HostStat result = search.directory.stat(name, status);
         if (result == HostStat::Hidden) {
             hidden = name;
             continue;
         }
-        if (result == HostStat::Failed) // a link that leads nowhere, and it is meant to end here
+        if (result == HostStat::Failed) { // a link that leads nowhere, and it is meant to end here
             break;
+        }
         entry.name = name;
         entry.attribute = S_ISDIR(status.st_mode) ? DIRECTORY_ATTRIBUTE : std::uint8_t{0};
         entry.date = directory_date(status.st_mtim.tv_sec);
@@ -56,8 +58,9 @@ int directory_find_first(DirectorySearch& search, const std::string& pattern,
     search.pattern = pattern.substr(0, PATTERN_MAX);
     std::string hidden;
     const int result = search.directory.open() ? find_next(search, entry, hidden) : -1;
-    if (result == -1 && !hidden.empty()) // a request for it, and not a listing that leaves it out
+    if (result == -1 && !hidden.empty()) { // a request for it, and not a listing that leaves it out
         host_log_hidden(hidden);
+    }
     return result;
 }
 
@@ -68,12 +71,14 @@ int directory_find_next(DirectorySearch& search, DirectoryEntry& entry) {
 
 int directory_find(const std::string& name, DirectoryEntry& entry) {
     DirectorySearch search;
-    if (directory_find_first(search, name, entry) != 0)
+    if (directory_find_first(search, name, entry) != 0) {
         return -1;
+    }
     DirectoryEntry other = entry;
     while (other.name != name) {
-        if (directory_find_next(search, other) != 0)
+        if (directory_find_next(search, other) != 0) {
             return 0;
+        }
     }
     entry = other;
     return 0;
@@ -97,8 +102,9 @@ bool directory_matches(std::string_view name, std::string_view pattern) {
 std::uint32_t directory_date(std::int64_t seconds) {
     const std::time_t time = seconds;
     std::tm parts = {};
-    if (::gmtime_r(&time, &parts) == nullptr) // a year beyond what an int counts
+    if (::gmtime_r(&time, &parts) == nullptr) { // a year beyond what an int counts
         return 0;
+    }
     // Six bits of the year and not the seven of MS-DOS: 2044 is 1980 again, as targets expect.
     const std::uint32_t year = (static_cast<std::uint32_t>(parts.tm_year) - 80) & 0x3F;
     return year << 9 | static_cast<std::uint32_t>(parts.tm_mon + 1) << 5 |
@@ -115,8 +121,9 @@ std::string directory_entry_text(const DirectoryEntry& entry, DirectoryStyle sty
     // Directories of the serial-slave server have the line number 0, those of the CBM their size.
     const std::uint32_t blocks = is_directory && !cbm ? 0 : directory_blocks(entry);
     const EntryForm* form = cbm ? cbm_forms : serialslave_forms;
-    while (blocks >= form->below)
+    while (blocks >= form->below) {
         form++;
+    }
     std::string text = std::string(form->blanks, ' ') + '"' + entry.name + '"';
     text.resize(std::max(form->width, text.size() + 1), ' ');
     return text + (is_directory ? "dir " : "prg ");

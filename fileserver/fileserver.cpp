@@ -38,15 +38,17 @@ std::string_view line_end(std::string_view format) {
 
 int fileserver_handle_byte(std::uint8_t byte) {
     for (const Server& server : servers) {
-        if (server.id == active_config.fileserver)
+        if (server.id == active_config.fileserver) {
             return server.request(byte);
+        }
     }
     return -1;
 }
 
 void fileserver_log(const char* format, ...) {
-    if (verbosity.silent != 0)
+    if (verbosity.silent != 0) {
         return;
+    }
     char text[LOG_MAX];
     va_list args;
     va_start(args, format);
@@ -60,8 +62,9 @@ void fileserver_log(const char* format, ...) {
 }
 
 void fileserver_reset() {
-    for (const Server& server : servers)
+    for (const Server& server : servers) {
         server.reset();
+    }
     host_files_reset();
 }
 

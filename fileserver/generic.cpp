@@ -1,14 +1,14 @@
 // The generic fileserver: the table of its commands, and the host's file calls behind them.
 #include "fileserver/generic.h"
 
-#include "core/bytes.h"
 #include "fileserver/directory_search.h"
 #include "fileserver/fileserver.h"
 #include "fileserver/host_files.h"
 #include "fileserver/line_private.h"
-#include "ini/ascii.h"
 #include "link/port.h"
 #include "link/rate.h"
+#include "util/ascii.h"
+#include "util/bytes.h"
 
 #include <algorithm>
 #include <iterator>
@@ -161,8 +161,9 @@ std::optional<std::int64_t> bytes_left(std::int32_t handle) {
     const std::int64_t position = seek(handle, 0, SEEK_CUR);
     struct stat status = {};
     char nothing = 0;
-    if (position < 0 || ::read(handle, &nothing, 0) != 0 || fstat(handle, &status) != 0)
+    if (position < 0 || ::read(handle, &nothing, 0) != 0 || fstat(handle, &status) != 0) {
         return std::nullopt;
+    }
     return status.st_size - position;
 }
 
@@ -313,10 +314,12 @@ constexpr Command commands[] = {
 } // namespace
 
 int generic_fileserver_request(std::uint8_t byte) {
-    if (byte != MARKER)
+    if (byte != MARKER) {
         return -1;
-    if (port_getc() != SIGNATURE)
+    }
+    if (port_getc() != SIGNATURE) {
         return 0;
+    }
     const std::uint8_t code = port_getc();
     const auto* command = std::ranges::find(commands, code, &Command::code);
     if (command == std::end(commands)) {
@@ -324,13 +327,16 @@ int generic_fileserver_request(std::uint8_t byte) {
         return -1;
     }
     Request request = {.name = command->name, .text = {}, .numbers = {}};
-    if (command->text)
+    if (command->text) {
         request.text = port_get_string();
-    for (int i = 0; i < command->numbers; i++)
+    }
+    for (int i = 0; i < command->numbers; i++) {
         request.numbers[i] = static_cast<std::int32_t>(port_get32());
+    }
     // With half a request nothing is done: half a name may be another file's.
-    if (port_state.read_error == 0)
+    if (port_state.read_error == 0) {
         command->run(request);
+    }
     return 0;
 }
 

@@ -5,8 +5,8 @@
 #include "core/active_config.h"
 #include "fileserver/beneath_private.h"
 #include "fileserver/fileserver.h"
-#include "ini/ascii.h"
 #include "link/serial.h"
+#include "util/ascii.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -57,8 +57,9 @@ bool has_root() {
 /// It is tried again with each request: the disc may be mounted later.
 bool root_is_open(const std::string& path) {
     const std::string& name = active_config.fileserver_root;
-    if (state.root && state.root_name == name)
+    if (state.root && state.root_name == name) {
         return true;
+    }
     std::error_code error;
     state.root_name = name;
     state.root_path = std::filesystem::canonical(name, error).string();
@@ -68,16 +69,18 @@ bool root_is_open(const std::string& path) {
         return false;
     }
     state.open = state.force_walk ? beneath_open_walk : beneath_open_for(state.root.get());
-    if (state.root_path == "/")
+    if (state.root_path == "/") {
         state.root_path.clear();
+    }
     return true;
 }
 
 /// What an absolute path is below the root; false when it does not begin with the root's own.
 bool path_below_root(const std::string& path, std::string& below) {
     const std::size_t length = state.root_path.size();
-    if (!path.starts_with(state.root_path) || (path.size() > length && path[length] != '/'))
+    if (!path.starts_with(state.root_path) || (path.size() > length && path[length] != '/')) {
         return false;
+    }
     const std::size_t start = path.find_first_not_of('/', length);
     below = start == std::string::npos ? "." : path.substr(start);
     return true;
@@ -89,10 +92,12 @@ std::string program_place() {
     std::error_code error;
     const std::string current = std::filesystem::current_path(error).string();
     std::string below;
-    if (!error && path_below_root(current, below))
+    if (!error && path_below_root(current, below)) {
         return below;
-    if (::fchdir(state.root.get()) != 0)
+    }
+    if (::fchdir(state.root.get()) != 0) {
         log_refusal(current, "cannot leave it for fileserver_root");
+    }
     return ".";
 }
 
@@ -115,13 +120,16 @@ HostFd open_below_root(const char* target_path, int flags, mode_t mode) {
 
 /// Opens a path of the target, for the one that it asked for, which a refusal names.
 HostFd open_path_for(const std::string& asked, const std::string& path, int flags, mode_t mode) {
-    if (!has_root())
+    if (!has_root()) {
         return HostFd(::open(path.c_str(), flags, mode));
-    if (!root_is_open(asked))
+    }
+    if (!root_is_open(asked)) {
         return HostFd();
+    }
     HostFd fd = open_below_root(path.c_str(), flags, mode);
-    if (!fd && errno == EXDEV)
+    if (!fd && errno == EXDEV) {
         host_log_hidden(asked);
+    }
     return fd;
 }
 
@@ -134,8 +142,9 @@ HostFd open_path(const std::string& path, int flags, mode_t mode = 0) {
 HostFd open_file(const std::string& path, int flags, mode_t mode, struct stat& status) {
     HostFd fd = open_path(path, flags | ALWAYS_FLAGS, mode);
     if (fd.get() <= STDERR_FILENO || ::fstat(fd.get(), &status) != 0 || S_ISFIFO(status.st_mode) ||
-        S_ISSOCK(status.st_mode) || ::isatty(fd.get()) != 0)
+        S_ISSOCK(status.st_mode) || ::isatty(fd.get()) != 0) {
         return HostFd();
+    }
     return fd;
 }
 
@@ -161,13 +170,15 @@ HostFd open_parent(const char* target_path, std::string& name) {
 
 HostFd::HostFd(int fd) : fd_(fd) {
     std::set<int>& fds = owned_fds();
-    if (fd_ >= 0)
+    if (fd_ >= 0) {
         fds.insert(fd_);
+    }
 }
 
 HostFd::~HostFd() {
-    if (fd_ >= 0)
+    if (fd_ >= 0) {
         ::close(release());
+    }
 }
 
 HostFd::HostFd(HostFd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
@@ -191,78 +202,92 @@ int host_open(const std::string& path, std::uint32_t flags) {
     const int wanted = static_cast<int>(flags) & OPEN_FLAGS;
     // Reading alone empties a file as well with O_TRUNC, and 3 is an access mode of its own.
     const int writes = O_CREAT | O_TRUNC | (O_TMPFILE & ~O_DIRECTORY);
-    if (((wanted & O_ACCMODE) != O_RDONLY || (wanted & writes) != 0) && host_refuses_write(path))
+    if (((wanted & O_ACCMODE) != O_RDONLY || (wanted & writes) != 0) && host_refuses_write(path)) {
         return -1;
+    }
     struct stat status = {};
     HostFd fd = open_file(path, wanted, HANDLE_MODE, status);
-    if (!fd)
+    if (!fd) {
         return -1;
+    }
     const int kept = ::fcntl(fd.get(), F_GETFL);
-    if ((wanted & O_NONBLOCK) == 0 && kept != -1)
+    if ((wanted & O_NONBLOCK) == 0 && kept != -1) {
         ::fcntl(fd.get(), F_SETFL, kept & ~O_NONBLOCK);
+    }
     state.handles.insert(fd.get());
     return fd.release();
 }
 
 bool host_is_handle(std::int32_t handle) {
-    if (handle <= STDERR_FILENO || serial_holds(handle) || HostFd::holds(handle))
+    if (handle <= STDERR_FILENO || serial_holds(handle) || HostFd::holds(handle)) {
         return false;
-    if (has_root() && !state.handles.contains(handle))
+    }
+    if (has_root() && !state.handles.contains(handle)) {
         return false;
+    }
     return ::fcntl(handle, F_GETFD) != -1;
 }
 
 int host_close(std::int32_t handle) {
-    if (!host_is_handle(handle))
+    if (!host_is_handle(handle)) {
         return -1;
+    }
     state.handles.erase(handle);
     return ::close(handle);
 }
 
 bool host_refuses_write(const std::string& what) {
-    if (active_config.fileserver_read_only)
+    if (active_config.fileserver_read_only) {
         log_refusal(what, "fileserver_read_only");
+    }
     return active_config.fileserver_read_only;
 }
 
 HostFd host_open_file(const std::string& path, std::uint32_t& size, std::uint32_t max_size) {
     struct stat status = {};
     HostFd fd = open_file(path, O_RDONLY, 0, status);
-    if (!fd || !S_ISREG(status.st_mode) || status.st_size > max_size)
+    if (!fd || !S_ISREG(status.st_mode) || status.st_size > max_size) {
         return HostFd();
+    }
     size = static_cast<std::uint32_t>(status.st_size);
     return fd;
 }
 
 HostFd host_create_file(const std::string& path) {
     struct stat status = {};
-    if (host_refuses_write(path))
+    if (host_refuses_write(path)) {
         return HostFd();
+    }
     return open_file(path, O_WRONLY | O_CREAT | O_TRUNC, FILE_MODE, status);
 }
 
 int host_chdir(const std::string& path) {
-    if (!has_root())
+    if (!has_root()) {
         return ::chdir(path.c_str());
+    }
     const HostFd directory = open_path(path, O_PATH | O_DIRECTORY | O_CLOEXEC);
     return directory ? ::fchdir(directory.get()) : -1;
 }
 
 int host_mkdir(const std::string& path) {
-    if (host_refuses_write(path))
+    if (host_refuses_write(path)) {
         return -1;
-    if (!has_root())
+    }
+    if (!has_root()) {
         return ::mkdir(path.c_str(), DIRECTORY_MODE);
+    }
     std::string name;
     const HostFd parent = open_parent(path.c_str(), name);
     return parent ? ::mkdirat(parent.get(), name.c_str(), DIRECTORY_MODE) : -1;
 }
 
 int host_rmdir(const std::string& path) {
-    if (host_refuses_write(path))
+    if (host_refuses_write(path)) {
         return -1;
-    if (!has_root())
+    }
+    if (!has_root()) {
         return ::rmdir(path.c_str());
+    }
     std::string name;
     const HostFd parent = open_parent(path.c_str(), name);
     return parent ? ::unlinkat(parent.get(), name.c_str(), AT_REMOVEDIR) : -1;
@@ -270,14 +295,16 @@ int host_rmdir(const std::string& path) {
 
 int host_getcwd(std::string& path, std::size_t size) {
     if (has_root()) {
-        if (!root_is_open("."))
+        if (!root_is_open(".")) {
             return -1;
+        }
         program_place();
     }
     std::error_code error;
     const std::string current = std::filesystem::current_path(error).string();
-    if (error || current.size() >= size)
+    if (error || current.size() >= size) {
         return -1;
+    }
     path = current;
     return 0;
 }
@@ -293,11 +320,13 @@ HostDirectory::~HostDirectory() {
 bool HostDirectory::open() {
     close();
     HostFd fd = open_path(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (!fd)
+    if (!fd) {
         return false;
+    }
     stream_ = ::fdopendir(fd.get());
-    if (stream_ == nullptr)
+    if (stream_ == nullptr) {
         return false;
+    }
     fd_ = std::move(fd);
     place_ = has_root() ? program_place() : "";
     return true;
@@ -305,30 +334,36 @@ bool HostDirectory::open() {
 
 void HostDirectory::close() {
     fd_.release();
-    if (stream_ != nullptr)
+    if (stream_ != nullptr) {
         ::closedir(std::exchange(stream_, nullptr));
+    }
 }
 
 bool HostDirectory::read(std::string& name) {
     const dirent* entry = stream_ != nullptr ? ::readdir(stream_) : nullptr;
-    if (entry == nullptr)
+    if (entry == nullptr) {
         return false;
+    }
     name = entry->d_name;
     return true;
 }
 
 HostStat HostDirectory::stat(const std::string& name, struct stat& status) const {
     const int flags = has_root() ? AT_SYMLINK_NOFOLLOW : 0;
-    if (::fstatat(fd_.get(), name.c_str(), &status, flags) != 0)
+    if (::fstatat(fd_.get(), name.c_str(), &status, flags) != 0) {
         return HostStat::Failed;
-    if (!has_root() || (!S_ISLNK(status.st_mode) && name != ".."))
+    }
+    if (!has_root() || (!S_ISLNK(status.st_mode) && name != "..")) {
         return HostStat::Found;
+    }
     // What leads away from here, from where the directory was when it was opened.
-    if (!state.root)
+    if (!state.root) {
         return HostStat::Failed;
+    }
     const HostFd entry = state.open(state.root.get(), place_ + "/" + name, O_PATH | O_CLOEXEC, 0);
-    if (!entry)
+    if (!entry) {
         return errno == EXDEV ? HostStat::Hidden : HostStat::Failed;
+    }
     return ::fstat(entry.get(), &status) == 0 ? HostStat::Found : HostStat::Failed;
 }
 

@@ -2,8 +2,8 @@
 // line that has gone ends every transfer.
 #include "fileserver/line_private.h"
 
-#include "core/bytes.h"
 #include "link/port.h"
+#include "util/bytes.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -52,10 +52,12 @@ bool write_piece(int fd, std::span<const std::uint8_t> piece) {
 // What has come, waited for until there is any: at most the piece's size. 0 when the line is gone.
 std::size_t receive_piece(std::span<std::uint8_t> piece) {
     std::size_t done = port_read_waiting(piece);
-    while (done == 0 && port_wait_data(WAIT_MS))
+    while (done == 0 && port_wait_data(WAIT_MS)) {
         done = port_read_waiting(piece);
-    for (std::size_t got = done; got > 0 && done < piece.size(); done += got)
+    }
+    for (std::size_t got = done; got > 0 && done < piece.size(); done += got) {
         got = port_read_waiting(piece.subspan(done));
+    }
     return done;
 }
 
@@ -82,8 +84,9 @@ std::string line_get_name(char end) {
     port_state.read_error = 1; // stays on a port that has nothing to read: no end would ever come
     char byte = static_cast<char>(port_getc());
     while (byte != end && port_state.read_error == 0) {
-        if (name.size() < NAME_MAX_BYTES)
+        if (name.size() < NAME_MAX_BYTES) {
             name += byte;
+        }
         byte = static_cast<char>(port_getc());
     }
     return name;
@@ -97,12 +100,14 @@ bool line_send_file(int fd, std::uint32_t length) {
         piece.resize(std::min<std::size_t>(length, piece.size()));
         const std::size_t got = ended ? 0 : read_piece(fd, piece);
         ended = got < piece.size();
-        if (got > 0)
+        if (got > 0) {
             last = piece[got - 1];
+        }
         std::fill(piece.begin() + static_cast<std::ptrdiff_t>(got), piece.end(), last);
         port_write_block(piece);
-        if (port_state.write_error != 0)
+        if (port_state.write_error != 0) {
             return false;
+        }
         length -= static_cast<std::uint32_t>(piece.size());
     }
     return length == 0;
@@ -115,8 +120,9 @@ std::uint32_t line_receive_file(int fd, std::uint32_t length, bool& written) {
     while (received < length) {
         const std::size_t want = std::min<std::size_t>(length - received, piece.size());
         const std::size_t got = receive_piece(std::span(piece).first(want));
-        if (got == 0)
+        if (got == 0) {
             break;
+        }
         received += static_cast<std::uint32_t>(got);
         // Nothing more after a failure: it would stand at the wrong place.
         written = written && write_piece(fd, std::span(piece).first(got));

@@ -2,7 +2,7 @@
 #include "fileserver/petscii.h"
 
 #include "charsets/charset.h"
-#include "ini/ascii.h"
+#include "util/ascii.h"
 
 #include <algorithm>
 #include <vector>
@@ -13,8 +13,9 @@ namespace {
 
 char swap_case(char c) {
     const char lower = ascii_to_lower(c);
-    if (lower != c)
+    if (lower != c) {
         return lower;
+    }
     return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
 }
 

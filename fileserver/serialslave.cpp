@@ -8,9 +8,9 @@
 #include "fileserver/host_files.h"
 #include "fileserver/line_private.h"
 #include "fileserver/petscii.h"
-#include "ini/ascii.h"
 #include "link/port.h"
 #include "link/rate.h"
+#include "util/ascii.h"
 
 #include <algorithm>
 #include <climits>
@@ -56,16 +56,18 @@ const Command* find_command(std::span<const Command> commands, std::uint8_t byte
 }
 
 void run(const Command& command) {
-    if (command.run() != 0)
+    if (command.run() != 0) {
         port_putc(REPLY_ERROR);
+    }
 }
 
 /// A name up to CR and the byte behind it, which is dropped. False when the line has gone: half a
 /// name must not be acted on.
 bool get_name(std::string& name) {
     name = petscii_to_host(line_get_name('\r'));
-    if (port_state.read_error == 0)
+    if (port_state.read_error == 0) {
         port_getc();
+    }
     return port_state.read_error == 0;
 }
 
@@ -76,8 +78,9 @@ bool is_directory_name(const std::string& name) {
 // Load and save ------------------------------------------------------------------------------
 
 int change_directory(const std::string& name, const char* kind) {
-    if (host_chdir(name) != 0)
+    if (host_chdir(name) != 0) {
         return -1;
+    }
     port_putc(REPLY_DONE);
     std::string directory;
     host_getcwd(directory, PATH_MAX);
@@ -89,8 +92,9 @@ int change_directory(const std::string& name, const char* kind) {
 int send_file(const std::string& name) {
     std::uint32_t size = 0;
     const HostFd file = host_open_file(name, size);
-    if (!file)
+    if (!file) {
         return -1;
+    }
     // Meant: the protocol's numbers have 16 bits, and of a longer file only the remainder is sent.
     const std::uint32_t length = size & 0xFFFF;
     fileserver_log("KX> sending file \"%s\" (%d bytes.)...\n\r", ascii_escape(name).c_str(),
@@ -98,8 +102,9 @@ int send_file(const std::string& name) {
     port_putc(REPLY_DATA);
     line_put16(length);
     rate_start();
-    if (line_send_file(file.get(), length))
+    if (line_send_file(file.get(), length)) {
         rate_stop_report(length);
+    }
     return 0;
 }
 
@@ -128,8 +133,9 @@ int send_directory() {
     // becomes of the directory.
     const std::vector<ListedEntry> entries = listing_collect(
         "*", DirectoryStyle::SerialSlave, FIRST_LINK + static_cast<std::uint32_t>(header.size()));
-    if (entries.empty())
+    if (entries.empty()) {
         return -1;
+    }
     fileserver_log("KX> sending directory \"%s\" ...\n\r", LISTING_PATTERN.data());
     if (!listing_finds_any()) {
         port_putc(REPLY_ERROR); // meant: the listing answers '?', and then the command as well
@@ -145,19 +151,25 @@ int send_directory() {
 
 int load() {
     std::string name;
-    if (!get_name(name))
+    if (!get_name(name)) {
         return -1;
-    if (is_directory_name(name))
+    }
+    if (is_directory_name(name)) {
         return send_directory();
-    if (name.starts_with('.'))
+    }
+    if (name.starts_with('.')) {
         return change_directory(name, " (up)");
+    }
     DirectoryEntry entry;
-    if (directory_find(name, entry) != 0)
+    if (directory_find(name, entry) != 0) {
         return -1;
-    if ((entry.attribute & DIRECTORY_ATTRIBUTE) != 0)
+    }
+    if ((entry.attribute & DIRECTORY_ATTRIBUTE) != 0) {
         return change_directory(name, "");
-    if ((entry.attribute & ROOT_ATTRIBUTE) != 0)
+    }
+    if ((entry.attribute & ROOT_ATTRIBUTE) != 0) {
         return change_directory(name, " (root)");
+    }
     return send_file(name); // a name with wildcards fails there
 }
 
@@ -165,20 +177,23 @@ int load() {
 std::string get_save_name() {
     std::string name = line_get_name('\n');
     // Of a name that fills what is kept, the CR may have been dropped before.
-    if (!name.empty() && (name.size() < NAME_MAX_BYTES || name.back() == '\r'))
+    if (!name.empty() && (name.size() < NAME_MAX_BYTES || name.back() == '\r')) {
         name.pop_back();
+    }
     return petscii_to_host(name);
 }
 
 int save() {
     const std::string name = get_save_name();
-    if (port_state.read_error != 0 || is_directory_name(name))
+    if (port_state.read_error != 0 || is_directory_name(name)) {
         return -1;
+    }
     const std::string shown = ascii_escape(name);
     fileserver_log("getting file \"%s\" ...\n\r", shown.c_str());
     const HostFd file = host_create_file(name);
-    if (!file)
+    if (!file) {
         return -1;
+    }
     port_putc(REPLY_DATA);
     // The load address is not counted. The log shows 16 bits of the sum, but all of it comes.
     const std::uint32_t length = line_get16() + 2U;
@@ -198,14 +213,17 @@ int save() {
 
 int block_load_open() {
     std::string name;
-    if (!get_name(name) || is_directory_name(name))
+    if (!get_name(name) || is_directory_name(name)) {
         return -1;
-    if (state.mode != BlockMode::None)
+    }
+    if (state.mode != BlockMode::None) {
         return 0; // meant: while a buffer is open there is no answer at all
+    }
     std::uint32_t size = 0;
     HostFd file = host_open_file(name, size);
-    if (!file)
+    if (!file) {
         return -1;
+    }
     state.file = std::move(file);
     state.mode = BlockMode::Reading;
     const std::uint32_t blocks = size / BLOCK + (size % BLOCK != 0 ? 1 : 0);
@@ -221,8 +239,9 @@ bool add_block(std::string& reply, std::uint32_t number) {
     std::uint8_t bytes[BLOCK];
     const std::uint32_t offset = number * BLOCK;
     const ssize_t length = pread(state.file.get(), bytes, sizeof bytes, offset);
-    if (length <= 0)
+    if (length <= 0) {
         return false;
+    }
     const int sum = std::accumulate(bytes, bytes + length, 0) & 0xFF;
     fileserver_log("KX> sending block %ld (offs:%ld,len:%ld,chksum:%d)\n\r",
                    static_cast<long>(number), static_cast<long>(offset), static_cast<long>(length),
@@ -236,12 +255,14 @@ bool add_block(std::string& reply, std::uint32_t number) {
 int read_blocks() {
     const std::uint32_t first = line_get16();
     const std::uint32_t count = port_getc();
-    if (state.mode != BlockMode::Reading)
+    if (state.mode != BlockMode::Reading) {
         return -1;
+    }
     std::string reply(1, static_cast<char>(REPLY_DATA));
     std::uint32_t sent = 0;
-    while (sent < count && add_block(reply, first + sent))
+    while (sent < count && add_block(reply, first + sent)) {
         sent++;
+    }
     line_put(reply);
     return 0;
 }
@@ -271,8 +292,9 @@ int refuse_block_save() {
 
 int block_save_open() {
     std::string name;
-    if (!get_name(name) || is_directory_name(name))
+    if (!get_name(name) || is_directory_name(name)) {
         return -1;
+    }
     refuse_block_save();
     return 0; // meant: no answer
 }

@@ -2,8 +2,8 @@
 // every search short, so that the time grows with the file and not with its square.
 #include "ini/ini.h"
 
-#include "ini/ascii.h"
-#include "ini/file.h"
+#include "util/ascii.h"
+#include "util/file.h"
 
 #include <algorithm>
 #include <bit>

@@ -3,9 +3,9 @@
 #include "link/image.h"
 
 #include "core/active_config.h"
-#include "ini/file.h"
 #include "link/stub.h"
 #include "ui/msg.h"
+#include "util/file.h"
 
 #include <algorithm>
 #include <vector>

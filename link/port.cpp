@@ -3,10 +3,10 @@
 #include "link/port.h"
 
 #include "core/active_config.h"
-#include "core/bytes.h"
-#include "link/clock.h"
 #include "link/target_memory.h"
 #include "ui/msg.h"
+#include "util/bytes.h"
+#include "util/clock.h"
 
 #include <algorithm>
 
@@ -37,8 +37,9 @@ void wait_spacing(WallTimer& timer, std::uint32_t elapsed, std::uint32_t spacing
     while (elapsed < spacing) {
         const std::uint32_t before = timer.last;
         elapsed = wall_timer_elapsed(timer);
-        if (static_cast<std::int32_t>(timer.last - before) < 0)
+        if (static_cast<std::int32_t>(timer.last - before) < 0) {
             break;
+        }
     }
     wall_timer_start(timer);
 }
@@ -63,18 +64,21 @@ void throttle() {
 } // namespace
 
 int port_open(const std::string& device, long baud) {
-    if (port_state.is_open != 0)
+    if (port_state.is_open != 0) {
         return 1;
+    }
     int result = -1;
-    for (int attempt = 0; attempt < OPEN_ATTEMPTS && result == -1; attempt++)
+    for (int attempt = 0; attempt < OPEN_ATTEMPTS && result == -1; attempt++) {
         result = is_serial() ? serial_open(port_line, device, baud) : -1;
+    }
     port_state.is_open = result != -1 ? 1 : 0;
     return result;
 }
 
 void port_close() {
-    if (!is_serial())
+    if (!is_serial()) {
         return;
+    }
     port_flush_input();
     serial_close(port_line);
     port_state = {.is_open = 0, .read_error = 0, .write_error = 0};
@@ -89,43 +93,50 @@ bool port_wait_data(int milliseconds) {
 }
 
 std::uint8_t port_getc() {
-    if (!is_serial())
+    if (!is_serial()) {
         return 0;
+    }
     const std::uint8_t byte = serial_getc(port_line);
     port_state.read_error = port_line.read_error ? 1 : 0;
     return byte;
 }
 
 std::uint8_t port_getc_nowait() {
-    if (!is_serial())
+    if (!is_serial()) {
         return 0;
+    }
     const std::uint8_t byte = serial_getc_nowait(port_line);
     port_state.read_error = port_line.read_error ? 1 : 0;
     return byte;
 }
 
 int port_flush_input() {
-    if (!is_serial())
+    if (!is_serial()) {
         return 0;
+    }
     std::uint8_t dropped[4096];
     std::size_t sum = 0;
-    for (std::size_t got = 1; got > 0 && sum < FLUSH_MAX; sum += got)
+    for (std::size_t got = 1; got > 0 && sum < FLUSH_MAX; sum += got) {
         got = serial_read_waiting(port_line, dropped, sizeof dropped);
+    }
     port_state.read_error = 0;
     return sum > 0 ? 1 : 0;
 }
 
 void port_putc(std::uint8_t byte) {
-    if (!is_serial())
+    if (!is_serial()) {
         return;
-    if (is_throttled())
+    }
+    if (is_throttled()) {
         throttle();
+    }
     port_state.write_error = serial_putc(port_line, byte);
 }
 
 void port_write_block(std::span<const std::uint8_t> bytes) {
-    if (!is_serial() || bytes.empty())
+    if (!is_serial() || bytes.empty()) {
         return;
+    }
     if (!is_throttled()) {
         serial_write(port_line, bytes.data(), bytes.size());
         port_state.write_error = port_line.write_error ? 1 : 0;
@@ -133,8 +144,9 @@ void port_write_block(std::span<const std::uint8_t> bytes) {
     }
     for (std::uint8_t byte : bytes) {
         port_putc(byte);
-        if (port_state.write_error != 0)
+        if (port_state.write_error != 0) {
             return;
+        }
     }
 }
 
@@ -142,16 +154,18 @@ void port_read_block(std::span<std::uint8_t> bytes) {
     std::ranges::fill(bytes, std::uint8_t{0});
     while (!bytes.empty() && is_serial()) {
         bytes.front() = port_getc();
-        if (port_state.read_error != 0)
+        if (port_state.read_error != 0) {
             return;
+        }
         bytes = bytes.subspan(1);
         bytes = bytes.subspan(serial_read_waiting(port_line, bytes.data(), bytes.size()));
     }
 }
 
 std::size_t port_read_waiting(std::span<std::uint8_t> bytes) {
-    if (!is_serial())
+    if (!is_serial()) {
         return 0;
+    }
     const std::size_t got = serial_read_waiting(port_line, bytes.data(), bytes.size());
     port_state.read_error = port_line.read_error ? 1 : 0;
     return got;
@@ -177,16 +191,18 @@ std::string port_get_string() {
     std::string text;
     std::uint8_t byte = port_getc();
     while (byte != 0 && port_state.read_error == 0) {
-        if (text.size() < STRING_MAX)
+        if (text.size() < STRING_MAX) {
             text += static_cast<char>(byte);
+        }
         byte = port_getc();
     }
     return text;
 }
 
 int target_connect(const std::string& port_name, long baud, unsigned port_addr) {
-    if (mem_mode == MEM_SIMULATOR)
+    if (mem_mode == MEM_SIMULATOR) {
         return 1;
+    }
     if (port_state.is_open != 0) {
         msg_info("target stub [%s:0x%04x:%ld baud] already initialized.", port_name.c_str(),
                  port_addr, baud);

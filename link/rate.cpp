@@ -2,8 +2,8 @@
 #include "link/rate.h"
 
 #include "core/active_config.h"
-#include "link/clock.h"
 #include "ui/msg.h"
+#include "util/clock.h"
 
 namespace kx {
 
@@ -40,8 +40,9 @@ void rate_report(std::uint32_t bytes) {
     state.bytes_per_second = per_second(bytes);
     state.baud = per_second(bytes * BITS_PER_BYTE);
     const long port_baud = active_config.port_baud;
-    if (port_baud < 2 || verbosity.verbose == 0 || verbosity.silent != 0)
+    if (port_baud < 2 || verbosity.verbose == 0 || verbosity.silent != 0) {
         return;
+    }
     const long double percent = static_cast<long double>(state.baud) * 100 / port_baud;
     // No message of its own, which would break the line that it continues.
     msg_print(" (%ld bytes/sec, %ld baud, %ld%% of %ld baud)\n\r",

@@ -40,21 +40,24 @@ constexpr Speed speeds[] = {
 
 const Speed* find_speed(long baud) {
     for (const Speed& row : speeds) {
-        if (row.baud == baud)
+        if (row.baud == baud) {
             return &row;
+        }
     }
     return nullptr;
 }
 
 void set_modem_bit(const SerialLine& line, int bit, bool on) {
     int bits = 0;
-    if (state.modem->get(line.fd, &bits) == 0)
+    if (state.modem->get(line.fd, &bits) == 0) {
         state.modem->set(line.fd, on ? bits | bit : bits & ~bit);
+    }
 }
 
 void close_all() {
-    while (state.first != nullptr)
+    while (state.first != nullptr) {
         serial_close(*state.first);
+    }
 }
 
 // The descriptor and the stream on it. 1, or -1 when the device cannot be had.
@@ -64,8 +67,9 @@ int acquire(SerialLine& line, const std::string& device) {
         sleep(1);
         fd = open(device.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
     }
-    if (fd < 0)
+    if (fd < 0) {
         return -1;
+    }
     line.stream = fdopen(fd, "a+");
     if (line.stream == nullptr) {
         ::close(fd);
@@ -120,20 +124,23 @@ std::size_t write_all(const SerialLine& line, const std::uint8_t* bytes, std::si
 // Whether the last byte has left the device; where it cannot tell of its transmitter, its buffer.
 bool is_sent(int fd) {
     int waiting = 0;
-    if (ioctl(fd, TIOCOUTQ, &waiting) == 0 && waiting > 0)
+    if (ioctl(fd, TIOCOUTQ, &waiting) == 0 && waiting > 0) {
         return false;
+    }
 #ifdef TIOCSERGETLSR
     int status = 0;
-    if (ioctl(fd, TIOCSERGETLSR, &status) == 0)
+    if (ioctl(fd, TIOCSERGETLSR, &status) == 0) {
         return (status & TIOCSER_TEMT) != 0;
+    }
 #endif
     return true;
 }
 
 // Other settings would garble what is still on its way out: the end of a transfer.
 void wait_sent(const SerialLine& line) {
-    for (int ms = 0; ms < state.write_limit_ms && !is_sent(line.fd); ms++)
+    for (int ms = 0; ms < state.write_limit_ms && !is_sent(line.fd); ms++) {
         usleep(1000);
+    }
 }
 
 // At least one byte, waited for, and what else is there. 0 when the line is closed or gone.
@@ -163,41 +170,48 @@ void serial_set_write_limit(int milliseconds) {
 }
 
 int serial_open(SerialLine& line, const std::string& device, long baud) {
-    if (!state.hooked)
+    if (!state.hooked) {
         state.hooked = std::atexit(close_all) == 0;
+    }
     serial_close(line);
     const int acquired = acquire(line, device.empty() ? line.device : device);
-    if (acquired != 1)
+    if (acquired != 1) {
         return acquired;
+    }
     line.has_saved = tcgetattr(line.fd, &line.saved) == 0;
-    if (!line.has_saved)
+    if (!line.has_saved) {
         return 0;
+    }
     const Speed* speed = find_speed(baud);
     if (speed == nullptr) {
         std::printf("error: %ldbaud not supported.\n", baud);
         return 0;
     }
     line.settings = raw_settings(speed->speed);
-    if (tcsetattr(line.fd, TCSAFLUSH, &line.settings) != 0 || tcflush(line.fd, TCIOFLUSH) != 0)
+    if (tcsetattr(line.fd, TCSAFLUSH, &line.settings) != 0 || tcflush(line.fd, TCIOFLUSH) != 0) {
         return 0;
+    }
     serial_set_dtr(line);
     line.is_open = true;
     return 1;
 }
 
 void serial_close(SerialLine& line) {
-    if (line.fd < 0)
+    if (line.fd < 0) {
         return;
+    }
     if (line.is_open) {
         wait_sent(line);
         serial_clear_dtr(line);
     }
-    if (line.has_saved)
+    if (line.has_saved) {
         tcsetattr(line.fd, TCSANOW, &line.saved);
+    }
     std::fclose(line.stream); // and the descriptor with it
     SerialLine** link = &state.first;
-    while (*link != &line)
+    while (*link != &line) {
         link = &(*link)->next;
+    }
     *link = line.next;
     line.next = nullptr;
     line.stream = nullptr;
@@ -225,15 +239,17 @@ std::size_t serial_write(SerialLine& line, const std::uint8_t* bytes, std::size_
 
 std::uint8_t serial_getc(SerialLine& line) {
     std::uint8_t byte = 0;
-    if (read_some(line, &byte, 1) == 1)
+    if (read_some(line, &byte, 1) == 1) {
         line.last_byte = byte;
+    }
     return byte;
 }
 
 std::uint8_t serial_getc_nowait(SerialLine& line) {
     std::uint8_t byte = 0;
-    if (serial_read_waiting(line, &byte, 1) == 1)
+    if (serial_read_waiting(line, &byte, 1) == 1) {
         line.last_byte = byte;
+    }
     return byte;
 }
 
@@ -254,8 +270,9 @@ bool serial_wait_data(const SerialLine& line, int milliseconds) {
 
 bool serial_holds(int fd) {
     for (const SerialLine* line = state.first; line != nullptr; line = line->next) {
-        if (line->fd == fd)
+        if (line->fd == fd) {
             return true;
+        }
     }
     return false;
 }

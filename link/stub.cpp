@@ -38,8 +38,9 @@ bool send_command(char letter, std::initializer_list<std::uint32_t> arguments) {
     std::uint8_t bytes[2 + 4 * 4] = {'A', static_cast<std::uint8_t>(letter)};
     std::size_t length = 2;
     for (std::uint32_t argument : arguments) {
-        for (int bit = 0; bit < active_config.addr_bits && bit < 32; bit += 8)
+        for (int bit = 0; bit < active_config.addr_bits && bit < 32; bit += 8) {
             bytes[length++] = static_cast<std::uint8_t>(argument >> bit);
+        }
     }
     port_state.write_error = 0;
     port_write_block({bytes, length});
@@ -47,8 +48,9 @@ bool send_command(char letter, std::initializer_list<std::uint32_t> arguments) {
 }
 
 int send_data(bool sent, std::span<const std::uint8_t> bytes) {
-    if (sent)
+    if (sent) {
         port_write_block(bytes);
+    }
     sent = sent && port_state.write_error == 0;
     port_state.write_error = 0;
     return sent ? 1 : -1;
@@ -62,8 +64,9 @@ int receive_failed() {
 // Takes what is waiting, and sleeps only when nothing is. A sleep is cheaper than to be woken for
 // every byte of a slow line; but where bytes come in bursts, the next one is waited for instead.
 int receive_data(bool sent, std::span<std::uint8_t> bytes) {
-    if (!sent)
+    if (!sent) {
         return receive_failed();
+    }
     int waits = BURST_WAITS; // the answer may be quick
     for (int polls = 0; !bytes.empty();) {
         const std::size_t got = port_read_waiting(bytes);
@@ -94,14 +97,16 @@ void stub_set_sleep(void (*sleep)()) {
 }
 
 int stub_write_memory(std::uint32_t start, std::uint32_t end, std::span<const std::uint8_t> bytes) {
-    if (bytes.empty() || !is_tellable(bytes.size()))
+    if (bytes.empty() || !is_tellable(bytes.size())) {
         return bytes.empty() ? 1 : -1;
+    }
     return send_data(send_command('B', {end, start}), bytes);
 }
 
 int stub_read_memory(std::uint32_t start, std::span<std::uint8_t> bytes) {
-    if (bytes.empty() || !is_tellable(bytes.size()))
+    if (bytes.empty() || !is_tellable(bytes.size())) {
         return bytes.empty() ? 1 : -1;
+    }
     const auto end = static_cast<std::uint32_t>(start + bytes.size());
     return receive_data(send_command('C', {end, start}), bytes);
 }

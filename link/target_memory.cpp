@@ -4,11 +4,11 @@
 
 #include "core/active_config.h"
 #include "core/simulator.h"
-#include "ini/file.h"
 #include "link/image.h"
 #include "link/port.h"
 #include "link/stub.h"
 #include "ui/msg.h"
+#include "util/file.h"
 
 #include <algorithm>
 #include <array>

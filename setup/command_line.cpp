@@ -1,14 +1,14 @@
 // The options: one table that the parser and the usage text walk.
 #include "setup/command_line.h"
 
-#include "core/config.h"
+#include "core/config/config.h"
 #include "core/simulator.h"
 #include "files/d64.h"
-#include "ini/ascii.h"
-#include "ini/file.h"
 #include "setup/program.h"
 #include "setup/version.h"
 #include "ui/msg.h"
+#include "util/ascii.h"
+#include "util/file.h"
 
 #include <cstdio>
 #include <cstdlib>

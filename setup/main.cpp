@@ -1,5 +1,5 @@
 // kxsetup: reads the toolkit's configuration, lets the user choose its defaults, writes it back.
-#include "core/config.h"
+#include "core/config/config.h"
 #include "link/target_memory.h"
 #include "setup/command_line.h"
 #include "setup/main_menu.h"

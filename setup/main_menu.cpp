@@ -1,8 +1,7 @@
 // The main menu and its three selection lists: what they hold and what a choice does.
 #include "setup/main_menu.h"
 
-#include "core/config.h"
-#include "ini/ascii.h"
+#include "core/config/config.h"
 #include "setup/version.h"
 #include "ui/col.h"
 #include "ui/con.h"
@@ -10,6 +9,7 @@
 #include "ui/msg.h"
 #include "ui/msgbox.h"
 #include "ui/view.h"
+#include "util/ascii.h"
 
 #include <algorithm>
 #include <dirent.h>

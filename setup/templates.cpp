@@ -3,7 +3,7 @@
 // part of the product and stays as it is.
 #include "setup/templates.h"
 
-#include "core/config.h"
+#include "core/config/config.h"
 
 #include <string_view>
 

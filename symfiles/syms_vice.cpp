@@ -2,9 +2,9 @@
 // a label concern us.
 #include "symfiles/syms_vice.h"
 
-#include "ini/ascii.h"
-#include "ini/file.h"
 #include "ui/msg.h"
+#include "util/ascii.h"
+#include "util/file.h"
 
 #include <algorithm>
 #include <charconv>

@@ -1,6 +1,6 @@
 // The shipped base directory, every file read through the library. A finding names file, section
 // and item.
-#include "core/config.h"
+#include "core/config/config.h"
 #include "files/filetype.h"
 #include "symfiles/symfiles.h"
 #include "ui/col.h"
@@ -26,8 +26,9 @@ std::string get(const IniDocument& doc, std::string_view section, std::string_vi
 
 std::vector<std::string> list(const IniDocument& doc, std::string_view section) {
     std::vector<std::string> values;
-    while (values.size() < ini_get_number(doc, section, "num"))
+    while (values.size() < ini_get_number(doc, section, "num")) {
         values.push_back(get(doc, section, "n" + std::to_string(values.size())));
+    }
     return values;
 }
 
@@ -35,8 +36,9 @@ void check_symbols(const IniDocument& doc) {
     const std::unique_ptr<SymTable, void (*)(SymTable*)> table(sym_table_new({}), sym_table_free);
     filehandler_readsymfile(table.get(), doc.file_name, SYMFILE_INI);
     std::size_t items = 0;
-    for (const IniSection& section : doc.sections)
+    for (const IniSection& section : doc.sections) {
         items += section.items.count - 1; // less `num`
+    }
     EXPECT_EQ(table->entries.size(), items) << "a name stands twice, or num is wrong";
 }
 
@@ -57,8 +59,9 @@ void check_target(const IniDocument& doc) {
     IniDocument wanted, loaded;
     config_target_complete(wanted);
     for (const IniSection& section : wanted.sections) {
-        for (const IniItem& item : section.items)
+        for (const IniItem& item : section.items) {
             get(doc, section.name, item.name);
+        }
     }
     config_load_target(loaded, doc.file_name);
     config_load_symbols(base, doc);
@@ -95,8 +98,9 @@ void check_colours(const IniDocument& doc) {
 void check_charset(const IniDocument& doc) {
     std::int32_t row[17];
     for (int i = 0; i < 16; i++) {
-        for (const char* section : {"toasc", "fromasc"})
+        for (const char* section : {"toasc", "fromasc"}) {
             EXPECT_EQ(ini_get_number_list(doc, row, section, "n" + std::to_string(i)), 16) << i;
+        }
     }
 }
 
@@ -110,8 +114,9 @@ TEST(Base, FilesAreWholeAndListed) {
     internal::CaptureStderr(); // the library's complaints
     for (const auto& entry : std::filesystem::recursive_directory_iterator(base)) {
         IniDocument doc;
-        if (entry.path().extension() != ".ini" || ini_read(entry.path(), doc) != 0)
+        if (entry.path().extension() != ".ini" || ini_read(entry.path(), doc) != 0) {
             continue;
+        }
         SCOPED_TRACE(doc.file_name);
         if (ini_find_section(doc, "config")) {
             const std::string type = get(doc, "config", "type");
@@ -131,8 +136,9 @@ TEST(Base, FilesAreWholeAndListed) {
         EXPECT_THAT(list(main, section), UnorderedElementsAreArray(found)) << section;
         EXPECT_THAT(found, Contains(get(main, section, "default"))) << section;
     }
-    for (const char* key : {"upasc", "loasc", "upscr", "loscr"})
+    for (const char* key : {"upasc", "loasc", "upscr", "loscr"}) {
         EXPECT_THAT(names["charset"], Contains(get(main, "charsets", key))) << key;
+    }
     EXPECT_EQ(internal::GetCapturedStderr(), "");
 }
 

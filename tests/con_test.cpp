@@ -26,8 +26,9 @@ void expect_keys(const char* term, bool screen, const KeyRows& rows) {
         screen ? con_open() : (con_rawmode(), 0);
         con_ungetkey(KEYCODE_F1 + 11); // on a screen: it comes first, and is not waited for
         con_idle(screen ? 60000 : 0);
-        for (con_puts("keys:");; con_printf("%d,", con_getkey()))
+        for (con_puts("keys:");; con_printf("%d,", con_getkey())) {
             con_refresh();
+        }
     };
     Terminal terminal(500, 3);
     terminal.run(show_keys, {.env = {{"TERM", term}}});
@@ -160,8 +161,9 @@ TEST(Con, EndOfInputActsAsEscape) {
         Terminal terminal(40, 10);
         terminal.run([screen = screen, hung = hung] {
             std::signal(SIGHUP, SIG_IGN); // as under nohup: the program outlives its terminal
-            if (!hung && std::freopen("/dev/null", "r", stdin) == nullptr)
+            if (!hung && std::freopen("/dev/null", "r", stdin) == nullptr) {
                 return 2;
+            }
             screen ? con_open() : 0;
             con_puts("ready\r\n");
             con_refresh();

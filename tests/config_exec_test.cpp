@@ -1,5 +1,5 @@
 // Running program files, saving and loading memory ranges, with real files.
-#include "core/config_exec.h"
+#include "core/config/config_exec.h"
 
 #include "core/active_config.h"
 #include "core/simulator.h"

@@ -1,5 +1,5 @@
 // The loader: base directory, every field of a target file, what is reported and replaced.
-#include "core/config.h"
+#include "core/config/config.h"
 
 #include "core/simulator.h"
 #include "files/membank.h"

@@ -28,8 +28,9 @@ TEST(DebugConsole, MovesBytesWordsAndTexts) {
     serial_console_puts("Hi\x1B!");
     EXPECT_EQ(testing::internal::GetCapturedStdout(), ">>KX Hi\\x1b!\n");
     std::string got;
-    for (char byte = 0; got.size() < 7;)
+    for (char byte = 0; got.size() < 7;) {
         got += read(pty.master, &byte, 1) == 1 ? std::string(1, byte) : "";
+    }
     EXPECT_EQ(got, "\r\x34\x12hI\x1B!");
 }
 

@@ -3,11 +3,11 @@
 #include "charsets/charset.h"
 #include "core/active_config.h"
 #include "fileserver/petscii.h"
-#include "ini/ascii.h"
-#include "link/clock.h"
 #include "tests/support/far_end.h"
 #include "tests/support/temp_dir.h"
 #include "ui/msg.h"
+#include "util/ascii.h"
+#include "util/clock.h"
 
 #include <filesystem>
 #include <gmock/gmock.h>
@@ -146,7 +146,8 @@ static void list_three_hundred(const Server& server, std::size_t longest) {
     const std::string reply = end.ask(bytes(server.listing));
     const std::string log = GetCapturedStderr() + GetCapturedStdout();
     const auto word = [&](std::size_t at) {
-        return (reply.at(at) & 0xFFU) + (reply.at(at + 1) & 0xFFU) * 256;
+        const auto byte = [&](std::size_t i) { return static_cast<std::uint8_t>(reply.at(i)); };
+        return byte(at) + byte(at + 1) * 256U;
     };
     EXPECT_EQ(word(1), reply.size() - (cbm ? 5 : 3)); // without the CBM's load address
     std::vector<std::size_t> lines = {5};             // where they are

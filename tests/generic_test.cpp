@@ -1,10 +1,10 @@
 // The generic fileserver from the far end of its line: requests, replies and log byte for byte.
 #include "core/active_config.h"
 #include "fileserver/fileserver.h"
-#include "link/clock.h"
 #include "tests/support/far_end.h"
 #include "tests/support/temp_dir.h"
 #include "ui/msg.h"
+#include "util/clock.h"
 
 #include <fcntl.h>
 #include <filesystem>

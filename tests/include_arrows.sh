@@ -4,22 +4,24 @@
 set -eu
 cd "$1"
 grep -rsE --include='*.h' --include='*.cpp' '^ *# *include *"' \
-    ini core ui symfiles charsets link files fileserver setup tools | awk -F '[:"]' '
+    util ini core ui symfiles charsets link files fileserver setup tools | awk -F '[:"]' '
 BEGIN { # what each room may include beside itself
-    may["core"] = "ini"
-    may["ui"] = "ini core"
-    may["symfiles"] = "ini core ui"
-    may["charsets"] = "ini ui"
-    may["link"] = "ini core ui"
-    may["files"] = "ini core ui symfiles charsets link"
-    may["config"] = may["files"] " files"
-    may["fileserver"] = may["config"] " config"
+    may["util"] = ""
+    may["ini"] = "util"
+    may["core"] = "util ini"
+    may["ui"] = "util ini"
+    may["symfiles"] = "util ini core ui"
+    may["charsets"] = "util ini ui"
+    may["link"] = "util ini core ui"
+    may["files"] = "util ini core ui symfiles charsets link"
+    may["core/config"] = may["files"] " files"
+    may["fileserver"] = may["core/config"] " core/config"
     may["setup"] = may["fileserver"] " fileserver"
     may["tools"] = may["setup"] " setup"
 }
-# "core" are the records of core/; the loader, which ties the rooms together, is "config".
 function room(path) {
-    return path ~ /^core\/config[._]/ ? "config" : substr(path, 1, index(path, "/") - 1)
+    sub("/[^/]*$", "", path)
+    return path
 }
 index(" " room($1) " " may[room($1)] " ", " " room($3) " ") == 0 {
     print $1 ": may not include \"" $3 "\""

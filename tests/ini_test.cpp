@@ -1,8 +1,8 @@
 // INI documents as files hold them, and files that are replaced without being lost.
 #include "ini/ini.h"
 
-#include "ini/file.h"
 #include "tests/support/temp_dir.h"
+#include "util/file.h"
 
 #include <csignal>
 #include <fcntl.h>

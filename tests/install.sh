@@ -57,7 +57,7 @@ refused exists ./init
 
 # The library in a program of the user's own.
 cat >own.cpp <<'EOF'
-#include "core/config.h"
+#include "core/config/config.h"
 #include <cstdio>
 
 int main(int, char** argv) {

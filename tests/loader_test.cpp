@@ -7,11 +7,11 @@
 #include "files/filetype.h"
 #include "files/hexdump.h"
 #include "files/transfer.h"
-#include "ini/file.h"
 #include "link/target_memory.h"
 #include "symfiles/symfiles.h"
 #include "tests/support/temp_dir.h"
 #include "ui/msg.h"
+#include "util/file.h"
 
 #include <filesystem>
 #include <gmock/gmock.h>

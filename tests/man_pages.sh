@@ -30,9 +30,9 @@ known() {
         done
         found charsets/charset.cpp '\{"(\w+)", CHARSET' 'charsets \1' ;;
     kx-target.5)
-        found core/config.cpp '\{"(\w+)", (nullptr|"(\w+)")\}' '\1 \3'
-        found core/config.cpp '(target_|\W)doc, "(\w+)", "(\w+)"' '\2 \3'
-        found core/config.cpp 'get_array\(\w+, "(\w+)"' '\1 n' ;;
+        found core/config/config.cpp '\{"(\w+)", (nullptr|"(\w+)")\}' '\1 \3'
+        found core/config/config.cpp '(target_|\W)doc, "(\w+)", "(\w+)"' '\2 \3'
+        found core/config/config.cpp 'get_array\(\w+, "(\w+)"' '\1 n' ;;
     kx-colors.5)
         found ui/col.cpp '^    "(\w+)", "(\w+)",' 'colors \1\ncolors \2'
         found ui/col.cpp '\{"(\w+)", [0-9]+, [0-9]+\}' 'COLOURS \1' ;;

@@ -1,10 +1,10 @@
 // Messages and progress: whole texts on both streams, and what a user sees of them on a terminal.
-#include "core/clock.h"
 #include "tests/support/temp_dir.h"
 #include "tests/support/terminal.h"
 #include "ui/col.h"
 #include "ui/con.h"
 #include "ui/msg.h"
+#include "util/clock.h"
 
 #include <climits>
 #include <fcntl.h>

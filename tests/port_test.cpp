@@ -3,11 +3,11 @@
 #include "link/port.h"
 
 #include "core/active_config.h"
-#include "link/clock.h"
 #include "link/rate.h"
 #include "link/target_memory.h"
 #include "tests/support/pty.h"
 #include "ui/msg.h"
+#include "util/clock.h"
 
 #include <gmock/gmock.h>
 

@@ -1,9 +1,9 @@
 // The symbol table, its listings, and the symbol file formats.
 #include "symfiles/symfiles.h"
 
-#include "ini/file.h"
 #include "tests/support/temp_dir.h"
 #include "ui/msg.h"
+#include "util/file.h"
 
 #include <gmock/gmock.h>
 

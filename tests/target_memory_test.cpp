@@ -4,12 +4,12 @@
 
 #include "core/active_config.h"
 #include "core/simulator.h"
-#include "ini/file.h"
 #include "link/image.h"
 #include "link/port.h"
 #include "tests/support/scripted_target.h"
 #include "tests/support/temp_dir.h"
 #include "ui/msg.h"
+#include "util/file.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -75,8 +75,9 @@ TEST_F(TargetMemory, SendsNumbersToBothSidesInTheirByteOrders) {
         mem_write32(0x802, 0xA1B2C3D4);
         const bool big = endianness == 1;
         Bytes simulator;
-        for (std::uint32_t address = 0x800; address < 0x806; address++)
+        for (std::uint32_t address = 0x800; address < 0x806; address++) {
             simulator.push_back(sim_read8(address));
+        }
         EXPECT_EQ(test::hex(simulator), big ? "12 34 A1 B2 C3 D4" : "34 12 D4 C3 B2 A1");
         EXPECT_EQ(target.take(42), std::string("41 42 01 08 00 08 ") + (big ? "12" : "34") +
                                        " 41 42 02 08 01 08 " + (big ? "34" : "12") +

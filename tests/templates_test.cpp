@@ -1,7 +1,7 @@
 // The written files, where little or nothing was loaded.
 #include "setup/templates.h"
 
-#include "core/config.h"
+#include "core/config/config.h"
 #include "tests/support/base_dir.h"
 
 namespace kx {

@@ -3,7 +3,7 @@
 
 #include "ui/cells.h"
 
-#include "ini/ascii.h"
+#include "util/ascii.h"
 
 #include <cwchar>
 #include <string>

@@ -2,9 +2,9 @@
 // where lines start, so that 200 MB of any text stay usable: two bytes a line, nothing is moved.
 #include "ui/linedoc.h"
 
-#include "ini/ascii.h"
 #include "ui/cells.h"
 #include "ui/con.h"
+#include "util/ascii.h"
 
 #include <algorithm>
 #include <array>

@@ -2,12 +2,13 @@
 
 #include "ui/msg.h"
 
-#include "core/clock.h"
-#include "ini/ascii.h"
 #include "ui/cells.h"
 #include "ui/col.h"
 #include "ui/con.h"
 #include "ui/msgbox.h"
+#include "util/ascii.h"
+#include "util/clock.h"
+#include "util/text.h"
 
 #include <algorithm>
 #include <climits>
@@ -65,14 +66,8 @@ MsgState state;
 // Texts --------------------------------------------------------------------------------------
 
 __attribute__((format(printf, 1, 0))) std::string format_text(const char* format, va_list args) {
-    va_list again;
-    va_copy(again, args);
-    const int length = std::vsnprintf(nullptr, 0, format, args);
-    std::string text(static_cast<std::size_t>(std::max(length, 0)), '\0');
-    std::vsnprintf(text.data(), text.size() + 1, format, again);
-    va_end(again);
     // Names of files and bytes from the target come through here and must not steer the terminal.
-    return ascii_escape(text, "\n\r\t\b");
+    return ascii_escape(text_vprintf(format, args), "\n\r\t\b");
 }
 
 // Counters, shared by all outputs ------------------------------------------------------------

@@ -2,9 +2,9 @@
 // that the first screen of a large file stands at once and keys work while the rest arrives.
 #include "ui/view.h"
 
-#include "ini/ascii.h"
 #include "ui/col.h"
 #include "ui/con.h"
+#include "util/ascii.h"
 
 #include <algorithm>
 #include <climits>

@@ -28,8 +28,9 @@ Pty::~Pty() {
 }
 
 void Pty::hang_up() {
-    if (master >= 0)
+    if (master >= 0) {
         close(std::exchange(master, -1));
+    }
 }
 
 void Pty::send(const std::vector<std::uint8_t>& bytes) const {

@@ -12,8 +12,10 @@ namespace kx::test {
 std::string hex(const auto& bytes) {
     const char* const digits = "0123456789ABCDEF";
     std::string text;
-    for (const std::uint8_t byte : bytes)
+    for (const auto element : bytes) {
+        const auto byte = static_cast<std::uint8_t>(element);
         text += {' ', digits[byte >> 4], digits[byte & 15]};
+    }
     return text.substr(text.empty() ? 0 : 1);
 }
 

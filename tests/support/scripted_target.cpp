@@ -29,18 +29,22 @@ void ScriptedTarget::run() {
             const bool writes = input[1] == 'L';
             const auto data = input.begin() + 10;
             const auto end = data + (writes ? argument(8) : 0);
-            if (end > input.end())
+            if (end > input.end()) {
                 break;
+            }
             std::uint32_t sector = argument(4);
             for (std::uint32_t track = 1; track < argument(2);
-                 track++) // one by one, of a 1541 disc
+                 track++) { // one by one, of a 1541 disc
                 sector += track < 18 ? 21 : track < 25 ? 19 : track < 31 ? 18 : 17;
+            }
             std::uint32_t at = sector * 256 + argument(6);
-            for (auto byte = data; byte < end; byte++)
+            for (auto byte = data; byte < end; byte++) {
                 image[at++] = *byte;
+            }
             std::vector<std::uint8_t> answer;
-            while (!writes && answer.size() < argument(8))
+            while (!writes && answer.size() < argument(8)) {
                 answer.push_back(image[at++]);
+            }
             commands.push_back(hex(std::vector(input.begin(), data)));
             pty.send(answer);
             input.erase(input.begin(), end);

@@ -39,23 +39,28 @@ int exit_code(pid_t pid) {
 // What the runner of the tests has set must not change what a program shows.
 void prepare_child(const RunOptions& options) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    for (const char* name : {"LC_ALL", "LC_CTYPE", "LINES", "COLUMNS", "ESCDELAY", "KXPATH"})
+    for (const char* name : {"LC_ALL", "LC_CTYPE", "LINES", "COLUMNS", "ESCDELAY", "KXPATH"}) {
         unsetenv(name);
+    }
     setenv("LANG", "C.UTF-8", 1);
     setenv("TERM", "xterm", 1);
-    for (const auto& [name, value] : options.env)
+    for (const auto& [name, value] : options.env) {
         value.empty() ? unsetenv(name.c_str()) : setenv(name.c_str(), value.c_str(), 1);
-    if (chdir(options.cwd.c_str()) != 0)
+    }
+    if (chdir(options.cwd.c_str()) != 0) {
         _exit(126);
-    for (const int number : {SIGHUP, SIGINT, SIGTERM, SIGPIPE, SIGTTOU})
+    }
+    for (const int number : {SIGHUP, SIGINT, SIGTERM, SIGPIPE, SIGTTOU}) {
         std::signal(number, SIG_DFL);
+    }
 }
 
 [[noreturn]] void exec_child(const std::vector<std::string>& argv) {
     std::vector<char*> args;
     args.reserve(argv.size() + 1);
-    for (const std::string& arg : argv)
+    for (const std::string& arg : argv) {
         args.push_back(const_cast<char*>(arg.c_str()));
+    }
     args.push_back(nullptr);
     execvp(args[0], args.data());
     std::perror(args[0]);
@@ -113,8 +118,9 @@ void Terminal::run(const std::function<int()>& body, const RunOptions& options) 
     std::fflush(nullptr); // or the child would write it once more
     report_->exited = -1;
     keeper_ = fork();
-    if (keeper_ == 0)
+    if (keeper_ == 0) {
         keep(body, options);
+    }
     wait_until([&] { return report_->child > 0; }, "the start of the child");
 }
 
@@ -137,8 +143,9 @@ void Terminal::keep(const std::function<int()>& body, const RunOptions& options)
     std::signal(SIGHUP, forward_hangup);
     report_->child = pid;
     report_->exited = exit_code(pid);
-    for (;;)
+    for (;;) {
         pause();
+    }
 }
 
 void Terminal::type(const std::string& bytes) {
@@ -169,8 +176,9 @@ bool Terminal::pump(int ms) {
     pollfd line = {pty.master, POLLIN, 0};
     char bytes[4096];
     const ssize_t n = poll(&line, 1, ms) > 0 ? ::read(pty.master, bytes, sizeof bytes) : 0;
-    if (n <= 0)
+    if (n <= 0) {
         return false;
+    }
     output_.append(bytes, static_cast<std::size_t>(n));
     vterm_input_write(vterm_, bytes, static_cast<std::size_t>(n));
     return true;
@@ -214,8 +222,9 @@ std::string Terminal::row(int y) {
 
 std::string Terminal::screen() {
     std::string text;
-    for (int y = 0; y < rows_; ++y)
+    for (int y = 0; y < rows_; ++y) {
         text += row(y) + "\n";
+    }
     return text;
 }
 
@@ -261,8 +270,9 @@ Outcome run_program(const std::vector<std::string>& argv, const RunOptions& opti
         setsid(); // no terminal to fall back on
         if (std::freopen("/dev/null", "r", stdin) == nullptr ||
             std::freopen(dir.file("out").c_str(), "w", stdout) == nullptr ||
-            std::freopen(dir.file("err").c_str(), "w", stderr) == nullptr)
+            std::freopen(dir.file("err").c_str(), "w", stderr) == nullptr) {
             _exit(126);
+        }
         prepare_child(options);
         alarm(RUN_LIMIT);
         exec_child(argv);

@@ -1,5 +1,5 @@
 // Bytes of a large address range of which little is used.
-#include "core/paged_bytes.h"
+#include "util/paged_bytes.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,5 +1,5 @@
 // Opening, measuring and safely replacing files.
-#include "ini/file.h"
+#include "util/file.h"
 
 #include <algorithm>
 #include <cerrno>

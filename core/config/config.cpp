@@ -1,5 +1,5 @@
 // The configuration loader: text on disc becomes the active configuration, section by section.
-#include "core/config.h"
+#include "core/config/config.h"
 
 #include "files/filetype.h"
 #include "files/loader.h"

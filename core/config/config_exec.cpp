@@ -1,12 +1,12 @@
 // Runs program files on the configured target, saves and loads ranges of its memory.
-#include "core/config_exec.h"
+#include "core/config/config_exec.h"
 
 #include "core/active_config.h"
 #include "files/loader.h"
-#include "ini/file.h"
 #include "link/patch.h"
 #include "link/target_memory.h"
 #include "ui/msg.h"
+#include "util/file.h"
 
 #include <unistd.h>
 

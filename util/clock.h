@@ -1,15 +1,19 @@
-// Wall time in milliseconds, the clock of the write throttle and of the transfer rate, and a timer
-// on it.
+// The two clocks, both in milliseconds: one that never steps back, for time-outs and stopwatches,
+// and the wall's, for the write throttle and the transfer rate; and a timer on the latter.
 #pragma once
 
 #include <cstdint>
 
 namespace kx {
 
+/// Milliseconds since some fixed point, never stepping back; wraps after 2^32 ms.
+std::uint32_t clock_ms();
+
 /// Wall time in milliseconds, the low 32 bits. It may step back when the system's time is set.
 std::uint32_t clock_wall_ms();
 
-/// Replaces the clock by `source`, null for the real one: tests decide what time it is.
+/// Replace a clock by `source`, null for the real one: tests decide what time it is.
+void clock_set_source(std::uint32_t (*source)());
 void clock_wall_set_source(std::uint32_t (*source)());
 
 struct WallTimer {

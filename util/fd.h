@@ -1,0 +1,35 @@
+// The owner of a file descriptor, and writing all of something to one.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <utility>
+
+namespace kx {
+
+/// Closes its descriptor when it goes. errno survives the closing.
+class Fd {
+public:
+    Fd() = default;
+    explicit Fd(int fd) : fd_(fd) {}
+    ~Fd() { reset(); }
+    Fd(Fd&& other) noexcept : fd_(other.release()) {}
+    Fd& operator=(Fd&& other) noexcept {
+        reset(other.release());
+        return *this;
+    }
+
+    int get() const { return fd_; } // -1 for none
+    bool is_open() const { return fd_ >= 0; }
+    int release() { return std::exchange(fd_, -1); } // the caller owns it now
+    void reset(int fd = -1);
+
+private:
+    int fd_ = -1;
+};
+
+/// Writes all of `bytes`, in as many calls as it takes; a signal in between is no failure.
+/// 0, or -1 with errno.
+int fd_write_all(int fd, std::span<const std::uint8_t> bytes);
+
+} // namespace kx

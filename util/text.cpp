@@ -1,0 +1,26 @@
+// printf into a string.
+#include "util/text.h"
+
+#include <cstdio>
+
+namespace kx {
+
+std::string text_vprintf(const char* format, va_list args) {
+    va_list again;
+    va_copy(again, args);
+    const int length = std::vsnprintf(nullptr, 0, format, args);
+    std::string text(length > 0 ? static_cast<std::size_t>(length) : 0, '\0');
+    std::vsnprintf(text.data(), text.size() + 1, format, again);
+    va_end(again);
+    return text;
+}
+
+std::string text_printf(const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    std::string text = text_vprintf(format, args);
+    va_end(args);
+    return text;
+}
+
+} // namespace kx
