@@ -48,6 +48,10 @@ int host_write(std::FILE* file, std::span<const std::uint8_t> bytes, std::int64_
     return std::fflush(file) == 0 ? 1 : -1;
 }
 
+bool memory_has(const ImageHandle& image, std::int64_t offset, std::size_t length) {
+    return range_is_inside(offset, length, static_cast<std::int64_t>(image.memory->size()));
+}
+
 /// A held image can be reached only through the one stub that has commands for it, and it must be
 /// a D64 for its offsets to have places.
 bool held_is_reachable(const ImageHandle& image) {
@@ -71,7 +75,7 @@ int for_each_chunk(std::size_t length, std::int64_t offset, const char* verb, Tr
         }
         msg_info("%s offs:%d == trk:%d sec:%d off:%d len:%d", verb, static_cast<int>(from),
                  place.track, place.sector, place.byte, static_cast<int>(chunk));
-        if (transfer(StubBlock{place.track, place.sector, place.byte}, done, chunk) != 1) {
+        if (transfer(place, done, chunk) != 1) {
             return -1;
         }
         done += chunk;
@@ -124,13 +128,31 @@ int target_imgopen(ImageHandle& image, const std::string& path, bool writing) {
     return 1;
 }
 
+std::int64_t image_size(const ImageHandle& image) {
+    if (image.held) {
+        return IMAGE_HELD_LIMIT;
+    }
+    if (image.memory) {
+        return static_cast<std::int64_t>(image.memory->size());
+    }
+    return image.file ? file_size(image.file.get()) : 0;
+}
+
 void target_imgclose(ImageHandle& image) {
     image.file.reset();
+    image.memory.reset();
 }
 
 int target_imgread(ImageHandle& image, std::span<std::uint8_t> bytes, std::int64_t offset) {
     if (image.held) {
         return kx_d64img_readblock(image, bytes, offset);
+    }
+    if (image.memory) {
+        if (!memory_has(image, offset, bytes.size())) {
+            return -1;
+        }
+        std::copy_n(image.memory->begin() + offset, bytes.size(), bytes.begin());
+        return 1;
     }
     if (!image.file || !range_is_inside(offset, bytes.size(), image.access_limit)) {
         return -1;
@@ -142,6 +164,13 @@ int target_imgwrite(ImageHandle& image, std::span<const std::uint8_t> bytes, std
     if (image.held) {
         return kx_d64img_writeblock(image, bytes, offset);
     }
+    if (image.memory) {
+        if (!memory_has(image, offset, bytes.size())) {
+            return -1;
+        }
+        std::copy(bytes.begin(), bytes.end(), image.memory->begin() + offset);
+        return 1;
+    }
     if (!image.file || !range_is_inside(offset, bytes.size(), image.access_limit)) {
         return -1;
     }
@@ -150,10 +179,7 @@ int target_imgwrite(ImageHandle& image, std::span<const std::uint8_t> bytes, std
 
 int target_imgreadfchunk(ImageHandle& image, std::FILE* file, std::int64_t offset, long length) {
     // No room is made for more than the image can hold.
-    const std::int64_t size = image.held   ? IMAGE_HELD_LIMIT
-                              : image.file ? file_size(image.file.get())
-                                           : 0;
-    if (length < 0 || offset < 0 || length > size - offset) {
+    if (length < 0 || offset < 0 || length > image_size(image) - offset) {
         return -1;
     }
     std::vector<std::uint8_t> bytes(static_cast<std::size_t>(length));
@@ -181,7 +207,7 @@ int kx_d64img_readblock(ImageHandle& image, std::span<std::uint8_t> bytes, std::
         return -1;
     }
     return for_each_chunk(bytes.size(), offset, "read",
-                          [&](const StubBlock& place, std::size_t from, std::size_t length) {
+                          [&](const ImagePlace& place, std::size_t from, std::size_t length) {
                               return stub_read_image(place, bytes.subspan(from, length));
                           });
 }
@@ -193,7 +219,7 @@ int kx_d64img_writeblock(ImageHandle& image, std::span<const std::uint8_t> bytes
         return -1;
     }
     return for_each_chunk(bytes.size(), offset, "write",
-                          [&](const StubBlock& place, std::size_t from, std::size_t length) {
+                          [&](const ImagePlace& place, std::size_t from, std::size_t length) {
                               return stub_write_image(place, bytes.subspan(from, length));
                           });
 }

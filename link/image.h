@@ -6,6 +6,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <vector>
 
 namespace kx {
 
@@ -23,12 +24,27 @@ constexpr std::int64_t IMAGE_ACCESS_LIMIT = 0x57057FFF;
 /// Bytes of a 1541 image of 41 tracks: offsets from here on are refused on the link.
 constexpr std::int64_t IMAGE_HELD_LIMIT = std::int64_t{256} * 785;
 
+/// A place on a 1541 disc.
+struct ImagePlace {
+    int track = 0; // from 1; 0 for none
+    int sector = 0;
+    int byte = 0; // within the sector
+    bool operator==(const ImagePlace&) const = default;
+};
+
+/// What the file system of a 1541 image keeps of it.
+struct D64Disc;
+
+/// Copies of a handle share all that is behind a pointer.
 struct ImageHandle {
     std::shared_ptr<std::FILE> file; // null when closed or held by the target
     bool held = false;
     int type = 0; // file type identifier
     int kind = IMAGE_KIND_D64;
     std::int64_t access_limit = IMAGE_ACCESS_LIMIT;
+    // The image's bytes when it is worked on in memory; `file` is then left alone.
+    std::shared_ptr<std::vector<std::uint8_t>> memory = nullptr;
+    std::shared_ptr<D64Disc> disc = nullptr; // from the first reading of the directory on
 };
 
 /// Sectors of the tracks before `track` (1 to 43) on a 1541 disc; 0 for any other track.
@@ -36,17 +52,15 @@ int d64_sectors_before(int track);
 
 /// Track (from 1), sector and byte of a linear offset. 1; -1, and `place` untouched, for an
 /// offset below 0 or from IMAGE_HELD_LIMIT on.
-struct ImagePlace {
-    int track = 1;
-    int sector = 0;
-    int byte = 0;
-};
 int image_place(std::int64_t offset, ImagePlace& place);
 
 /// Opens the file; a held image succeeds at once. 1, or -1 with an error message and the handle
 /// closed. A file opened here is the one that memory access goes to in image mode, until another
 /// one is opened or this one is closed.
 int target_imgopen(ImageHandle& image, const std::string& path, bool writing);
+
+/// Bytes of the image: of a held one those that can be reached, 0 when none is open.
+std::int64_t image_size(const ImageHandle& image);
 
 /// Closes what was opened.
 void target_imgclose(ImageHandle& image);

@@ -84,10 +84,10 @@ int receive_data(bool sent, std::span<std::uint8_t> bytes) {
     return port_flush_input() == 0 ? 1 : -1;
 }
 
-bool send_image_command(char letter, const StubBlock& place, std::size_t length) {
+bool send_image_command(char letter, const ImagePlace& place, std::size_t length) {
     return send_command(
         letter, {static_cast<std::uint32_t>(place.track), static_cast<std::uint32_t>(place.sector),
-                 static_cast<std::uint32_t>(place.offset), static_cast<std::uint32_t>(length)});
+                 static_cast<std::uint32_t>(place.byte), static_cast<std::uint32_t>(length)});
 }
 
 } // namespace
@@ -119,11 +119,11 @@ void stub_execute() {
     send_command('K', {});
 }
 
-int stub_write_image(const StubBlock& place, std::span<const std::uint8_t> bytes) {
+int stub_write_image(const ImagePlace& place, std::span<const std::uint8_t> bytes) {
     return send_data(send_image_command('L', place, bytes.size()), bytes);
 }
 
-int stub_read_image(const StubBlock& place, std::span<std::uint8_t> bytes) {
+int stub_read_image(const ImagePlace& place, std::span<std::uint8_t> bytes) {
     return receive_data(send_image_command('M', place, bytes.size()), bytes);
 }
 

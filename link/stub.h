@@ -3,6 +3,8 @@
 // target needs, lowest byte first.
 #pragma once
 
+#include "link/image.h"
+
 #include <cstdint>
 #include <cstdio>
 #include <span>
@@ -29,15 +31,8 @@ void stub_execute();
 /// a byte; null for the real one. Tests shorten it.
 void stub_set_sleep(void (*sleep)());
 
-/// A place on a disc image.
-struct StubBlock {
-    int track = 1; // from 1
-    int sector = 0;
-    int offset = 0; // byte within the sector
-};
-
 /// `L` and `M`: a run of bytes of a disc image, from a place within one sector.
-int stub_write_image(const StubBlock& place, std::span<const std::uint8_t> bytes);
-int stub_read_image(const StubBlock& place, std::span<std::uint8_t> bytes);
+int stub_write_image(const ImagePlace& place, std::span<const std::uint8_t> bytes);
+int stub_read_image(const ImagePlace& place, std::span<std::uint8_t> bytes);
 
 } // namespace kx
