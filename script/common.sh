@@ -15,6 +15,7 @@ test_packages=(libgtest-dev libgmock-dev libvterm-dev ncurses-term cc65 cc1541 c
     dpkg-dev file fakeroot man-db)
 check_packages=(clang-format clang-tidy shellcheck)
 bench_packages=(libbenchmark-dev libinih-dev libsimpleini-dev)
+fuzz_packages=(clang libclang-rt-14-dev)
 
 # Runs a command; what it prints is shown only when it fails.
 quietly() {
