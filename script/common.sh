@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # What script/run, script/test and .ci/run share. To be sourced by bash from the project's root.
 
 say() {
