@@ -75,7 +75,7 @@ int copy_out(ImageHandle& image, const D64Entry& entry, const std::string& host_
     }
     // A new file has nothing to lose, and a whole disc of them is done much faster this way.
     if (file_size(file.get()) > 0) {
-        return file_replace(host_path, {bytes.begin(), bytes.end()}) == 0 ? 1 : -1;
+        return file_replace(host_path, bytes) == 0 ? 1 : -1;
     }
     const bool written =
         bytes.empty() || std::fwrite(bytes.data(), 1, bytes.size(), file.get()) == bytes.size();

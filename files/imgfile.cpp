@@ -118,7 +118,7 @@ int get_range(ImageHandle& image, const std::string& host_path, std::int64_t off
     const bool copied = copy && target_imgreadfchunk(image, copy.get(), offset, length) == 1 &&
                         std::fseek(copy.get(), 0, SEEK_SET) == 0 &&
                         file_read_bytes(copy.get(), static_cast<std::uint64_t>(length), bytes) == 0;
-    return copied && file_replace(host_path, {bytes.begin(), bytes.end()}) == 0 ? 1 : -1;
+    return copied && file_replace(host_path, bytes) == 0 ? 1 : -1;
 }
 
 } // namespace

@@ -210,8 +210,8 @@ std::string_view read_bytes(std::FILE* file, std::size_t size, std::unique_ptr<I
     constexpr std::size_t records_per_text = 4; // how much more than the text its records take
     pool = std::make_unique<IniPool>(size * (1 + records_per_text));
     char* bytes = std::pmr::polymorphic_allocator<char>(pool.get()).allocate(size);
-    const std::size_t got = std::fread(bytes, 1, size, file);
-    return {bytes, std::ferror(file) == 0 ? got : 0};
+    const long got = file_read(file, {reinterpret_cast<std::uint8_t*>(bytes), size});
+    return {bytes, static_cast<std::size_t>(std::max(got, 0L))};
 }
 
 // Looking up ---------------------------------------------------------------------------------

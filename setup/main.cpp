@@ -7,10 +7,12 @@
 #include "setup/templates.h"
 #include "symfiles/symfiles.h"
 #include "ui/msg.h"
+#include "util/signals.h"
 
 int main(int argc, char** argv) {
     using namespace kx;
 
+    signals_ignore_failed_writes();
     msg_set_output(MSG_CONSOLE);
     verbosity.verbose = command_line_early_verbose(argc, argv);
     mem_mode = MEM_SIMULATOR;

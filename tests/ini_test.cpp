@@ -4,13 +4,17 @@
 #include "tests/support/temp_dir.h"
 #include "util/file.h"
 
+#include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <memory_resource>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 using namespace kx;
@@ -36,7 +40,40 @@ struct ReadDocument : IniDocument {
     }
 };
 
+/// What the next call of that name does: fails with `error`, or raises `signal` first.
+struct {
+    std::string call;
+    int error = 0;
+    int signal = 0;
+} fault;
+
+bool fails(const char* call) {
+    if (fault.call == call && fault.signal != 0) {
+        raise(fault.signal);
+    }
+    errno = fault.error;
+    return fault.call == call && fault.error != 0;
+}
+
+long files_in(const std::string& directory) {
+    const std::filesystem::directory_iterator entries(directory);
+    return std::distance(begin(entries), end(entries));
+}
+
 } // namespace
+
+// These stand before the C library's.
+extern "C" int fsync(int fd) {
+    return fails("fsync") ? -1 : static_cast<int>(syscall(SYS_fsync, fd));
+}
+extern "C" int rename(const char* from, const char* to) noexcept {
+    return fails("rename")
+               ? -1
+               : static_cast<int>(syscall(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0));
+}
+extern "C" int fchmod(int fd, mode_t mode) noexcept {
+    return fails("fchmod") ? -1 : static_cast<int>(syscall(SYS_fchmod, fd, mode));
+}
 
 TEST(Ini, StoresWhatTheTextHolds) {
     using namespace std::string_literals;
@@ -170,7 +207,8 @@ TEST(File, ReplacingFollowsLinksAndKeepsPermissions) {
     namespace fs = std::filesystem;
     const TempDir dir;
     chmod(dir.write("real/file", "a longer old text").c_str(), 0640);
-    fs::create_symlink("real/file", dir.file("link"));
+    fs::create_symlink("file", dir.file("real/again"));
+    fs::create_symlink("real/again", dir.file("link")); // a chain
     fs::create_symlink("real/new", dir.file("dangling"));
     fs::create_symlink("loop", dir.file("loop"));
     umask(027);
@@ -180,14 +218,16 @@ TEST(File, ReplacingFollowsLinksAndKeepsPermissions) {
     EXPECT_EQ(file_replace(dir.path(), "lost"), -1);
     EXPECT_EQ(file_replace("/dev/full", "lost"), -1);
     EXPECT_EQ(file_replace("/dev/null", "gone"), 0);
-    EXPECT_TRUE(fs::is_symlink(dir.file("link")) && fs::is_symlink(dir.file("dangling")));
+    EXPECT_EQ(umask(027), 027U);
+    for (const char* name : {"link", "dangling", "real/again"}) {
+        EXPECT_TRUE(fs::is_symlink(dir.file(name))) << name;
+    }
     EXPECT_EQ(read_file(dir.file("real/file")), "text");
     EXPECT_EQ(read_file(dir.file("real/new")), "new");
     for (const char* name : {"real/file", "real/new"}) {
         EXPECT_EQ(fs::status(dir.file(name)).permissions(), static_cast<fs::perms>(0640)) << name;
     }
-    const fs::directory_iterator entries(dir.file("real"));
-    EXPECT_EQ(std::distance(begin(entries), end(entries)), 2); // no temporary stays
+    EXPECT_EQ(files_in(dir.file("real")), 3); // no temporary stays
 }
 
 TEST(FileDeathTest, AFileThatCannotBeReplacedStaysWhole) {
@@ -197,18 +237,20 @@ TEST(FileDeathTest, AFileThatCannotBeReplacedStaysWhole) {
         bool others;  // owned by somebody else
         rlim_t limit; // bytes that a file may have, as a full disc
         int status;
+        std::size_t old_size = 3;
     } rows[] = {
         {"read-only file", 0777, 0444, false, RLIM_INFINITY, 1},
         {"full disc, through a new file", 0777, 0666, false, 4096, 1},
         {"in place, as the directory takes no file", 0555, 0666, false, RLIM_INFINITY, 0},
         {"in place, to keep the owner", 0777, 0666, true, RLIM_INFINITY, 0},
+        {"in place, and shorter", 0555, 0666, true, RLIM_INFINITY, 0, 20000},
         {"full disc, in place", 0555, 0666, true, 4096, 1},
     };
     const std::string text(10000, 'n');
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
         const TempDir dir;
-        const std::string path = dir.write("f", "old");
+        const std::string old(row.old_size, 'o'), path = dir.write("f", old);
         chmod(path.c_str(), row.file);
         chmod(dir.path().c_str(), row.directory);
         const bool root = geteuid() == 0; // who may do anything, so another user tries
@@ -223,11 +265,97 @@ TEST(FileDeathTest, AFileThatCannotBeReplacedStaysWhole) {
         };
         EXPECT_EXIT(replace(), ExitedWithCode(row.status), "");
         chmod(dir.path().c_str(), 0700);
-        EXPECT_EQ(read_file(path), row.status == 0 ? text : "old");
+        EXPECT_EQ(read_file(path), row.status == 0 ? text : old);
         struct stat status = {};
         stat(path.c_str(), &status);
         EXPECT_EQ(status.st_uid, owner);
-        const std::filesystem::directory_iterator entries(dir.path());
-        EXPECT_EQ(std::distance(begin(entries), end(entries)), 1);
+        EXPECT_EQ(files_in(dir.path()), 1);
     }
+}
+
+TEST(File, AFaultAtAnyStepLeavesTheOldFileAndNoLitter) {
+    const struct {
+        const char* call;
+        int error;
+        const char* step; // null: the new content is there all the same
+    } rows[] = {
+        {"fsync", EIO, "sync"},     {"fsync", EPERM, "sync"},       {"rename", EIO, "rename"},
+        {"rename", EBUSY, nullptr}, {"fchmod", EIO, "permissions"}, {"fchmod", EPERM, nullptr},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::string(row.call) + ": " + std::strerror(row.error));
+        const TempDir dir;
+        const std::string path = dir.write("f", "old");
+        fault = {row.call, row.error, 0};
+        const int result = file_replace(path, "new");
+        fault = {};
+        EXPECT_EQ(result, row.step != nullptr ? -1 : 0);
+        EXPECT_EQ(read_file(path), row.step != nullptr ? "old" : "new");
+        EXPECT_EQ(files_in(dir.path()), 1);
+        EXPECT_EQ(file_last_error().error, row.error);
+        if (row.step != nullptr) {
+            EXPECT_STREQ(file_last_error().step, row.step);
+        }
+    }
+}
+
+TEST(FileDeathTest, ADeathWhileReplacingLeavesOneWholeFile) {
+    const TempDir dir;
+    const std::string path = dir.write("f", "old");
+    for (int i = 0; i < 3; i++) { // a temporary of the same name each time
+        EXPECT_EXIT((fault = {"fsync", 0, SIGKILL}, file_replace(path, "new")),
+                    testing::KilledBySignal(SIGKILL), "");
+        EXPECT_EQ(read_file(path), "old");
+        EXPECT_EQ(files_in(dir.path()), 2);
+    }
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) { // those wait until all is done
+        const std::string text = std::to_string(number);
+        EXPECT_EXIT((fault = {"fsync", 0, number}, file_replace(path, text)),
+                    testing::KilledBySignal(number), "");
+        EXPECT_EQ(read_file(path), text);
+        EXPECT_EQ(files_in(dir.path()), 1);
+    }
+}
+
+TEST(File, ProcessesThatReplaceOneFileTakeTurns) {
+    const TempDir dir;
+    const std::string path = dir.file("f"), texts[] = {std::string(70000, 'a'), "b"};
+    pid_t children[2];
+    for (int i = 0; i < 2; i++) {
+        children[i] = fork();
+        for (int k = 0; children[i] == 0 && k < 200; k++) {
+            if (file_replace(path, texts[i]) != 0) {
+                _exit(1);
+            }
+            const std::string found = read_file(path);
+            if (found != texts[0] && found != texts[1]) {
+                _exit(2);
+            }
+        }
+        if (children[i] == 0) {
+            _exit(0);
+        }
+    }
+    for (const pid_t child : children) {
+        int status = -1;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(status, 0);
+    }
+    EXPECT_EQ(files_in(dir.path()), 1);
+}
+
+TEST(File, AFifoIsNeverWaitedFor) {
+    const TempDir dir;
+    const std::string pipe = dir.file("pipe");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    EXPECT_EQ(file_replace(pipe, "read by nobody"), -1);
+    EXPECT_EQ(file_last_error().error, ENXIO);
+    const FilePtr input = file_open(pipe, "rb");
+    ASSERT_NE(input, nullptr);
+    EXPECT_EQ(file_size(input.get()), -1);
+    EXPECT_EQ(file_last_error().error, ESPIPE);
+    EXPECT_EQ(file_replace(pipe, "read by input"), 0);
+    char text[20] = {};
+    EXPECT_EQ(file_read(input.get(), {reinterpret_cast<std::uint8_t*>(text), 13}), 13);
+    EXPECT_STREQ(text, "read by input");
 }

@@ -10,6 +10,7 @@ enum class FailureKind {
     Silent,  // nobody answered in time
     Surplus, // more came than was asked for
     Gone,    // the other side has hung up
+    Ended,   // a file ended before all that was wanted from it was read
 };
 
 /// The last failure of a module: kept until its next call that fails.

@@ -15,6 +15,10 @@ void Fd::reset(int fd) {
     fd_ = fd;
 }
 
+int Fd::close() {
+    return ::close(release());
+}
+
 int fd_write_all(int fd, std::span<const std::uint8_t> bytes) {
     while (!bytes.empty()) {
         const ssize_t written = ::write(fd, bytes.data(), bytes.size());

@@ -23,6 +23,9 @@ public:
     bool is_open() const { return fd_ >= 0; }
     int release() { return std::exchange(fd_, -1); } // the caller owns it now
     void reset(int fd = -1);
+    /// Closes it now. 0, or -1 with errno: a file system over a network may tell of a failed write
+    /// only here.
+    int close();
 
 private:
     int fd_ = -1;

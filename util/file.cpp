@@ -1,10 +1,16 @@
-// Opening, measuring and safely replacing files.
+// Opening, measuring, reading and safely replacing files.
 #include "util/file.h"
+
+#include "util/fd.h"
+#include "util/signals.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <ctime>
 #include <fcntl.h>
 #include <filesystem>
+#include <new>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,39 +20,41 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// A new file, removed again unless it was renamed to where it belongs.
-struct Temporary {
-    std::string path;
-    FilePtr file; // null when the directory takes no new file
-
-    explicit Temporary(const fs::path& directory) : path(directory / ".kxnew.XXXXXX") {
-        const int fd = mkostemp(path.data(), O_CLOEXEC);
-        if (fd < 0) {
-            path.clear();
-            return;
-        }
-        file.reset(fdopen(fd, "wb"));
-        if (file == nullptr) {
-            close(fd);
-        }
-    }
-    ~Temporary() {
-        if (!path.empty()) {
-            unlink(path.c_str());
-        }
-    }
-    Temporary(const Temporary&) = delete;
-    Temporary& operator=(const Temporary&) = delete;
+struct State {
+    Failure last;
 };
+State state;
 
-bool write_all(std::FILE* file, const std::string& content) {
-    return std::fwrite(content.data(), 1, content.size(), file) == content.size() &&
-           std::fflush(file) == 0;
+/// Records why `step` failed. Always -1, and errno is the error.
+int fail(const char* step, int error = errno) {
+    state.last = {step, FailureKind::System, error};
+    errno = error;
+    return -1;
 }
 
-/// A file system over a network may tell of a failed write only here.
-bool close_checked(FilePtr file) {
-    return std::fclose(file.release()) == 0;
+// Opening ------------------------------------------------------------------------------------
+
+int flags_of_mode(std::string_view mode) {
+    const bool update = mode.find('+') != std::string_view::npos;
+    if (mode.starts_with('r')) {
+        return update ? O_RDWR : O_RDONLY;
+    }
+    return (update ? O_RDWR : O_WRONLY) | O_CREAT | (mode.starts_with('a') ? O_APPEND : O_TRUNC);
+}
+
+/// Opens without waiting for the other end of a FIFO or for a modem's carrier; what is read and
+/// written then may wait as ever. Closed, with errno, when that fails or it is a directory.
+Fd open_at_once(const std::string& path, int flags, mode_t mode = 0666) {
+    Fd fd(::open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, mode));
+    struct stat status = {};
+    if (fd.is_open() && fstat(fd.get(), &status) == 0 && S_ISDIR(status.st_mode)) {
+        fd.reset(); // it opens for reading, and tells only at the first read what it is
+        errno = EISDIR;
+    }
+    if (fd.is_open()) {
+        (void)fcntl(fd.get(), F_SETFL, fcntl(fd.get(), F_GETFL) & ~O_NONBLOCK);
+    }
+    return fd;
 }
 
 /// Where a chain of symbolic links ends, whether a file is there or not.
@@ -58,132 +66,290 @@ std::string follow_links(fs::path path) {
     return path;
 }
 
-/// Gives the file at `fd` the owner and permissions of the file that it will replace, or those
-/// of any new file when there is none. False when an old file's cannot be given.
-bool set_status(int fd, const struct stat* old) {
-    if (old == nullptr) {
-        const mode_t mask = umask(0); // it can only be read by setting it
-        umask(mask);
-        // Refused where all files belong to the one who mounted them, as on a USB stick: then
-        // they have the permissions that the mount gives them.
-        (void)!fchmod(fd, 0666 & ~mask);
-        return true;
+// Replacing ----------------------------------------------------------------------------------
+
+enum class Outcome {
+    Replaced,
+    Busy,       // somebody else replaces it right now
+    NotAllowed, // no other file may take its place
+    Failed,
+};
+
+/// Records why a step that needs rights which the file's own do not give failed.
+Outcome refuse(const char* step) {
+    fail(step);
+    return errno == EACCES || errno == EPERM || errno == EBUSY || errno == EXDEV
+               ? Outcome::NotAllowed
+               : Outcome::Failed;
+}
+
+/// The new file, beside the one that it will replace. Its name depends on that one's alone, so
+/// that what a killed process left behind is used again; only the holder of its lock may touch it.
+/// It is removed again unless it was renamed to where it belongs.
+struct Temporary {
+    std::string path;
+    Fd fd; // locked, once it is taken
+
+    explicit Temporary(const fs::path& target) {
+        // The ending keeps a temporary of "x.ini" from being taken for a configuration. Files whose
+        // names are cut to the same one take turns.
+        constexpr std::size_t name_max = 128;
+        const std::string name = target.filename().string().substr(0, name_max);
+        path = target.parent_path() / ("." + name + ".kxnew");
     }
+    ~Temporary() {
+        if (fd.is_open() && !path.empty()) { // before the lock goes
+            const int error = errno;
+            unlink(path.c_str());
+            errno = error;
+        }
+    }
+    Temporary(const Temporary&) = delete;
+    Temporary& operator=(const Temporary&) = delete;
+};
+
+/// A new file, or the one that is there. EWOULDBLOCK when that is renamed in between.
+Fd open_temporary(const std::string& path, bool& is_new) {
+    Fd fd = open_at_once(path, O_RDWR | O_CREAT | O_EXCL, 0600);
+    is_new = fd.is_open();
+    if (!is_new && errno == EEXIST) {
+        fd = open_at_once(path, O_RDWR | O_NOFOLLOW);
+        errno = !fd.is_open() && errno == ENOENT ? EWOULDBLOCK : errno;
+    }
+    return fd;
+}
+
+/// Opens, locks and empties the temporary: `Replaced` for done. A file of somebody else's under
+/// its name, who could go on writing to it, and one with another name (a link), are removed first.
+Outcome take(Temporary& temporary) {
+    bool is_new = false;
+    Fd fd = open_temporary(temporary.path, is_new);
+    if (!fd.is_open()) {
+        return errno == EWOULDBLOCK ? Outcome::Busy : refuse("create");
+    }
+    struct stat opened = {};
+    struct stat named = {};
+    if (flock(fd.get(), LOCK_EX | LOCK_NB) != 0 || fstat(fd.get(), &opened) != 0) {
+        return errno == EWOULDBLOCK ? Outcome::Busy : refuse("lock");
+    }
+    if (lstat(temporary.path.c_str(), &named) != 0 || opened.st_dev != named.st_dev ||
+        opened.st_ino != named.st_ino) {
+        return Outcome::Busy; // it was renamed before we had the lock
+    }
+    // Not every file system gives a new file to whoever makes it.
+    const bool is_ours = is_new || opened.st_uid == geteuid();
+    if (!is_ours || !S_ISREG(opened.st_mode) || opened.st_nlink != 1) {
+        return unlink(temporary.path.c_str()) == 0 ? Outcome::Busy : refuse("create");
+    }
+    temporary.fd = std::move(fd);
+    // One that was left behind may have been readable for all already.
+    (void)!fchmod(temporary.fd.get(), 0600);
+    return ftruncate(temporary.fd.get(), 0) == 0 ? Outcome::Replaced : refuse("create");
+}
+
+/// Gives the new file the owner of the one that it will replace. False when that may not be.
+bool set_owner(int fd, const struct stat* old) {
     struct stat now = {};
-    if (fstat(fd, &now) != 0) {
-        return false;
+    return old == nullptr ||
+           (fstat(fd, &now) == 0 && now.st_uid == old->st_uid && now.st_gid == old->st_gid) ||
+           fchown(fd, old->st_uid, old->st_gid) == 0;
+}
+
+/// Gives the new file the permissions of the one that it will replace, or those of any new file
+/// when there is none. False when an old file's cannot be given.
+bool set_permissions(int fd, const struct stat* old) {
+    if (old != nullptr) {
+        return fchmod(fd, old->st_mode & 07777) == 0;
     }
-    // The owner first: a change of owner may take permissions away.
-    const bool same_owner = now.st_uid == old->st_uid && now.st_gid == old->st_gid;
-    return (same_owner || fchown(fd, old->st_uid, old->st_gid) == 0) &&
-           fchmod(fd, old->st_mode & 07777) == 0;
+    const mode_t mask = umask(0); // it can only be read by setting it
+    umask(mask);
+    // Refused where all files belong to the one who mounted them, as on a USB stick: then they
+    // have the permissions that the mount gives them.
+    (void)!fchmod(fd, 0666 & ~mask);
+    return true;
+}
+
+/// Makes a renaming last. The file is replaced already: where a directory cannot be opened or
+/// synced, it depends on the file system when that will survive a power cut.
+void sync_directory(const fs::path& directory) {
+    const Fd fd(
+        ::open(directory.empty() ? "." : directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (fd.is_open()) {
+        (void)!fsync(fd.get());
+    }
+}
+
+/// `old` is null where there is no file yet.
+Outcome replace_by_renaming(const fs::path& target, const struct stat* old,
+                            std::span<const std::uint8_t> content) {
+    Temporary temporary(target);
+    const Outcome taken = take(temporary);
+    if (taken != Outcome::Replaced) {
+        return taken;
+    }
+    const int fd = temporary.fd.get();
+    if (!set_owner(fd, old)) { // first: a change of owner may take permissions away
+        return refuse("permissions");
+    }
+    if (fd_write_all(fd, content) != 0) {
+        fail("write");
+        return Outcome::Failed;
+    }
+    if (!set_permissions(fd, old)) {
+        return refuse("permissions");
+    }
+    if (fsync(fd) != 0) {
+        fail("sync");
+        return Outcome::Failed;
+    }
+    if (std::rename(temporary.path.c_str(), target.c_str()) != 0) {
+        return refuse("rename");
+    }
+    temporary.path.clear();
+    sync_directory(target.parent_path());
+    return Outcome::Replaced;
 }
 
 /// Writes over the old content, `old_size` bytes. The room is reserved first, so that a full disc
 /// is found out before anything is lost.
-int write_in_place(FilePtr file, off_t old_size, const std::string& content) {
-    const int fd = fileno(file.get());
+int write_in_place(Fd file, off_t old_size, std::span<const std::uint8_t> content) {
     const auto size = static_cast<off_t>(content.size());
-    if (size > 0 && posix_fallocate(fd, 0, size) != 0) {
-        (void)!ftruncate(fd, old_size); // a part of the room may have been added at the end
-        return -1;
+    const int error = size > 0 ? posix_fallocate(file.get(), 0, size) : 0;
+    if (error != 0) {
+        (void)!ftruncate(file.get(), old_size); // a part of the room may have been added at the end
+        return fail("write", error);
     }
-    const bool written =
-        write_all(file.get(), content) && ftruncate(fd, size) == 0 && fsync(fd) == 0;
-    return close_checked(std::move(file)) && written ? 0 : -1;
+    if (fd_write_all(file.get(), content) != 0 || ftruncate(file.get(), size) != 0) {
+        return fail("write");
+    }
+    return fsync(file.get()) == 0 && file.close() == 0 ? 0 : fail("sync");
 }
 
-/// For what has no old content to lose: devices and pipes.
-int write_straight(const std::string& path, const std::string& content) {
-    FilePtr file = file_open(path, "wb");
-    if (file == nullptr) {
-        return -1;
+/// For what has no old content to lose: devices and FIFOs.
+int write_straight(const std::string& path, std::span<const std::uint8_t> content) {
+    Fd fd = open_at_once(path, O_WRONLY);
+    if (!fd.is_open()) {
+        return fail("open");
     }
-    const bool written = write_all(file.get(), content);
-    return close_checked(std::move(file)) && written ? 0 : -1;
+    return fd_write_all(fd.get(), content) == 0 && fd.close() == 0 ? 0 : fail("write");
+}
+
+/// Replaces a regular file, or makes one where `old` is null, in turns with other processes.
+int replace_regular(const std::string& path, const struct stat* old,
+                    std::span<const std::uint8_t> content) {
+    // A read-only file in a writable directory could be replaced, but its owner does not want it:
+    // opening it tells whether it may be written.
+    Fd old_file = old != nullptr ? open_at_once(path, O_RDWR) : Fd();
+    if (old != nullptr && !old_file.is_open()) {
+        return fail("open");
+    }
+    const fs::path target = follow_links(path);
+    constexpr int tries = 6000; // for half a minute
+    constexpr timespec pause = {.tv_sec = 0, .tv_nsec = 5000000};
+    for (int i = 0; i < tries; i++) {
+        const SignalsHeld held; // until the pause ends
+        const Outcome outcome = replace_by_renaming(target, old, content);
+        if (outcome == Outcome::NotAllowed && old != nullptr) {
+            return write_in_place(std::move(old_file), old->st_size, content);
+        }
+        if (outcome != Outcome::Busy) {
+            return outcome == Outcome::Replaced ? 0 : -1;
+        }
+        nanosleep(&pause, nullptr);
+    }
+    return fail("lock", EWOULDBLOCK);
 }
 
 } // namespace
 
+const Failure& file_last_error() {
+    return state.last;
+}
+
 FilePtr file_open(const std::string& path, const char* mode) {
-    FilePtr file(std::fopen(path.c_str(), (std::string(mode) + "e").c_str()));
-    struct stat status = {};
-    // A directory can be opened for reading, and tells only at the first read that it is one.
-    if (file != nullptr && (fstat(fileno(file.get()), &status) != 0 || S_ISDIR(status.st_mode))) {
+    Fd fd = open_at_once(path, flags_of_mode(mode));
+    FilePtr file(fd.is_open() ? fdopen(fd.get(), mode) : nullptr);
+    if (file == nullptr) {
+        fail("open");
         return nullptr;
     }
+    (void)fd.release(); // the stream's now
     return file;
 }
 
 bool file_can_write(const std::string& path) {
     struct stat status = {};
     if (stat(path.c_str(), &status) == 0) { // not opened: the reader of a pipe would see its end
-        return !S_ISDIR(status.st_mode) && access(path.c_str(), W_OK) == 0;
+        if (S_ISDIR(status.st_mode)) {
+            errno = EISDIR;
+        } else if (access(path.c_str(), W_OK) == 0) {
+            return true;
+        }
+        fail("open");
+        return false;
     }
     const std::string target = follow_links(path); // of a link to nothing
-    const bool can_make = file_open(target, "wbx") != nullptr;
-    if (can_make) {
-        unlink(target.c_str());
+    if (!open_at_once(target, O_WRONLY | O_CREAT | O_EXCL).is_open()) {
+        fail("create");
+        return false;
     }
-    return can_make;
+    unlink(target.c_str());
+    return true;
 }
 
 long file_size(std::FILE* file) {
     const long position = std::ftell(file);
     if (position < 0 || std::fseek(file, 0, SEEK_END) != 0) {
-        return -1;
+        return fail("seek");
     }
     const long size = std::ftell(file);
-    return std::fseek(file, position, SEEK_SET) == 0 ? size : -1;
+    return std::fseek(file, position, SEEK_SET) == 0 && size >= 0 ? size : fail("seek");
+}
+
+long file_read(std::FILE* file, std::span<std::uint8_t> bytes) {
+    const std::size_t got = std::fread(bytes.data(), 1, bytes.size(), file);
+    return std::ferror(file) == 0 ? static_cast<long>(got) : fail("read");
 }
 
 int file_read_bytes(std::FILE* file, std::uint64_t length, std::vector<std::uint8_t>& bytes) {
     constexpr std::uint64_t PIECE = 0x10000;
     bytes.clear();
-    while (bytes.size() < length) {
-        const std::size_t have = bytes.size();
-        const std::size_t wanted = std::min(PIECE, length - have);
-        bytes.resize(have + wanted);
-        const std::size_t got = std::fread(&bytes[have], 1, wanted, file);
-        if (got != wanted) {
-            bytes.resize(have + got);
-            return -1;
+    try {
+        while (bytes.size() < length) {
+            const std::size_t have = bytes.size();
+            const std::size_t wanted = std::min(PIECE, length - have);
+            bytes.resize(have + wanted);
+            const std::size_t got = std::fread(&bytes[have], 1, wanted, file);
+            if (got != wanted) {
+                bytes.resize(have + got);
+                state.last = {"read", FailureKind::Ended, 0};
+                return std::ferror(file) != 0 ? fail("read") : -1;
+            }
         }
+    } catch (const std::bad_alloc&) {
+        return fail("read", ENOMEM);
     }
     return 0;
 }
 
-int file_replace(const std::string& path, const std::string& content) {
+int file_replace(const std::string& path, std::span<const std::uint8_t> content) {
     struct stat old = {};
     const bool exists = stat(path.c_str(), &old) == 0;
     if (!exists && errno != ENOENT) {
-        return -1;
+        return fail("find");
     }
-    if (exists && !S_ISREG(old.st_mode)) {
-        return write_straight(path, content);
+    try {
+        return exists && !S_ISREG(old.st_mode)
+                   ? write_straight(path, content)
+                   : replace_regular(path, exists ? &old : nullptr, content);
+    } catch (const std::bad_alloc&) {
+        return fail("create", ENOMEM);
     }
-    // A read-only file in a writable directory could be replaced, but its owner does not want it:
-    // opening it tells whether it may be written.
-    FilePtr old_file = exists ? file_open(path, "rb+") : nullptr;
-    if (exists && old_file == nullptr) {
-        return -1;
-    }
-    const fs::path target = follow_links(path);
-    Temporary temporary(target.parent_path());
-    if (temporary.file != nullptr &&
-        set_status(fileno(temporary.file.get()), exists ? &old : nullptr)) {
-        if (!write_all(temporary.file.get(), content) || fsync(fileno(temporary.file.get())) != 0 ||
-            !close_checked(std::move(temporary.file))) {
-            return -1;
-        }
-        if (std::rename(temporary.path.c_str(), target.c_str()) == 0) {
-            temporary.path.clear();
-            return 0;
-        }
-    }
-    // No new file can take the old one's place: the directory is not ours, or the file is a mount
-    // point, or belongs to somebody else.
-    return old_file != nullptr ? write_in_place(std::move(old_file), old.st_size, content) : -1;
+}
+
+int file_replace(const std::string& path, std::string_view content) {
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(content.data());
+    return file_replace(path, std::span(bytes, content.size()));
 }
 
 } // namespace kx
