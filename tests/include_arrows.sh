@@ -4,7 +4,7 @@
 set -eu
 cd "$1"
 grep -rsE --include='*.h' --include='*.cpp' '^ *# *include *"' \
-    util ini core ui symfiles charsets link files fileserver setup tools | awk -F '[:"]' '
+    util ini core ui symfiles charsets link files fileserver session setup tools | awk -F '[:"]' '
 BEGIN { # what each room may include beside itself
     may["util"] = ""
     may["ini"] = "util"
@@ -16,7 +16,8 @@ BEGIN { # what each room may include beside itself
     may["files"] = "util ini core ui symfiles charsets link"
     may["core/config"] = may["files"] " files"
     may["fileserver"] = may["core/config"] " core/config"
-    may["setup"] = may["fileserver"] " fileserver"
+    may["session"] = may["fileserver"] " fileserver"
+    may["setup"] = may["session"] " session"
     may["tools"] = may["setup"] " setup"
 }
 function room(path) {

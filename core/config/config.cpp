@@ -10,6 +10,7 @@
 #include "ui/msg.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <vector>
 
 namespace kx {
@@ -272,6 +273,10 @@ int config_load_target(IniDocument& target_doc, const std::string& path) {
         ini_create(target_doc, path);
         config_target_complete(target_doc);
     }
+    return config_use_target(target_doc);
+}
+
+int config_use_target(const IniDocument& target_doc) {
     ActiveConfig& config = active_config;
     config.patch_file =
         config_make_path(config.base_dir, get_string(target_doc, "patches", "data"));
@@ -294,14 +299,19 @@ int config_load_target(IniDocument& target_doc, const std::string& path) {
     return 1;
 }
 
-int config_load_roms(const std::string& directory, const IniDocument& target_doc) {
+int config_load_roms(const std::string& directory, const IniDocument& target_doc,
+                     std::string* failed) {
     msg_info("loading default roms.");
     const QuietSimulatorAccess access;
     const int count = config_item_count(target_doc, "roms");
     for (int i = 0; i < count; i++) {
         // file name, flags (used by nobody here), load address
         const std::vector<std::string> item = get_array(target_doc, "roms", i, 3);
-        if (file_load(config_make_path(directory, item[0]), parse_address(item[2])) != 1) {
+        const std::string path = config_make_path(directory, item[0]);
+        if (file_load(path, parse_address(item[2])) != 1) {
+            if (failed != nullptr) {
+                *failed = path;
+            }
             return -1;
         }
     }
@@ -317,6 +327,17 @@ int config_load_symbols(const std::string& directory, const IniDocument& target_
                                 filetype_from_name(name));
     }
     return 0;
+}
+
+const char* config_missing_section(const IniDocument& target_doc) {
+    for (const TargetItem& item : target_items) {
+        // What the menu reads, and what may be empty, the loader does not look into.
+        const bool is_read = item.key != nullptr && std::strcmp(item.section, "config") != 0;
+        if (is_read && ini_find_section(target_doc, item.section) == nullptr) {
+            return item.section;
+        }
+    }
+    return nullptr;
 }
 
 void config_target_complete(IniDocument& target_doc) {

@@ -1,5 +1,5 @@
 // The configuration loader: finds the base directory, reads kx.ini and the target file it names,
-// and fills the active configuration. The one file of core/ that ties the other rooms together.
+// and fills the active configuration. Ties the other rooms together.
 #pragma once
 
 #include "core/active_config.h"
@@ -35,8 +35,17 @@ void config_load_or_exit(IniDocument& main_doc, IniDocument& target_doc,
 /// an empty one. A file that lacks a section ends the program.
 int config_load_target(IniDocument& target_doc, const std::string& path);
 
-/// Loads the default ROM images of `[roms]` into the simulator. 0, or -1 at the first failure.
-int config_load_roms(const std::string& directory, const IniDocument& target_doc);
+/// The same from a document that was read already, with all its sections.
+int config_use_target(const IniDocument& target_doc);
+
+/// The first section that the loading of target, ROM images and symbols would miss, and end the
+/// program for; null when all are there.
+const char* config_missing_section(const IniDocument& target_doc);
+
+/// Loads the default ROM images of `[roms]` into the simulator, silently unless verbose. 0, or -1
+/// at the first failure, with the path of that file in `failed` unless null.
+int config_load_roms(const std::string& directory, const IniDocument& target_doc,
+                     std::string* failed = nullptr);
 
 /// Reads the default symbol files of `[symbols]` into the symbol store. Always 0.
 int config_load_symbols(const std::string& directory, const IniDocument& target_doc);
