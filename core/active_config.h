@@ -2,6 +2,7 @@
 // (core/config) and the command line.
 #pragma once
 
+#include "core/file_type_ids.h"
 #include "core/memory_map.h"
 #include "core/registry.h"
 
@@ -36,7 +37,7 @@ struct ActiveConfig {
     std::string fileserver_root;       // what every path of the target stays in; empty: anywhere
     bool fileserver_read_only = false; // refuses all that would change the disc
     MemoryMap memory_map;
-    std::int32_t default_file_type = 15; // raw binary, see files/filetype.h
+    std::int32_t default_file_type = FILETYPE_RAW;
     std::string patch_file;
     std::int32_t patch_autoload = 0;
     std::string base_dir; // the toolkit's base directory, ends in a separator

@@ -10,8 +10,8 @@ namespace kx {
 const RegistryEntry machine_table[] = {
     {MACHINE_NONE, "none", "dummy target"},
     {MACHINE_C64, "c64", "Commodore C-64"},
-    {8, "nes", "Nintendo Entertainment System (FamiCom)"},
-    {9, "pce", "NEC PCEngine (Turbografx)"},
+    {MACHINE_NES, "nes", "Nintendo Entertainment System (FamiCom)"},
+    {MACHINE_PCE, "pce", "NEC PCEngine (Turbografx)"},
     {0, nullptr, nullptr},
 };
 

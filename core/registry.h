@@ -15,6 +15,8 @@ struct RegistryEntry {
 // Identifiers that the code compares with.
 constexpr int MACHINE_NONE = 1;
 constexpr int MACHINE_C64 = 2;
+constexpr int MACHINE_NES = 8;
+constexpr int MACHINE_PCE = 9;
 constexpr int TARGET_C64RR = 1;
 constexpr int TARGET_NONE = 6;
 constexpr int PORT_SERIAL = 1;

@@ -1,6 +1,8 @@
 // The file types the toolkit knows, and the rule that gives a file name its type.
 #pragma once
 
+#include "core/file_type_ids.h"
+
 #include <cstdint>
 #include <string_view>
 
@@ -14,18 +16,6 @@ constexpr std::uint8_t FILETYPE_BY_EXTENSION = 0x10; // recognised by its extens
 constexpr std::uint8_t FILETYPE_CPU = 0x08;          // belongs to a CPU
 constexpr std::uint8_t FILETYPE_MACHINE = 0x04;      // belongs to a machine
 constexpr std::uint8_t FILETYPE_DISC = 0x02;         // disc image
-
-constexpr int FILETYPE_KXSYMS = 1;
-constexpr int FILETYPE_CC65 = 3;
-constexpr int FILETYPE_PRG = 8;
-constexpr int FILETYPE_SID = 9;
-constexpr int FILETYPE_S = 10;
-constexpr int FILETYPE_TXT = 11;
-constexpr int FILETYPE_VICE = 12;
-constexpr int FILETYPE_NES = 13;
-constexpr int FILETYPE_PCE = 14;
-constexpr int FILETYPE_RAW = 15;
-constexpr int FILETYPE_D64 = 22;
 
 struct FileType {
     std::int32_t id;       // 0 ends the table

@@ -3,6 +3,7 @@
 #include "link/image.h"
 
 #include "core/active_config.h"
+#include "core/file_type_ids.h"
 #include "link/stub.h"
 #include "ui/msg.h"
 #include "util/file.h"
@@ -55,7 +56,7 @@ bool memory_has(const ImageHandle& image, std::int64_t offset, std::size_t lengt
 /// A held image can be reached only through the one stub that has commands for it, and it must be
 /// a D64 for its offsets to have places.
 bool held_is_reachable(const ImageHandle& image) {
-    return image.type == IMAGE_TYPE_D64 && active_config.stub == TARGET_C64RR;
+    return image.type == FILETYPE_D64 && active_config.stub == TARGET_C64RR;
 }
 
 /// Cuts a held transfer of `length` bytes at `offset` into commands: `transfer` gets each one's

@@ -10,9 +10,6 @@
 
 namespace kx {
 
-/// File type identifier of a 1541 disc image, the same as in the table of file types.
-constexpr int IMAGE_TYPE_D64 = 22;
-
 /// Kind of a disc image: 0 to 3 have 1541 geometry; 8 marks one held by the target, which uses it
 /// too.
 constexpr int IMAGE_KIND_D64 = 0;

@@ -1,6 +1,7 @@
 // The symbol table: every symbol hangs in one bucket by address and in one by name.
 #include "symfiles/symfiles.h"
 
+#include "core/file_type_ids.h"
 #include "symfiles/syms_ini.h"
 #include "symfiles/syms_vice.h"
 #include "ui/con.h"
@@ -318,8 +319,8 @@ struct SymFormat {
 };
 
 constexpr SymFormat formats[] = {
-    {.type = SYMFILE_INI, .read = sym_ini_readfile, .write = nullptr},
-    {.type = SYMFILE_VICE, .read = sym_vice_readfile, .write = sym_write_vice},
+    {.type = FILETYPE_KXSYMS, .read = sym_ini_readfile, .write = nullptr},
+    {.type = FILETYPE_VICE, .read = sym_vice_readfile, .write = sym_write_vice},
 };
 
 const SymFormat* find_format(int type) {

@@ -88,9 +88,7 @@ void sym_list(std::FILE* stream, SymTable* table);
 /// Writes every symbol as a VICE label line. 1, or -1 when the stream took not all of it.
 int sym_write_vice(const SymTable* table, std::FILE* stream);
 
-// Files of symbols. Types are file type identifiers.
-constexpr int SYMFILE_INI = 1;
-constexpr int SYMFILE_VICE = 12;
+// Files of symbols. Types are the identifiers of core/file_type_ids.h.
 
 /// Reads a symbol file into the table. 1, or -1 for a file that cannot be read and for a type
 /// that holds no symbols we can read (both with an error message).

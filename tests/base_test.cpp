@@ -34,7 +34,7 @@ std::vector<std::string> list(const IniDocument& doc, std::string_view section) 
 
 void check_symbols(const IniDocument& doc) {
     const std::unique_ptr<SymTable, void (*)(SymTable*)> table(sym_table_new({}), sym_table_free);
-    filehandler_readsymfile(table.get(), doc.file_name, SYMFILE_INI);
+    filehandler_readsymfile(table.get(), doc.file_name, FILETYPE_KXSYMS);
     std::size_t items = 0;
     for (const IniSection& section : doc.sections) {
         items += section.items.count - 1; // less `num`

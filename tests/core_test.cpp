@@ -36,9 +36,9 @@ TEST(Simulator, MemoryWrapsAtTheSizeOfItsCore) {
     };
     for (const Row& row : {Row{MACHINE_C64, 24, 0x1234, 0xFF1234, 0x1235},
                            {MACHINE_C64, 8, 0xFFFF, 0x1FFFF, 0xFF},
-                           {8, 8, 0x10, 0x110, 0x0F},
-                           {9, 24, 0x12ABCD, 0x3412ABCD, 0xABCD},
-                           {9, 32, 0xFFFFFFFF, 0xFFFFFFFF, 0x00FFFFFF}}) {
+                           {MACHINE_NES, 8, 0x10, 0x110, 0x0F},
+                           {MACHINE_PCE, 24, 0x12ABCD, 0x3412ABCD, 0xABCD},
+                           {MACHINE_PCE, 32, 0xFFFFFFFF, 0xFFFFFFFF, 0x00FFFFFF}}) {
         SCOPED_TRACE(testing::Message() << int{row.machine} << "/" << int{row.addr_bits});
         active_config.machine = row.machine;
         active_config.addr_bits = row.addr_bits;

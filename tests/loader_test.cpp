@@ -207,7 +207,7 @@ TEST_F(Load, ProgramsOfARealAssembler) {
     dir.write("a.s", ".export start, loop\n.segment \"CODE\"\nstart: lda #$42\nloop: jmp loop\n");
     ASSERT_EQ(std::system("cl65 -t c64 -C c64-asm.cfg -u __EXEHDR__ -Ln a.lbl -o a.prg a.s"), 0);
     EXPECT_EQ(file_load("a.prg", 0), 1);
-    EXPECT_EQ(filehandler_readsymfile(sym_store, "a.lbl", SYMFILE_VICE), 1);
+    EXPECT_EQ(filehandler_readsymfile(sym_store, "a.lbl", FILETYPE_VICE), 1);
     EXPECT_THAT(after(), testing::StartsWith("801-812:80d 801:"));
     EXPECT_THAT(after(), HasSubstr("\xA9\x42\x4C\x0F\x08\n"));
     EXPECT_THAT(after(), HasSubstr("\nal 00080f .loop\n"));

@@ -1,6 +1,7 @@
 // The symbol table, its listings, and the symbol file formats.
 #include "symfiles/symfiles.h"
 
+#include "core/file_type_ids.h"
 #include "tests/support/temp_dir.h"
 #include "ui/msg.h"
 #include "util/file.h"
@@ -135,7 +136,7 @@ TEST_F(Symbols, FilesAreReadItemByItem) {
         sym_table_free(table);
         sym_table_new(&table);
     }
-    EXPECT_EQ(filehandler_readsymfile(table, dir.path(), SYMFILE_VICE), -1) << "a directory";
+    EXPECT_EQ(filehandler_readsymfile(table, dir.path(), FILETYPE_VICE), -1) << "a directory";
 }
 
 } // namespace

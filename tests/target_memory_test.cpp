@@ -126,8 +126,7 @@ TEST_F(TargetMemory, ReadsAndWritesImageFilesThemselvesOrAsMemory) {
 TEST_F(TargetMemory, ReadsAndWritesHeldImagesInBlocksOnTheDisc) {
     ScriptedTarget target;
     connect(target.device());
-    ImageHandle image{
-        .file = nullptr, .held = true, .type = IMAGE_TYPE_D64, .kind = IMAGE_KIND_HELD};
+    ImageHandle image{.file = nullptr, .held = true, .type = FILETYPE_D64, .kind = IMAGE_KIND_HELD};
     EXPECT_EQ(target_imgopen(image, "no such file", true), 1);
     const std::string data = std::string(256, 'x') + std::string(256, 'y');
     const FilePtr host = file_open(dir.write("host", data), "rb");
