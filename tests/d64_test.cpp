@@ -6,7 +6,7 @@
 #include "core/active_config.h"
 #include "files/imgfile.h"
 #include "link/port.h"
-#include "tests/support/scripted_target.h"
+#include "tests/support/fake_thread.h"
 #include "tests/support/temp_dir.h"
 #include "ui/msg.h"
 
@@ -354,7 +354,7 @@ TEST_F(D64, OtherProgramsAgree) {
 }
 
 TEST_F(D64, ImageHeldByTheTarget) {
-    const test::ScriptedTarget target;
+    const test::FakeThread target;
     active_config.addr_bits = 16;
     active_config.stub = TARGET_C64RR;
     active_config.port_type = PORT_SERIAL;

@@ -1,4 +1,4 @@
-// Target memory in its three modes, and disc images: what reaches the simulator, what the scripted
+// Target memory in its three modes, and disc images: what reaches the simulator, what the pretended
 // target is sent, byte for byte, and what the files hold afterwards.
 #include "link/target_memory.h"
 
@@ -6,7 +6,8 @@
 #include "core/simulator.h"
 #include "link/image.h"
 #include "link/port.h"
-#include "tests/support/scripted_target.h"
+#include "tests/support/fake_thread.h"
+#include "tests/support/pty.h"
 #include "tests/support/temp_dir.h"
 #include "ui/msg.h"
 #include "util/file.h"
@@ -16,7 +17,7 @@
 
 namespace kx {
 
-using test::ScriptedTarget;
+using test::FakeThread;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using Bytes = std::vector<std::uint8_t>;
@@ -124,7 +125,7 @@ TEST_F(TargetMemory, ReadsAndWritesImageFilesThemselvesOrAsMemory) {
 }
 
 TEST_F(TargetMemory, ReadsAndWritesHeldImagesInBlocksOnTheDisc) {
-    ScriptedTarget target;
+    FakeThread target;
     connect(target.device());
     ImageHandle image{.file = nullptr, .held = true, .type = FILETYPE_D64, .kind = IMAGE_KIND_HELD};
     EXPECT_EQ(target_imgopen(image, "no such file", true), 1);
@@ -145,7 +146,7 @@ TEST_F(TargetMemory, ReadsAndWritesHeldImagesInBlocksOnTheDisc) {
         EXPECT_EQ(target_imgread(image, std::span(bytes).first(1), offset), 1) << offset;
     }
     EXPECT_EQ(target_imgread(image, bytes, 200960 - 256), 1); // no command of 0 bytes follows
-    target.pty.send({0});                                     // a byte too many
+    target.send(0);                                           // a byte too many
     EXPECT_EQ(target_imgread(image, bytes, 0), -1);
     image.type = 15;
     EXPECT_EQ(target_imgread(image, bytes, 0), -1);

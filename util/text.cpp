@@ -1,4 +1,4 @@
-// printf into a string.
+// printf into a string, bytes in hexadecimal.
 #include "util/text.h"
 
 #include <cstdio>
@@ -21,6 +21,15 @@ std::string text_printf(const char* format, ...) {
     std::string text = text_vprintf(format, args);
     va_end(args);
     return text;
+}
+
+std::string text_hex(std::span<const std::uint8_t> bytes) {
+    constexpr char digits[] = "0123456789ABCDEF";
+    std::string text;
+    for (const std::uint8_t byte : bytes) {
+        text += {' ', digits[byte >> 4], digits[byte & 15]};
+    }
+    return text.substr(text.empty() ? 0 : 1);
 }
 
 } // namespace kx

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdarg>
+#include <cstdint>
+#include <span>
 #include <string>
 
 namespace kx {
@@ -9,5 +11,8 @@ namespace kx {
 /// What printf would print.
 std::string text_printf(const char* format, ...) __attribute__((format(printf, 1, 2)));
 std::string text_vprintf(const char* format, va_list args) __attribute__((format(printf, 1, 0)));
+
+/// "41 43 01".
+std::string text_hex(std::span<const std::uint8_t> bytes);
 
 } // namespace kx

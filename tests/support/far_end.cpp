@@ -5,7 +5,6 @@
 #include "core/active_config.h"
 #include "fileserver/fileserver.h"
 #include "link/port.h"
-#include "tests/support/scripted_target.h"
 
 #include <atomic>
 #include <chrono>
