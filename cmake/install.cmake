@@ -1,15 +1,14 @@
-# What `cmake --install` puts where. Nothing installed names the prefix, so that an installed tree
-# can be moved.
+# What `cmake --install` puts where, in two components: `programs` and `development`. Nothing
+# installed names the prefix, so that an installed tree can be moved.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
-install(TARGETS kxsetup)
-install(PROGRAMS script/kx-init DESTINATION ${CMAKE_INSTALL_BINDIR})
-install(TARGETS kx EXPORT kxTargets
-  FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kx)
-
-# kx-init looks for the base directory beside the folder it lies in itself: not in
-# CMAKE_INSTALL_DATADIR, which may be anywhere.
+# The command in bin/ is a script that finds the user's base directory; it looks for the program
+# beside the folder that it lies in itself, not in CMAKE_INSTALL_LIBEXECDIR, which may be anywhere.
+# The same holds for kx-init and the base directory.
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME programs)
+install(TARGETS kxsetup DESTINATION libexec/kx)
+install(PROGRAMS script/kxsetup script/kx-init DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(DIRECTORY base/ DESTINATION share/kx PATTERN README.md EXCLUDE)
 install(DIRECTORY script/completions/ DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 
@@ -20,6 +19,10 @@ foreach(page ${man_pages})
 endforeach()
 install(FILES README.md CHANGELOG.md CONTRIBUTING.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(DIRECTORY doc DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN *.md PATTERN man EXCLUDE)
+
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME development)
+install(TARGETS kx EXPORT kxTargets
+  FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kx)
 
 # find_package(kx) gives kx::kx.
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/kx)
@@ -37,3 +40,7 @@ file(RELATIVE_PATH pc_prefix ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INST
 string(REGEX REPLACE "/$" "" pc_prefix ${pc_prefix})
 configure_file(cmake/kx.pc.in ${PROJECT_BINARY_DIR}/kx.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/kx.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+add_custom_target(uninstall VERBATIM
+  COMMAND ${CMAKE_COMMAND} -D manifest=${PROJECT_BINARY_DIR}/install_manifest.txt
+          -P ${PROJECT_SOURCE_DIR}/cmake/uninstall.cmake)

@@ -1,7 +1,8 @@
 #!/bin/sh
 # What people install works where they put it: kxsetup, kx-init, completion, and the library in a
-# program of their own. Arguments: build folder, C++ compiler, its flags, and "prefix" for a tree
-# that is moved after its installation or "package" for the Debian package in a root of its own.
+# program of their own; and goes again. Arguments: build folder, C++ compiler, its flags, and "prefix"
+# for a tree that is moved after its installation or "package" for the Debian packages in a root of
+# their own.
 set -eu
 build=$1 cxx=$2 flags=$3 kind=$4
 source=$(cd "$(dirname "$0")/.." && pwd)
@@ -16,16 +17,17 @@ fail() {
 
 if [ "$kind" = prefix ]; then
     cmake --install "$build" --prefix "$work/first" >/dev/null
-    mv first stage
+    cp -R first stage
+    cmake --build "$build" --target uninstall >log 2>&1 || fail "uninstall: $(cat log)"
+    [ ! -e first ] || fail "left behind: $(find first)"
 else
-    (cd "$build" && cpack -G DEB -B "$work") >log 2>&1 || fail "cpack: $(cat log)"
+    (cd "$build" && cpack -B "$work") >log 2>&1 || fail "cpack: $(cat log)"
     mkdir -p root/var/lib/dpkg/updates root/var/lib/dpkg/info
     touch root/var/lib/dpkg/status
     PATH=$PATH:/usr/sbin:/sbin fakeroot dpkg --root="$work/root" --log=/dev/null --force-depends \
-        -i kx_*.deb >log 2>&1 || fail "dpkg: $(cat log)"
-    for package in libncursesw6 libncurses-dev; do
-        dpkg-deb -f kx_*.deb Depends | grep -q $package || fail "it does not depend on $package"
-    done
+        -i kx_*.deb libkx-dev_*.deb >log 2>&1 || fail "dpkg: $(cat log)"
+    dpkg-deb -f kx_*.deb Depends | grep -q libncursesw6 || fail "kx does not depend on libncursesw6"
+    dpkg-deb -f libkx-dev_*.deb Depends | grep -q libncurses-dev || fail "nor libkx-dev on its -dev"
     mv root/usr stage
 fi
 
@@ -49,6 +51,7 @@ eval "$(./init)"
 [ "$KXPATH" = "$base" ] || fail "KXPATH is $KXPATH"
 diff -r stage/share/kx "$base"
 [ -z "$(find "$base" ! -perm -u=w)" ] || fail "the copy is read-only"
+env -u KXPATH stage/bin/kxsetup --show-targets 2>&1 | grep -q '^none' || fail "it finds no base directory"
 echo mine >"$base/kx.ini"
 refused exists ./init
 ./init --force >log 2>&1 && ./init --force >log 2>&1 || fail "$(cat log)"
