@@ -72,7 +72,7 @@ EOF
 cat >CMakeLists.txt <<'EOF'
 cmake_minimum_required(VERSION 3.25)
 project(own CXX)
-find_package(kx 0.1 REQUIRED)
+find_package(kx 0.2 REQUIRED)
 add_executable(own own.cpp)
 target_link_libraries(own kx::kx)
 EOF
@@ -83,7 +83,7 @@ eval "$cxx $flags -std=c++20 own.cpp $(pkg-config --cflags --libs kx) -o own"
 for program in out/own ./own; do
     [ "$($program)" = "$base/" ] || fail "$program printed $($program)"
 done
-stage/bin/kxsetup --version 2>&1 | grep "^KXSETUP v$(pkg-config --modversion kx) "
+stage/bin/kxsetup --version 2>&1 | grep '^KXSETUP v0.1 '
 
 # Completion knows every option, and the targets among the configurations.
 completions() { # BEFORE WORD
