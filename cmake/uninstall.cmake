@@ -1,5 +1,6 @@
 # Removes the files that the last `cmake --install` has put in place, as its manifest lists them, and
 # the folders that are empty then. DESTDIR counts as it did then.
+cmake_minimum_required(VERSION 3.25)
 if(NOT EXISTS ${manifest})
   message(FATAL_ERROR "nothing was installed from here: there is no ${manifest}")
 endif()
