@@ -182,14 +182,16 @@ TEST(Con, EndOfInputActsAsEscape) {
 
 TEST(Con, TerminalIsRestoredOnEveryWayOut) {
     // By a signal, or 0: by itself; on a screen.
-    const std::pair<int, bool> ways[] = {{0, true},      {SIGINT, true},  {SIGTERM, true},
-                                         {SIGHUP, true}, {SIGQUIT, true}, {SIGABRT, true},
-                                         {0, false},     {SIGINT, false}, {SIGTERM, false}};
+    const std::pair<int, bool> ways[] = {
+        {0, true},       {SIGINT, true},  {SIGTERM, true},  {SIGHUP, true},  {SIGQUIT, true},
+        {SIGABRT, true}, {SIGALRM, true}, {SIGUSR1, true},  {SIGXCPU, true}, {SIGSEGV, true},
+        {0, false},      {SIGINT, false}, {SIGTERM, false}, {SIGBUS, false}};
     for (const auto& [number, screen] : ways) {
         SCOPED_TRACE(testing::Message() << "signal " << number << " screen " << screen);
         Terminal terminal(40, 10);
         const std::vector<tcflag_t> before = terminal.pty.settings();
-        terminal.run([screen = screen]() -> int {
+        terminal.run([screen = screen, number = number]() -> int {
+            std::signal(number, SIG_DFL); // also where a sanitizer has a handler
             const rlimit no_core = {0, 0};
             setrlimit(RLIMIT_CORE, &no_core);
             std::printf("before\n");
@@ -217,4 +219,26 @@ TEST(Con, TerminalIsRestoredOnEveryWayOut) {
             EXPECT_TRUE(!screen || terminal.output().rfind(off) > terminal.output().rfind(on));
         }
     }
+}
+
+TEST(Con, AKillAfterAStopLeavesTheTerminalToTheShell) {
+    Terminal terminal(40, 10);
+    terminal.run([] {
+        con_open();
+        con_puts("open");
+        return con_getkey();
+    });
+    terminal.wait_for("open");
+    const std::string leave = "\033[?1049l";
+    const std::size_t opened = terminal.output().size();
+    const auto is_left = [&] {
+        terminal.signal(SIGTSTP); // which curses ignores while it draws
+        return terminal.output().find(leave, opened) != std::string::npos;
+    };
+    terminal.wait_until(is_left, "the stop");
+    const std::size_t left = terminal.output().size();
+    terminal.signal(SIGTERM);
+    terminal.signal(SIGCONT);
+    EXPECT_EQ(terminal.wait_exit(), 128 + SIGTERM);
+    EXPECT_EQ(terminal.output().substr(left).find(leave), std::string::npos);
 }

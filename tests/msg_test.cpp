@@ -63,6 +63,24 @@ TEST(Msg, VerbosityAndModeDecideWhatIsTold) {
     }
 }
 
+TEST(Msg, AProgramsOwnOutputGetsWhatItHasAnEntryForUntilAnotherComes) {
+    const std::string text = told([] {
+        MsgOutput own;
+        own.warning = [](const std::string& warning) { std::printf("w(%s)", warning.c_str()); };
+        own.progress_update = [](int cur, int total) { std::printf("p(%d/%d)", cur, total); };
+        msg_set_table(own);
+        own = {};
+        msg_warning("a\x1b%d", 1);
+        msg_error("no entry");
+        progress_update(1, 0);
+        progress_update(1, 0);
+        progress_end(0);
+        msg_set_output(MSG_CONSOLE);
+        msg_error("e");
+    });
+    EXPECT_EQ(text, "w(a\\x1b1)p(1/0)p(1/0)&error: e ");
+}
+
 TEST(Msg, TextsOfAnyLengthButNoControlsReachTheTerminal) {
     const char* const hostile = "a\x1b[2J\x7f\x07 \xc3\xa4\xc2\x9b\xff\x9b\t\b\r\n";
     EXPECT_EQ(told([&] { msg_print("%s%c%s", hostile, 0, "end"); }),

@@ -29,8 +29,8 @@ constexpr int KEYCODE_END = 347; // curses' own 360 is translated: every consume
 
 // Opening and closing -----------------------------------------------------------------------
 
-/// Opens the screen and registers its closing at process exit. SIGINT, SIGTERM and SIGHUP then
-/// restore the terminal and end the program by that signal. While the screen is open, texts of
+/// Opens the screen and registers its closing at process exit. A signal that ends the program then
+/// restores the terminal first (see util/ending.h). While the screen is open, texts of
 /// `con_after_screen` and of the INI module are held back until it closes.
 /// 1; -1 when there is no usable terminal (nothing is printed). Opening an open console gives 1.
 int con_open();

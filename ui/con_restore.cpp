@@ -3,10 +3,12 @@
 #include "ui/con.h"
 #include "ui/con_private.h"
 
+#include "util/ending.h"
+
 #include <algorithm>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <poll.h>
 #include <string>
 #include <unistd.h>
 
@@ -14,49 +16,29 @@ namespace kx {
 
 namespace {
 
-// Those that end the program while a user sits at the terminal. cbreak leaves the quit key alive.
-constexpr int ENDING_SIGNALS[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGABRT};
-constexpr int ENDING_COUNT = sizeof ENDING_SIGNALS / sizeof ENDING_SIGNALS[0];
 constexpr std::size_t RESET_MAX = 512;
+constexpr std::size_t PIECE_BYTES = 256; // a terminal that can take any takes so much at once
+constexpr int STOPPED_MS = 500;          // for which a terminal that takes nothing is waited for
 
-struct RestoreState {
+void restore_terminal(void*);
+
+struct State {
     int holders = 0;
     TerminalSettings found; // at the first hold
     char reset[RESET_MAX] = {};
     std::size_t reset_size = 0;
+    bool (*is_away)() = nullptr;
     std::string held;
-    struct sigaction before[ENDING_COUNT] = {};
+    EndingRestorer restorer{.restore = restore_terminal};
     bool exit_registered = false;
 };
-RestoreState state;
+State state;
 
-sigset_t ending_signals() {
-    sigset_t set;
-    sigemptyset(&set);
-    for (const int number : ENDING_SIGNALS) {
-        sigaddset(&set, number);
-    }
-    return set;
-}
-
-// The handler reads the state: it must not find it half changed.
-class SignalsBlocked {
-public:
-    SignalsBlocked() {
-        const sigset_t set = ending_signals();
-        sigprocmask(SIG_BLOCK, &set, &before_);
-    }
-    ~SignalsBlocked() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
-    SignalsBlocked(const SignalsBlocked&) = delete;
-    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-
-private:
-    sigset_t before_;
-};
-
+// A user may have stopped the output with Ctrl-S: the end of the program does not wait for that.
 void write_all(const char* bytes, std::size_t size) {
-    while (size > 0) {
-        const ssize_t n = write(STDOUT_FILENO, bytes, size);
+    pollfd output = {STDOUT_FILENO, POLLOUT, 0};
+    while (size > 0 && poll(&output, 1, STOPPED_MS) > 0) {
+        const ssize_t n = write(STDOUT_FILENO, bytes, std::min(size, PIECE_BYTES));
         if (n <= 0) {
             return; // the terminal has gone
         }
@@ -65,28 +47,14 @@ void write_all(const char* bytes, std::size_t size) {
     }
 }
 
-// Only what is safe in a signal handler. SA_RESETHAND has brought the default action back, and
-// the signal is blocked until the handler returns: then it ends the program.
-void end_by_signal(int number) {
-    write_all(state.reset, state.reset_size);
-    con_settings_restore(state.found);
-    write_all(state.held.data(), state.held.size());
-    raise(number);
-}
-
-void catch_signals() {
-    struct sigaction action = {};
-    action.sa_handler = end_by_signal;
-    action.sa_flags = static_cast<int>(SA_RESETHAND);
-    action.sa_mask = ending_signals();
-    sigaddset(&action.sa_mask, SIGTTOU); // a program in the background may restore as well
-    for (int i = 0; i < ENDING_COUNT; ++i) {
-        sigaction(ENDING_SIGNALS[i], nullptr, &state.before[i]);
-        // Ignored signals (nohup) stay ignored; a program's own handler ends it in its own way.
-        if (state.before[i].sa_handler == SIG_DFL) {
-            sigaction(ENDING_SIGNALS[i], &action, nullptr);
-        }
+// Only what is safe in a signal handler. A screen that was left for a stopped program (Ctrl-Z) has
+// put all back then, and the terminal is the shell's by now.
+void restore_terminal(void*) {
+    if (state.is_away == nullptr || !state.is_away()) {
+        write_all(state.reset, state.reset_size);
+        con_settings_restore(state.found);
     }
+    write_all(state.held.data(), state.held.size());
 }
 
 // One handler for both, so that the screen always goes before the raw mode that it came upon.
@@ -114,35 +82,33 @@ void con_settings_restore(const TerminalSettings& saved) {
 }
 
 void con_hold_terminal() {
-    const SignalsBlocked blocked;
+    const EndingHeldBack held_back;
     if (!state.exit_registered) {
         state.exit_registered = true;
         std::atexit(leave_terminal);
     }
     if (state.holders++ == 0) {
         state.found = con_settings_now();
-        catch_signals();
+        ending_add(state.restorer);
     }
 }
 
 void con_release_terminal() {
-    const SignalsBlocked blocked;
     if (--state.holders == 0) {
-        for (int i = 0; i < ENDING_COUNT; ++i) {
-            sigaction(ENDING_SIGNALS[i], &state.before[i], nullptr);
-        }
+        ending_remove(state.restorer);
     }
 }
 
-void con_set_reset(std::string_view bytes) {
-    const SignalsBlocked blocked;
+void con_set_reset(std::string_view bytes, bool (*is_away)()) {
+    const EndingHeldBack held_back;
     state.reset_size = std::min(bytes.size(), RESET_MAX);
     bytes.copy(state.reset, state.reset_size);
+    state.is_away = is_away;
 }
 
 void con_after_screen(const char* text) {
     if (con_screen_active()) {
-        const SignalsBlocked blocked;
+        const EndingHeldBack held_back;
         state.held += text;
     } else {
         std::fputs(text, stdout);
@@ -153,7 +119,7 @@ void con_after_screen(const char* text) {
 void con_write_held() {
     std::string text;
     {
-        const SignalsBlocked blocked;
+        const EndingHeldBack held_back;
         text.swap(state.held);
     }
     std::fputs(text.c_str(), stdout);

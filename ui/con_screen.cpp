@@ -68,6 +68,12 @@ void collect_capability(const char* capability) {
     }
 }
 
+// Whether curses has left the screen for a stopped program. It reads two variables and no more, so
+// that a signal handler may call it.
+bool is_left() {
+    return isendwin();
+}
+
 // What a signal handler sends, since it may not ask curses: the same that endwin sends.
 void prepare_reset(bool mouse) {
     state.reset.clear();
@@ -81,7 +87,7 @@ void prepare_reset(bool mouse) {
     collect_capability(exit_ca_mode);
     collect_capability(keypad_local);
     collect_capability(cursor_normal);
-    con_set_reset(state.reset);
+    con_set_reset(state.reset, is_left);
 }
 
 // A terminal that cannot place its cursor is no screen. Asked before newterm, which leaks memory
@@ -168,7 +174,7 @@ void con_close() {
     delscreen(state.screen);
     state.screen = nullptr;
     con_settings_restore(state.found);
-    con_set_reset("");
+    con_set_reset("", nullptr);
     con_release_terminal();
     ini_set_reporter(nullptr);
     con_write_held();

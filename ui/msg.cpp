@@ -26,20 +26,7 @@ Verbosity verbosity;
 
 namespace {
 
-// An output mode.
-struct Output {
-    void (*info)(const std::string& text);
-    void (*warning)(const std::string& text);
-    void (*error)(const std::string& text);
-    void (*message)(const std::string& text);
-    void (*print)(const std::string& text);
-    void (*tick)();
-    void (*progress_begin)(const std::string& title);
-    void (*progress_update)(int cur, int total);
-    void (*progress_update2)(int cur, int total);
-    void (*progress_end)(int result);
-};
-extern const Output console_output;
+extern const MsgOutput console_output;
 
 struct Counter {
     int cur = 0;
@@ -48,7 +35,8 @@ struct Counter {
 };
 
 struct MsgState {
-    const Output* output = &console_output;
+    const MsgOutput* output = &console_output;
+    MsgOutput own;          // of `msg_set_table`
     int line_len = 0;       // of what stands on the output line; 0: a fresh line
     int progress_width = 0; // of the progress text; the cursor stands at its start
     Counter first;
@@ -308,13 +296,6 @@ void console_end(int result) {
     state.running = false;
 }
 
-// Quiet --------------------------------------------------------------------------------------
-
-void no_text(const std::string&) {}
-void no_tick() {}
-void no_update(int, int) {}
-void no_end(int) {}
-
 // Windowed -----------------------------------------------------------------------------------
 
 void windowed_error(const std::string& text) {
@@ -384,7 +365,7 @@ void windowed_end(int result) {
 
 // The modes ----------------------------------------------------------------------------------
 
-const Output console_output = {
+const MsgOutput console_output = {
     .info = console_info,
     .warning = console_warning,
     .error = console_error,
@@ -397,26 +378,11 @@ const Output console_output = {
     .progress_end = console_end,
 };
 
-constexpr Output quiet_output = {
-    .info = no_text,
-    .warning = no_text,
-    .error = no_text,
-    .message = no_text,
-    .print = no_text,
-    .tick = no_tick,
-    .progress_begin = no_text,
-    .progress_update = no_update,
-    .progress_update2 = no_update,
-    .progress_end = no_end,
-};
+constexpr MsgOutput quiet_output = {};
 
-constexpr Output windowed_output = {
-    .info = no_text,
-    .warning = no_text,
+constexpr MsgOutput windowed_output = {
     .error = windowed_error,
     .message = windowed_message,
-    .print = no_text,
-    .tick = no_tick,
     .progress_begin = windowed_begin,
     .progress_update = windowed_update,
     .progress_update2 = windowed_update2,
@@ -424,8 +390,15 @@ constexpr Output windowed_output = {
 };
 
 // By mode number.
-constexpr const Output* outputs[] = {&console_output, &console_output, &quiet_output,
-                                     &windowed_output, &quiet_output};
+constexpr const MsgOutput* outputs[] = {&console_output, &console_output, &quiet_output,
+                                        &windowed_output, &quiet_output};
+
+template <typename... Values, typename... Given>
+void tell(void (*entry)(Values...), Given&&... given) {
+    if (entry != nullptr) {
+        entry(std::forward<Given>(given)...);
+    }
+}
 
 } // namespace
 
@@ -435,62 +408,67 @@ void msg_set_output(int mode) {
     }
 }
 
+void msg_set_table(const MsgOutput& output) {
+    state.own = output;
+    state.output = &state.own;
+}
+
 void msg_info(const char* format, ...) {
     va_list args;
     va_start(args, format);
-    state.output->info(format_text(format, args));
+    tell(state.output->info, format_text(format, args));
     va_end(args);
 }
 
 void msg_warning(const char* format, ...) {
     va_list args;
     va_start(args, format);
-    state.output->warning(format_text(format, args));
+    tell(state.output->warning, format_text(format, args));
     va_end(args);
 }
 
 void msg_error(const char* format, ...) {
     va_list args;
     va_start(args, format);
-    state.output->error(format_text(format, args));
+    tell(state.output->error, format_text(format, args));
     va_end(args);
 }
 
 void msg_message(const char* format, ...) {
     va_list args;
     va_start(args, format);
-    state.output->message(format_text(format, args));
+    tell(state.output->message, format_text(format, args));
     va_end(args);
 }
 
 void msg_print(const char* format, ...) {
     va_list args;
     va_start(args, format);
-    state.output->print(format_text(format, args));
+    tell(state.output->print, format_text(format, args));
     va_end(args);
 }
 
 void msg_tick() {
-    state.output->tick();
+    tell(state.output->tick);
 }
 
 void progress_begin(const char* format, ...) {
     va_list args;
     va_start(args, format);
-    state.output->progress_begin(format_text(format, args));
+    tell(state.output->progress_begin, format_text(format, args));
     va_end(args);
 }
 
 void progress_update(int cur, int total) {
-    state.output->progress_update(cur, total);
+    tell(state.output->progress_update, cur, total);
 }
 
 void progress_update2(int cur, int total) {
-    state.output->progress_update2(cur, total);
+    tell(state.output->progress_update2, cur, total);
 }
 
 void progress_end(int result) {
-    state.output->progress_end(result);
+    tell(state.output->progress_end, result);
 }
 
 void msg_reset() {

@@ -7,6 +7,8 @@
 // held back until the screen closes, so that they neither spoil it nor are lost with it.
 #pragma once
 
+#include <string>
+
 namespace kx {
 
 /// How much is told. Set by the command line.
@@ -24,6 +26,30 @@ constexpr int MSG_WINDOWED = 3;
 
 /// Installs an output mode, 0 to 4; any other value changes nothing.
 void msg_set_output(int mode);
+
+/// What becomes of messages and progress. An entry that is null does nothing.
+///
+/// The functions get every call, also those that `verbosity` drops in console mode: each decides
+/// for itself what it tells. Texts are formatted whole, their control characters written as said
+/// below, so that they may go to a terminal as they are. Progress is told at every step, which may
+/// be every few bytes: whoever draws decides how often. A display can begin while another has not
+/// ended, and `progress_update` can come without one.
+struct MsgOutput {
+    void (*info)(const std::string& text) = nullptr;
+    void (*warning)(const std::string& text) = nullptr;
+    void (*error)(const std::string& text) = nullptr;
+    void (*message)(const std::string& text) = nullptr;
+    void (*print)(const std::string& text) = nullptr;
+    void (*tick)() = nullptr;
+    void (*progress_begin)(const std::string& title) = nullptr;
+    void (*progress_update)(int cur, int total) = nullptr; // as given: a total of 0 is the caller's
+    void (*progress_update2)(int cur, int total) = nullptr;
+    void (*progress_end)(int result) = nullptr; // -1: failed
+};
+
+/// Installs a program's own output in place of a mode's; `output` is copied. `msg_set_output` and
+/// `msg_reset` take it away.
+void msg_set_table(const MsgOutput& output);
 
 // printf-style, of any length. Control characters other than line ends, tabs and backspaces are
 // written as "\xNN". Windowed output shows errors and plain messages in message boxes, which wait
