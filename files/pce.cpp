@@ -12,20 +12,14 @@ namespace {
 constexpr char CANNOT_OPEN[] = "Failed to open input pce file '%s'";
 
 constexpr TransferPiece pieces[] = {
-    {0, 0xE000, 0x10000},
-    {8192, 0x6000, 0xE000},
+    {0, 0xE000, 0x10000, "sending pce file %s (%04lx-%04lx:%04lx) ..."},
+    {8192, 0x6000, 0xE000, "sending %s (%04lx-%04lx:%04lx) ..."},
 };
 constexpr long LENGTH = 40960; // of both
 
 constexpr long VECTORS = 5; // IRQ 2, IRQ 1, timer, NMI, reset: the last bytes of the first piece
 constexpr long VECTORS_OFFSET = 8192 - 2 * VECTORS;
 constexpr long RESET_OFFSET = 8190;
-
-void tell_piece(const char* format, const std::string& name, const TransferPiece& piece) {
-    msg_info(format, name.c_str(), static_cast<unsigned long>(piece.start),
-             static_cast<unsigned long>(piece.end - 1),
-             static_cast<unsigned long>(piece.end - piece.start));
-}
 
 } // namespace
 
@@ -39,8 +33,6 @@ long pce_send(const std::string& path) {
         return transfer_refuse(input.name, "is too short for a pce file: it has less than 40 KiB.");
     }
     progress_begin("sending pce file '%s'...", input.name.c_str());
-    tell_piece("sending pce file %s (%04lx-%04lx:%04lx) ...", input.name, pieces[0]);
-    tell_piece("sending %s (%04lx-%04lx:%04lx) ...", input.name, pieces[1]);
     if (transfer_send(input, pieces, get16le(vectors + 2 * (VECTORS - 1))) != 1) {
         // "prg" is meant to stand here.
         std::fprintf(stderr, "Failed to send prg file '%s'\n\r", input.name.c_str());

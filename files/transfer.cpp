@@ -8,6 +8,7 @@
 #include "util/ascii.h"
 
 #include <algorithm>
+#include <exception>
 #include <vector>
 
 namespace kx {
@@ -27,6 +28,24 @@ void record(std::span<const TransferPiece> pieces, std::uint32_t execute) {
         loaded.end = std::max(loaded.end, piece.end);
     }
     state.loaded = loaded;
+}
+
+// Before the file is touched: the line is slow, and signals wait while a file is replaced.
+int fetch(std::uint32_t start, std::uint64_t length, std::vector<std::uint8_t>& bytes) {
+    try {
+        bytes.resize(length);
+    } catch (const std::exception&) { // out of memory, or more than a vector can ever hold
+        msg_error("not enough memory for %llu bytes.", static_cast<unsigned long long>(length));
+        return -1;
+    }
+    constexpr std::size_t PIECE = 0x10000; // so that a 16-bit target's memory is one command
+    for (std::size_t at = 0; at < bytes.size(); at += PIECE) {
+        const auto piece = std::span(bytes).subspan(at, std::min(PIECE, bytes.size() - at));
+        if (mem_read_block(piece, start + static_cast<std::uint32_t>(at)) != 1) {
+            return -1;
+        }
+    }
+    return 1;
 }
 
 } // namespace
@@ -81,6 +100,11 @@ int transfer_send(const TransferFile& input, std::span<const TransferPiece> piec
     int result = 1;
     rate_start();
     for (const TransferPiece& piece : pieces) {
+        if (piece.message != nullptr) {
+            msg_info(piece.message, input.name.c_str(), static_cast<unsigned long>(piece.start),
+                     static_cast<unsigned long>(piece.end - 1),
+                     static_cast<unsigned long>(piece.end - piece.start));
+        }
         result = mem_write_file(input.file.get(), piece.offset, piece.start, piece.end);
         if (result != 1) {
             break;
@@ -105,24 +129,33 @@ bool transfer_can_write(const std::string& name, const char* message) {
 
 long transfer_get(const std::string& name, std::span<const std::uint8_t> header,
                   std::uint32_t start, std::uint64_t end) {
-    const FilePtr fetched(std::tmpfile());
-    std::vector<std::uint8_t> bytes;
+    const std::uint64_t length = end - start;
+    std::vector<std::uint8_t> fetched; // nothing of the simulator's memory, which is at hand
     rate_start();
-    if (!fetched || mem_read_file(fetched.get(), start, end) != 1 ||
-        std::fseek(fetched.get(), 0, SEEK_SET) != 0 ||
-        file_read_bytes(fetched.get(), end - start, bytes) != 0) {
+    if (mem_mode != MEM_SIMULATOR && fetch(start, length, fetched) != 1) {
         progress_end(-1);
         return -1;
     }
-    rate_stop_report(static_cast<std::uint32_t>(bytes.size()));
-    std::string content(header.begin(), header.end());
-    content.append(bytes.begin(), bytes.end());
-    const bool written = file_replace(name, content) == 0;
+    rate_stop_report(static_cast<std::uint32_t>(length));
+    const auto content = [&](std::uint64_t offset, std::span<std::uint8_t> bytes) {
+        const std::size_t in_header = std::min<std::uint64_t>(offset, header.size());
+        const auto head =
+            header.subspan(in_header, std::min(header.size() - in_header, bytes.size()));
+        std::ranges::copy(head, bytes.begin());
+        const auto rest = bytes.subspan(head.size());
+        const std::uint64_t at = offset + head.size() - header.size();
+        if (mem_mode == MEM_SIMULATOR) {
+            return mem_read_block(rest, static_cast<std::uint32_t>(start + at)) == 1;
+        }
+        std::ranges::copy(std::span(fetched).subspan(at, rest.size()), rest.begin());
+        return true;
+    };
+    const bool written = file_replace(name, header.size() + length, content) == 0;
     progress_end(written ? 1 : -1);
     if (!written) {
         return transfer_refuse(name, "could not be written.");
     }
-    return static_cast<long>(bytes.size());
+    return static_cast<long>(length);
 }
 
 void transfer_add_entry(std::uint32_t address) {

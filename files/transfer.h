@@ -27,9 +27,11 @@ struct TransferFile {
 
 /// A run of bytes of a file and the addresses it goes to.
 struct TransferPiece {
-    long offset;         // of the first byte in the file
-    std::uint32_t start; // target address
-    std::uint64_t end;   // the address behind the last byte
+    long offset;                   // of the first byte in the file
+    std::uint32_t start;           // target address
+    std::uint64_t end;             // the address behind the last byte
+    const char* message = nullptr; // told before it is sent: a format of the file's name, the first
+                                   // and the last address, and the length
 };
 
 /// The path up to its first control character: names that come from a line of text bring their
@@ -63,7 +65,8 @@ int transfer_send(const TransferFile& input, std::span<const TransferPiece> piec
 bool transfer_can_write(const std::string& name, const char* message);
 
 /// Fetches the range under a progress display that the caller has begun, and replaces the file by
-/// `header` and what was fetched once all of it is there. The number of bytes fetched, or -1.
+/// `header` and what was fetched once all of it is there; the simulator's memory goes to the file
+/// a piece at a time. The number of bytes fetched, or -1.
 long transfer_get(const std::string& name, std::span<const std::uint8_t> header,
                   std::uint32_t start, std::uint64_t end);
 

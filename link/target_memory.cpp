@@ -58,19 +58,61 @@ void stub_write8(std::uint32_t address, std::uint8_t value) {
     }
 }
 
-/// Bytes that would lie beyond 32 bits go nowhere: addresses do not come round to 0.
-void sim_write_block(std::uint32_t address, std::span<const std::uint8_t> bytes) {
-    bytes = bytes.first(std::min<std::uint64_t>(bytes.size(), ADDRESS_SPACE - address));
-    const int total = static_cast<int>(std::min<std::size_t>(bytes.size(), INT_MAX));
-    int done = 0;
+/// Bytes of a block write.
+struct Progress {
+    std::uint64_t done = 0;
+    std::uint64_t total = 0;
+};
+
+/// The display counts as far as an int goes.
+void show(const Progress& progress) {
+    const auto count = [](std::uint64_t n) {
+        return static_cast<int>(std::min<std::uint64_t>(n, INT_MAX));
+    };
+    progress_update(count(progress.done), count(progress.total));
+}
+
+void sim_write_piece(std::uint32_t address, std::span<const std::uint8_t> bytes,
+                     Progress& progress) {
     for (const std::uint8_t byte : bytes) {
         if (mem_is_mapped(address)) {
             sim_write8(address, byte);
         }
         address++;
-        done += done < total;
-        progress_update(done, total);
+        progress.done++;
+        show(progress);
     }
+}
+
+/// Bytes that would lie beyond 32 bits go nowhere: addresses do not come round to 0.
+std::uint64_t in_address_space(std::uint32_t start, std::uint64_t length) {
+    return std::min(length, ADDRESS_SPACE - start);
+}
+
+void sim_write_block(std::uint32_t address, std::span<const std::uint8_t> bytes) {
+    bytes = bytes.first(in_address_space(address, bytes.size()));
+    Progress progress = {.total = bytes.size()};
+    sim_write_piece(address, bytes, progress);
+}
+
+/// From the file's position on. What stands behind a whole address space of the target is not
+/// read: it could only come round to where bytes of the file are already.
+int sim_write_file(std::FILE* file, std::uint32_t start, std::uint64_t length) {
+    std::array<std::uint8_t, PIECE> buffer;
+    Progress progress = {.total = in_address_space(start, length)};
+    const std::uint64_t end = std::min(progress.total, std::uint64_t{addr_mask()} + 1);
+    while (progress.done < end) {
+        const auto at = static_cast<std::uint32_t>(start + progress.done);
+        const auto piece =
+            std::span(buffer).first(std::min<std::uint64_t>(PIECE, end - progress.done));
+        if (file_read(file, piece) != static_cast<long>(piece.size())) {
+            return -1;
+        }
+        sim_write_piece(at, piece, progress);
+    }
+    progress.done = progress.total;
+    show(progress);
+    return 1;
 }
 
 /// The target's side of a block write, `end` being the end address as it is sent.
@@ -191,30 +233,22 @@ int mem_read_block(std::span<std::uint8_t> bytes, std::uint32_t address) {
 int mem_write_file(std::FILE* file, long offset, std::uint32_t start, std::uint64_t end) {
     // A command cannot name an end beyond the address space; the simulator leaves the rest out.
     const bool too_far = end > ADDRESS_SPACE && mem_mode != MEM_SIMULATOR;
-    if (offset < 0 || end < start || too_far || std::fseek(file, offset, SEEK_SET) != 0) {
+    const std::uint64_t length = end - start;
+    const long size = file_size(file);
+    if (offset < 0 || end < start || too_far || size < offset ||
+        length > static_cast<std::uint64_t>(size - offset) ||
+        std::fseek(file, offset, SEEK_SET) != 0) {
         return -1;
     }
+    if (mem_mode == MEM_SIMULATOR) {
+        return sim_write_file(file, start, length);
+    }
     std::vector<std::uint8_t> bytes;
-    if (file_read_bytes(file, end - start, bytes) != 0) {
+    if (file_read_bytes(file, length, bytes) != 0) {
         return -1;
     }
     // The end address is sent as the caller gave it, without the one that blocks add.
     return write_block(start, static_cast<std::uint32_t>(end), bytes);
-}
-
-int mem_read_file(std::FILE* file, std::uint32_t start, std::uint64_t end) {
-    if (end < start || end > ADDRESS_SPACE) {
-        return -1;
-    }
-    std::vector<std::uint8_t> piece;
-    for (std::uint64_t at = start; at < end; at += piece.size()) {
-        piece.resize(std::min<std::uint64_t>(PIECE, end - at));
-        if (mem_read_block(piece, static_cast<std::uint32_t>(at)) != 1 ||
-            std::fwrite(piece.data(), 1, piece.size(), file) != piece.size()) {
-            return -1;
-        }
-    }
-    return std::fflush(file) == 0 ? 1 : -1;
 }
 
 void target_set_pc(std::uint32_t address) {

@@ -42,12 +42,10 @@ void mem_write32(std::uint32_t address, std::uint32_t value);
 int mem_write_block(std::uint32_t address, std::span<const std::uint8_t> bytes);
 int mem_read_block(std::span<std::uint8_t> bytes, std::uint32_t address);
 
-/// Writes end - start bytes of the file, from `offset` on, to the addresses from `start` on. 1,
-/// or -1; a file that does not hold them all, or an end before the start, transfers nothing.
+/// Writes end - start bytes of the file, from `offset` on, to the addresses from `start` on; in
+/// mode 1 no more than the target has addresses are read of them, a piece at a time. 1, or -1; a
+/// file that does not hold them all, or an end before the start, transfers nothing.
 int mem_write_file(std::FILE* file, long offset, std::uint32_t start, std::uint64_t end);
-
-/// Appends the bytes from `start` to before `end` to the file. 1 or -1.
-int mem_read_file(std::FILE* file, std::uint32_t start, std::uint64_t end);
 
 /// Set the program counter and start execution there: on the target, in mode 1 in the simulator
 /// (which executes nothing).

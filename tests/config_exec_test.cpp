@@ -45,7 +45,7 @@ TEST_F(ConfigExec, LoadsAndStartsProgramsWhereTheFileSays) {
         {"b.prg", basic + "\x01\x08\x60", 0, 0, 0xA7AE}, // a second line follows
         {"b.prg", "\x01\x08\xFF\xFF\0"s, 0, 0, 0xA7AE},  // links that leave the file
     };
-    verbosity.verbose = 1;
+    verbosity.silent = 1;
     for (const auto& row : rows) {
         SCOPED_TRACE(&row - rows);
         const std::string path = dir.write(row.name, row.content);
@@ -54,7 +54,7 @@ TEST_F(ConfigExec, LoadsAndStartsProgramsWhereTheFileSays) {
         char pc[16];
         std::snprintf(pc, sizeof pc, "%08x", row.pc);
         EXPECT_THAT(testing::internal::GetCapturedStderr(),
-                    HasSubstr("info: set PC=0x"s + pc + " \ninfo: execute PC=0x" + pc + " "));
+                    HasSubstr("set PC=0x"s + pc + " \nexecute PC=0x" + pc + " "));
         EXPECT_EQ(sim_registers().pc, row.pc);
     }
 }

@@ -182,6 +182,24 @@ TEST_F(Load, EveryTypeGoesToItsPlaceOrNowhere) {
     }
 }
 
+TEST_F(Load, OnlyAnAddressSpaceOfAnEndlessFileIsRead) {
+    std::filesystem::resize_file(dir.write("a.rom", "abc"), std::uintmax_t{6} << 30);
+    EXPECT_EQ(file_load("a.rom", 0x1000), 1);
+    EXPECT_EQ(after(), "1000-180001000:1000 1000:abc\n");
+}
+
+TEST_F(Load, PiecesAreToldAsTheyGo) {
+    dir.write("a.pce", image(40960, {}));
+    mem_mode = MEM_IMAGE; // of which none is open: the first piece fails
+    msg_reset();
+    verbosity.verbose = 1;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(file_load("a.pce", 0), -1);
+    const std::string said = testing::internal::GetCapturedStderr();
+    EXPECT_THAT(said, HasSubstr("sending pce file a.pce (e000-ffff:2000) ..."));
+    EXPECT_THAT(said, testing::Not(HasSubstr("sending a.pce")));
+}
+
 TEST_F(Load, SavesWhatItCanSaveAndNothingElse) {
     sim_write8(0xFFFF, 'z');
     const std::tuple<const char*, std::uint32_t, std::uint64_t, const char*, std::string> rows[] = {

@@ -5,6 +5,7 @@
 #include "util/signals.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <ctime>
 #include <fcntl.h>
@@ -179,9 +180,32 @@ void sync_directory(const fs::path& directory) {
     }
 }
 
+struct Content {
+    std::uint64_t size;
+    const FileSource& source;
+};
+
+/// 0, or -1 with errno; EIO where the source fails.
+int write_content(int fd, const Content& content) {
+    std::array<std::uint8_t, 0x10000> buffer;
+    for (std::uint64_t at = 0; at < content.size;) {
+        const auto piece =
+            std::span(buffer).first(std::min<std::uint64_t>(buffer.size(), content.size - at));
+        if (!content.source(at, piece)) {
+            errno = EIO;
+            return -1;
+        }
+        if (fd_write_all(fd, piece) != 0) {
+            return -1;
+        }
+        at += piece.size();
+    }
+    return 0;
+}
+
 /// `old` is null where there is no file yet.
 Outcome replace_by_renaming(const fs::path& target, const struct stat* old,
-                            std::span<const std::uint8_t> content) {
+                            const Content& content) {
     Temporary temporary(target);
     const Outcome taken = take(temporary);
     if (taken != Outcome::Replaced) {
@@ -191,7 +215,7 @@ Outcome replace_by_renaming(const fs::path& target, const struct stat* old,
     if (!set_owner(fd, old)) { // first: a change of owner may take permissions away
         return refuse("permissions");
     }
-    if (fd_write_all(fd, content) != 0) {
+    if (write_content(fd, content) != 0) {
         fail("write");
         return Outcome::Failed;
     }
@@ -212,31 +236,30 @@ Outcome replace_by_renaming(const fs::path& target, const struct stat* old,
 
 /// Writes over the old content, `old_size` bytes. The room is reserved first, so that a full disc
 /// is found out before anything is lost.
-int write_in_place(Fd file, off_t old_size, std::span<const std::uint8_t> content) {
-    const auto size = static_cast<off_t>(content.size());
+int write_in_place(Fd file, off_t old_size, const Content& content) {
+    const auto size = static_cast<off_t>(content.size);
     const int error = size > 0 ? posix_fallocate(file.get(), 0, size) : 0;
     if (error != 0) {
         (void)!ftruncate(file.get(), old_size); // a part of the room may have been added at the end
         return fail("write", error);
     }
-    if (fd_write_all(file.get(), content) != 0 || ftruncate(file.get(), size) != 0) {
+    if (write_content(file.get(), content) != 0 || ftruncate(file.get(), size) != 0) {
         return fail("write");
     }
     return fsync(file.get()) == 0 && file.close() == 0 ? 0 : fail("sync");
 }
 
 /// For what has no old content to lose: devices and FIFOs.
-int write_straight(const std::string& path, std::span<const std::uint8_t> content) {
+int write_straight(const std::string& path, const Content& content) {
     Fd fd = open_at_once(path, O_WRONLY);
     if (!fd.is_open()) {
         return fail("open");
     }
-    return fd_write_all(fd.get(), content) == 0 && fd.close() == 0 ? 0 : fail("write");
+    return write_content(fd.get(), content) == 0 && fd.close() == 0 ? 0 : fail("write");
 }
 
 /// Replaces a regular file, or makes one where `old` is null, in turns with other processes.
-int replace_regular(const std::string& path, const struct stat* old,
-                    std::span<const std::uint8_t> content) {
+int replace_regular(const std::string& path, const struct stat* old, const Content& content) {
     // A read-only file in a writable directory could be replaced, but its owner does not want it:
     // opening it tells whether it may be written.
     Fd old_file = old != nullptr ? open_at_once(path, O_RDWR) : Fd();
@@ -332,7 +355,8 @@ int file_read_bytes(std::FILE* file, std::uint64_t length, std::vector<std::uint
     return 0;
 }
 
-int file_replace(const std::string& path, std::span<const std::uint8_t> content) {
+int file_replace(const std::string& path, std::uint64_t size, const FileSource& source) {
+    const Content content = {size, source};
     struct stat old = {};
     const bool exists = stat(path.c_str(), &old) == 0;
     if (!exists && errno != ENOENT) {
@@ -345,6 +369,14 @@ int file_replace(const std::string& path, std::span<const std::uint8_t> content)
     } catch (const std::bad_alloc&) {
         return fail("create", ENOMEM);
     }
+}
+
+int file_replace(const std::string& path, std::span<const std::uint8_t> content) {
+    return file_replace(path, content.size(),
+                        [content](std::uint64_t offset, std::span<std::uint8_t> bytes) {
+                            std::ranges::copy(content.subspan(offset, bytes.size()), bytes.begin());
+                            return true;
+                        });
 }
 
 int file_replace(const std::string& path, std::string_view content) {

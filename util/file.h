@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <span>
 #include <string>
@@ -64,5 +65,14 @@ int file_read_bytes(std::FILE* file, std::uint64_t length, std::vector<std::uint
 /// Returns 0, or -1 when the file may not be written or not all of it could be; prints nothing.
 int file_replace(const std::string& path, std::span<const std::uint8_t> content);
 int file_replace(const std::string& path, std::string_view content);
+
+/// Where a content that is too large to be held comes from: fills `bytes` with what stands at
+/// `offset`, from 0 on and in order, and from 0 again when the way of writing changes. False when
+/// it cannot be had: the file is not replaced then.
+using FileSource = std::function<bool(std::uint64_t offset, std::span<std::uint8_t> bytes)>;
+
+/// The same with `size` bytes of the source, which is asked for a piece at a time and should be
+/// quick to answer: the signals wait for it too.
+int file_replace(const std::string& path, std::uint64_t size, const FileSource& source);
 
 } // namespace kx

@@ -50,9 +50,9 @@ int core_execfile(const std::string& path, std::uint32_t load_address,
     if (file_load(path, load_address) != 1 || patch_loaded() != 1) {
         return -1;
     }
-    msg_info("set PC=0x%08lx", static_cast<unsigned long>(start_address));
+    msg_message("set PC=0x%08lx", static_cast<unsigned long>(start_address));
     target_set_pc(start_address);
-    msg_info("execute PC=0x%08lx", static_cast<unsigned long>(start_address));
+    msg_message("execute PC=0x%08lx", static_cast<unsigned long>(start_address));
     target_execute();
     return 1;
 }

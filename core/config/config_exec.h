@@ -9,7 +9,7 @@ namespace kx {
 
 /// Loads a program file to `load_address` (0: where the file wants to go), applies the default
 /// patches when the configuration asks for them, and starts it at `start_address`; 0 takes that
-/// from the file, or else the load address.
+/// from the file, or else the load address. Program counter and start are told, also when silent.
 /// 1; 0 with an error message when there is no such file; -1 with one when it cannot be opened or
 /// loaded, and when the user ended the patching with ESC: nothing is started then.
 int core_execfile(const std::string& path, std::uint32_t load_address, std::uint32_t start_address);
