@@ -1,0 +1,108 @@
+// Files of the host.
+#include "tools/host.h"
+
+#include "tools/report.h"
+#include "util/ascii.h"
+#include "util/fd.h"
+#include "util/file.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <unistd.h>
+
+namespace kx {
+
+namespace {
+
+constexpr std::size_t PIECE = 65536;
+
+int fail_with(const std::string& path, int error) {
+    const KxError code = error == ENOENT ? KxError::NotFound : KxError::HostFile;
+    return report_fail(code, host_why(path, error));
+}
+
+std::string shown_path(const std::string& path, const char* standard) {
+    return path == "-" ? standard : path;
+}
+
+/// Throws away what stands before `offset`. False when reading failed.
+bool skip(std::FILE* file, std::uint64_t offset) {
+    if (fseeko(file, static_cast<off_t>(offset), SEEK_SET) == 0) {
+        return true;
+    }
+    std::vector<std::uint8_t> piece(PIECE);
+    while (offset > 0) {
+        const std::size_t wanted = std::min<std::uint64_t>(offset, piece.size());
+        const long count = file_read(file, std::span(piece).first(wanted));
+        if (count <= 0) {
+            return count == 0;
+        }
+        offset -= static_cast<std::uint64_t>(count);
+    }
+    return true;
+}
+
+/// 0, -1 with errno.
+int read_pieces(std::FILE* file, std::uint64_t length, std::vector<std::uint8_t>& bytes) {
+    while (bytes.size() < length) {
+        const std::size_t had = bytes.size();
+        bytes.resize(had + std::min<std::uint64_t>(length - had, PIECE));
+        const long count = file_read(file, std::span(bytes).subspan(had));
+        bytes.resize(had + static_cast<std::size_t>(std::max(count, 0L)));
+        if (count <= 0) {
+            return static_cast<int>(count);
+        }
+    }
+    return 0;
+}
+
+} // namespace
+
+int host_read(const std::string& path, std::vector<std::uint8_t>& bytes) {
+    const int status = host_read_part(path, 0, HOST_FILE_MAX + 1, bytes);
+    if (status == 0 && bytes.size() > HOST_FILE_MAX) {
+        return report_fail(KxError::HostFile, path + ": above 64 MiB, too large");
+    }
+    return status;
+}
+
+int host_read_part(const std::string& path, std::uint64_t offset, std::uint64_t length,
+                   std::vector<std::uint8_t>& bytes) {
+    bytes.clear();
+    const bool standard = path == "-";
+    const FilePtr file(standard ? fdopen(dup(STDIN_FILENO), "rb")
+                                : file_open(path, "rb").release());
+    if (file == nullptr || !skip(file.get(), offset) ||
+        read_pieces(file.get(), length, bytes) != 0) {
+        return fail_with(shown_path(path, "standard input"),
+                         standard ? errno : file_last_error().error);
+    }
+    return 0;
+}
+
+int host_write(const std::string& path, std::span<const std::uint8_t> bytes) {
+    if (path == "-") {
+        std::fflush(stdout);
+        return fd_write_all(STDOUT_FILENO, bytes) == 0 ? 0 : fail_with("standard output", errno);
+    }
+    return file_replace(path, bytes) == 0 ? 0 : fail_with(path, file_last_error().error);
+}
+
+std::string host_why(const std::string& path, int error) {
+    return path + ": " + std::strerror(error);
+}
+
+std::string host_name(const std::string& path) {
+    return path.substr(path.find_last_of('/') + 1);
+}
+
+std::string host_ending(const std::string& path) {
+    const std::string name = host_name(path);
+    const std::size_t dot = name.find_last_of('.');
+    std::string ending = dot == std::string::npos ? "" : name.substr(dot + 1);
+    std::ranges::transform(ending, ending.begin(), ascii_to_lower);
+    return ending;
+}
+
+} // namespace kx

@@ -1,0 +1,36 @@
+// Files of the host as verbs read and write them, failures reported; "-" is standard input or
+// output.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace kx {
+
+/// What kx reads into memory at most: more than any target addresses and any image holds.
+constexpr std::uint64_t HOST_FILE_MAX = std::uint64_t{64} << 20;
+
+// Each returns 0, or the exit status of the failure, which has been reported.
+
+/// The whole file.
+int host_read(const std::string& path, std::vector<std::uint8_t>& bytes);
+
+/// At most `length` bytes from `offset` on: fewer when the file ends before.
+int host_read_part(const std::string& path, std::uint64_t offset, std::uint64_t length,
+                   std::vector<std::uint8_t>& bytes);
+
+/// Replaces the file, whole or not at all.
+int host_write(const std::string& path, std::span<const std::uint8_t> bytes);
+
+/// "PATH: WHY" of a failure that errno, or its copy, tells.
+std::string host_why(const std::string& path, int error);
+
+/// The file's name without its directory.
+std::string host_name(const std::string& path);
+
+/// Its ending in lower case, without the dot; empty for none.
+std::string host_ending(const std::string& path);
+
+} // namespace kx

@@ -1,0 +1,168 @@
+// The frame of the command: finds the verb, reads its options, runs it. KX_VERSION comes from the
+// build files, for this file alone.
+#include "tools/kx.h"
+
+#include "tools/global.h"
+#include "tools/nearest.h"
+#include "tools/report.h"
+#include "tools/verbs.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <fcntl.h>
+#include <spawn.h>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace kx {
+
+namespace {
+
+std::string list_text() {
+    std::string text = "usage: kx [options] COMMAND [arguments]\n\n";
+    for (const Verb* verb : verb_table()) {
+        std::string line = "  " + std::string(verb->name);
+        line.resize(12, ' ');
+        text += line + verb->summary + "\n";
+    }
+    return text + "\nOptions, before or after the command:\n" + options_help(global_options()) +
+           "\nkx help COMMAND tells more.\n";
+}
+
+std::string verb_text(const Verb& verb) {
+    std::string text = std::string("usage: kx ") + verb.name + " " + verb.synopsis + "\n";
+    text += std::string(verb.summary) + (verb.alias != nullptr ? "; also kx " : "") +
+            (verb.alias != nullptr ? verb.alias : "") + "\n";
+    const std::string options = options_help(verb.options);
+    return text + (options.empty() ? "" : "\n" + options) +
+           "\nkx --help has the options of every command.\n";
+}
+
+int print(const std::string& text) {
+    std::fputs(text.c_str(), stdout);
+    return report_end(0);
+}
+
+std::string unknown_verb(const std::string& name) {
+    std::vector<std::string> names = {"help"};
+    for (const Verb* verb : verb_table()) {
+        names.emplace_back(verb->name);
+        if (verb->alias != nullptr) {
+            names.emplace_back(verb->alias);
+        }
+    }
+    const std::string nearest = nearest_word(name, names);
+    return "there is no command '" + name + "'" +
+           (nearest.empty() ? "" : "; did you mean '" + nearest + "'?");
+}
+
+/// Whether the manual page was shown.
+bool show_manual(const Verb& verb) {
+    if (isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0) {
+        return false;
+    }
+    std::string page = std::string("kx-") + verb.name, man = "man";
+    char* const words[] = {man.data(), page.data(), nullptr};
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    pid_t child = 0;
+    int status = -1;
+    const bool started = posix_spawnp(&child, "man", &actions, nullptr, words, environ) == 0;
+    posix_spawn_file_actions_destroy(&actions);
+    return started && waitpid(child, &status, 0) == child && status == 0;
+}
+
+int run_help(const std::vector<std::string>& words) {
+    if (words.empty()) {
+        return print(list_text());
+    }
+    const Verb* const verb = verb_find(words.front());
+    if (verb == nullptr) {
+        return report_end(report_fail(KxError::Usage, unknown_verb(words.front())));
+    }
+    return show_manual(*verb) ? 0 : print(verb_text(*verb));
+}
+
+int usage_failure(const std::string& text, const std::string& hint) {
+    return report_end(report_fail(KxError::Usage, text, hint));
+}
+
+/// The verb's place among the words: the first that belongs to no option.
+std::size_t find_verb(const std::vector<std::string>& words) {
+    std::size_t at = 0;
+    while (at < words.size()) {
+        const std::size_t taken =
+            options_count_words(global_options(), std::span(words).subspan(at));
+        if (taken == 0) {
+            break;
+        }
+        at += taken;
+    }
+    return at;
+}
+
+int run_verb(const Verb& verb, const std::vector<std::string>& words) {
+    std::vector<std::string> arguments;
+    std::string error;
+    const bool parsed = options_parse(verb.options, global_options(), words, arguments, error) == 0;
+    globals.json = globals.json || std::ranges::count(words, "--json") > 0; // also for a bad line
+    report_begin(verb.name);
+    if (globals.version) {
+        return print("kx " KX_VERSION "\n");
+    }
+    if (globals.help) {
+        return print(verb_text(verb));
+    }
+    if (!parsed || options_store_arguments(verb.options, arguments, error) != 0) {
+        return usage_failure(error, std::string("usage: kx ") + verb.name + " " + verb.synopsis);
+    }
+    return report_end(verb.run());
+}
+
+int run_without_verb(const std::vector<std::string>& words) {
+    std::vector<std::string> arguments;
+    std::string error;
+    const bool parsed = options_parse({}, global_options(), words, arguments, error) == 0;
+    globals.json = globals.json && parsed;
+    report_begin("");
+    if (!parsed) {
+        return usage_failure(error, "kx --help lists the options");
+    }
+    if (globals.version) {
+        return print("kx " KX_VERSION "\n");
+    }
+    if (globals.help) {
+        return print(list_text());
+    }
+    std::fputs(list_text().c_str(), stderr);
+    return report_status(KxError::Usage);
+}
+
+} // namespace
+
+int kx_run(int argc, char** argv) {
+    std::signal(SIGPIPE, SIG_DFL); // a reader that has seen enough ends kx without a word
+    std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
+    const std::size_t at = find_verb(words);
+    if (at >= words.size() || words[at].starts_with('-')) {
+        return run_without_verb(words);
+    }
+    const std::string name = words[at];
+    words.erase(words.begin() + static_cast<std::ptrdiff_t>(at));
+    if (name == "help") {
+        report_begin("help");
+        return run_help(words);
+    }
+    const Verb* const verb = verb_find(name);
+    if (verb == nullptr) {
+        report_begin(name.c_str());
+        return usage_failure(unknown_verb(name), "kx --help lists them");
+    }
+    return run_verb(*verb, words);
+}
+
+} // namespace kx

@@ -1,0 +1,246 @@
+// CLI11 splits the words into options, values and arguments; names, numbers, choices and texts of
+// errors are handled here.
+#include "tools/options.h"
+
+#include "tools/nearest.h"
+#include "tools/parse.h"
+
+#include <CLI/App.hpp>
+
+#include <algorithm>
+#include <string_view>
+
+namespace kx {
+
+namespace {
+
+// A flag of CLI11 that is given without a value gets this one; nobody types it.
+const std::string LEFT_OUT = "\x01";
+
+bool is_argument(const Option& option) {
+    return option.names[0] != '-';
+}
+
+template <typename Target>
+bool holds(const Option& option) {
+    return std::holds_alternative<Target>(option.target);
+}
+
+/// Whether the word behind the option is its value.
+bool takes_word(const Option& option) {
+    return !holds<bool*>(option) && !holds<int*>(option) && !holds<OptionalText*>(option);
+}
+
+std::vector<std::string> split(std::string_view text, char separator) {
+    std::vector<std::string> parts;
+    while (true) {
+        const std::size_t end = text.find(separator);
+        parts.emplace_back(text.substr(0, end));
+        if (end == std::string_view::npos) {
+            return parts;
+        }
+        text.remove_prefix(end + 1);
+    }
+}
+
+/// The value of an option put into its target. 0, or -1 with `error`.
+int store(const Option& option, const std::vector<std::string>& texts, std::string& error) {
+    if (auto* const* flag = std::get_if<bool*>(&option.target)) {
+        **flag = true;
+    } else if (auto* const* optional = std::get_if<OptionalText*>(&option.target)) {
+        **optional = {true, texts.back() == LEFT_OUT ? "" : texts.back()};
+    } else if (auto* const* list = std::get_if<std::vector<std::string>*>(&option.target)) {
+        **list = texts;
+    } else if (auto* const* milliseconds = std::get_if<std::uint32_t*>(&option.target)) {
+        return parse_seconds(texts.back(), **milliseconds, error);
+    } else if (auto* const* text = std::get_if<std::string*>(&option.target)) {
+        const std::vector<std::string> choices = split(option.value, '|');
+        if (choices.size() > 1 && std::ranges::find(choices, texts.back()) == choices.end()) {
+            error = split(option.names, ',').back() + " takes " + option.value + ", not '" +
+                    texts.back() + "'";
+            return -1;
+        }
+        **text = texts.back();
+    }
+    return 0;
+}
+
+/// Declares an option. What it is given goes through `store`, whose error ends the parsing.
+void declare(CLI::App& app, const Option& option, std::string& error) {
+    const auto take = [&option, &error](const std::vector<std::string>& texts) {
+        return store(option, texts, error) == 0;
+    };
+    if (auto* const* count = std::get_if<int*>(&option.target)) {
+        app.add_flag_function(option.names,
+                              [count](std::int64_t n) { **count = static_cast<int>(n); })
+            ->disable_flag_override();
+    } else if (holds<bool*>(option)) {
+        app.add_flag_callback(option.names, [take] { take({}); })->disable_flag_override();
+    } else if (holds<OptionalText*>(option)) {
+        app.add_option(split(option.names, ',').back() + "{" + LEFT_OUT + "}", take);
+    } else {
+        CLI::Option* const added = app.add_option(option.names, take);
+        if (!holds<std::vector<std::string>*>(option)) {
+            added->take_last();
+        } else {
+            added->expected(1)->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+        }
+        added->allow_extra_args(false);
+    }
+}
+
+/// "unknown option '--froce', did you mean '--force'?"
+std::string unknown_option(const std::string& word, std::span<const Option> options,
+                           std::span<const Option> globals) {
+    const std::string name = word.substr(0, word.find('='));
+    std::vector<std::string> names;
+    for (const std::span<const Option> table : {options, globals}) {
+        for (const Option& option : table) {
+            for (const std::string& each : split(option.names, ',')) {
+                if (each.starts_with("--")) {
+                    names.push_back(each);
+                }
+            }
+        }
+    }
+    const std::string nearest = name.starts_with("--") ? nearest_word(name, names) : "";
+    return "unknown option '" + name + "'" +
+           (nearest.empty() ? "" : "; did you mean '" + nearest + "'?");
+}
+
+/// What is wrong, of the texts of CLI11: they begin with the option's name.
+std::string parse_error_text(const CLI::ParseError& failure) {
+    const std::string text = failure.what();
+    const std::string name = text.substr(0, text.find_first_of(": "));
+    return text.find("flag override") != std::string::npos
+               ? "an option that takes no value was given one"
+               : name + " needs a value";
+}
+
+} // namespace
+
+int options_parse(std::span<const Option> options, std::span<const Option> globals,
+                  const std::vector<std::string>& words, std::vector<std::string>& arguments,
+                  std::string& error) {
+    error.clear();
+    CLI::App app;
+    app.set_help_flag();
+    app.allow_extras();
+    for (const std::span<const Option> table : {options, globals}) {
+        for (const Option& option : table) {
+            if (!is_argument(option)) {
+                declare(app, option, error);
+            }
+        }
+    }
+    for (const std::string& word : words) {
+        if (word == "--") {
+            break;
+        }
+        // CLI11 would take the word behind it.
+        if (word.starts_with("--") && word.find('=') == word.size() - 1) {
+            error = word.substr(0, word.size() - 1) + " needs a value";
+            return -1;
+        }
+    }
+    try {
+        app.parse(std::vector<std::string>(words.rbegin(), words.rend()));
+    } catch (const CLI::ParseError& failure) {
+        if (error.empty()) {
+            error = parse_error_text(failure);
+        }
+        return -1;
+    }
+    bool only_arguments = false;
+    for (const std::string& word : app.remaining()) {
+        if (!only_arguments && word == "--") {
+            only_arguments = true;
+        } else if (!only_arguments && word.size() > 1 && word[0] == '-') {
+            error = unknown_option(word, options, globals);
+            return -1;
+        } else {
+            arguments.push_back(word);
+        }
+    }
+    return 0;
+}
+
+int options_store_arguments(std::span<const Option> options,
+                            const std::vector<std::string>& arguments, std::string& error) {
+    auto next = arguments.begin();
+    for (const Option& option : options) {
+        if (!is_argument(option)) {
+            continue;
+        }
+        if (next == arguments.end()) {
+            if (option.names[0] != '[') {
+                error = std::string(split(option.names, '.').front()) + " is missing";
+                return -1;
+            }
+            continue;
+        }
+        const bool is_list = holds<std::vector<std::string>*>(option);
+        const auto end = is_list ? arguments.end() : next + 1;
+        if (store(option, {next, end}, error) != 0) {
+            return -1;
+        }
+        next = end;
+    }
+    if (next != arguments.end()) {
+        error = "there is nothing for '" + *next + "' to be";
+        return -1;
+    }
+    return 0;
+}
+
+std::size_t options_count_words(std::span<const Option> options,
+                                std::span<const std::string> words) {
+    const std::string& word = words.front();
+    if (word.size() < 2 || word[0] != '-') {
+        return 0;
+    }
+    const bool is_long = word[1] == '-';
+    for (std::size_t at = 1; at < word.size(); at++) {
+        const std::string name =
+            is_long ? word.substr(0, word.find('=')) : std::string("-") + word[at];
+        const auto option = std::ranges::find_if(options, [&](const Option& each) {
+            return std::ranges::count(split(each.names, ','), name) > 0;
+        });
+        if (option == options.end()) {
+            return 0;
+        }
+        if (takes_word(*option)) {
+            const bool value_inside = is_long ? name != word : at + 1 < word.size();
+            return value_inside || words.size() < 2 ? 1 : 2;
+        }
+        if (is_long) {
+            break;
+        }
+    }
+    return 1;
+}
+
+std::string options_help(std::span<const Option> options) {
+    constexpr std::size_t COLUMN = 24;
+    std::string text;
+    for (const Option& option : options) {
+        if (is_argument(option)) {
+            continue;
+        }
+        std::string line = "  ";
+        const std::vector<std::string> names = split(option.names, ',');
+        line += names.front().starts_with("--") ? "    " + names.front() : names.front();
+        line += names.size() > 1 ? ", " + names.back() : "";
+        if (holds<OptionalText*>(option)) {
+            line += std::string("[=") + option.value + "]";
+        } else if (option.value[0] != '\0') {
+            line += (names.back().starts_with("--") ? "=" : " ") + std::string(option.value);
+        }
+        const bool fits = line.size() + 2 <= COLUMN;
+        line += fits ? std::string(COLUMN - line.size(), ' ') : "\n" + std::string(COLUMN, ' ');
+        text += line + option.help + "\n";
+    }
+    return text;
+}
+
+} // namespace kx
