@@ -8,6 +8,7 @@ include(CMakePackageConfigHelpers)
 # The same holds for kx-init and the base directory.
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME programs)
 install(TARGETS kxsetup DESTINATION libexec/kx)
+install(TARGETS kx_command)
 install(PROGRAMS script/kxsetup script/kx-init DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(DIRECTORY base/ DESTINATION share/kx PATTERN README.md EXCLUDE)
 install(DIRECTORY script/completions/ DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)

@@ -148,6 +148,9 @@ int kx_run(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_DFL); // a reader that has seen enough ends kx without a word
     std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
     const std::size_t at = find_verb(words);
+    if (at + 1 < words.size() && words[at] == "--") {
+        words.erase(words.begin() + static_cast<std::ptrdiff_t>(at));
+    }
     if (at >= words.size() || words[at].starts_with('-')) {
         return run_without_verb(words);
     }

@@ -5,7 +5,7 @@
 #include "tools/nearest.h"
 #include "tools/parse.h"
 
-#include <CLI/App.hpp>
+#include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <string_view>
@@ -92,7 +92,8 @@ void declare(CLI::App& app, const Option& option, std::string& error) {
 /// "unknown option '--froce', did you mean '--force'?"
 std::string unknown_option(const std::string& word, std::span<const Option> options,
                            std::span<const Option> globals) {
-    const std::string name = word.substr(0, word.find('='));
+    const bool is_long = word.starts_with("--");
+    const std::string name = word.substr(0, is_long ? word.find('=') : 2);
     std::vector<std::string> names;
     for (const std::span<const Option> table : {options, globals}) {
         for (const Option& option : table) {
@@ -103,7 +104,7 @@ std::string unknown_option(const std::string& word, std::span<const Option> opti
             }
         }
     }
-    const std::string nearest = name.starts_with("--") ? nearest_word(name, names) : "";
+    const std::string nearest = is_long ? nearest_word(name, names) : "";
     return "unknown option '" + name + "'" +
            (nearest.empty() ? "" : "; did you mean '" + nearest + "'?");
 }
@@ -112,9 +113,8 @@ std::string unknown_option(const std::string& word, std::span<const Option> opti
 std::string parse_error_text(const CLI::ParseError& failure) {
     const std::string text = failure.what();
     const std::string name = text.substr(0, text.find_first_of(": "));
-    return text.find("flag override") != std::string::npos
-               ? "an option that takes no value was given one"
-               : name + " needs a value";
+    const bool is_flag = text.find("flag override") != std::string::npos;
+    return name + (is_flag ? " takes no value" : " needs a value");
 }
 
 } // namespace
@@ -187,7 +187,7 @@ int options_store_arguments(std::span<const Option> options,
         next = end;
     }
     if (next != arguments.end()) {
-        error = "there is nothing for '" + *next + "' to be";
+        error = "'" + *next + "' is one argument too many";
         return -1;
     }
     return 0;
