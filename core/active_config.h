@@ -36,6 +36,9 @@ struct ActiveConfig {
     std::uint8_t fileserver = 0;       // 0 = disabled
     std::string fileserver_root;       // what every path of the target stays in; empty: anywhere
     bool fileserver_read_only = false; // refuses all that would change the disc
+    // Of the drive servers; no target file sets them, a program that serves may.
+    bool fileserver_open_match = false;     // a load takes the file that the search found
+    bool fileserver_translate_save = false; // the CBM's save names, too, are PETSCII
     MemoryMap memory_map;
     std::int32_t default_file_type = FILETYPE_RAW;
     std::string patch_file;

@@ -1,5 +1,5 @@
 // Collects a directory's entries and puts BASIC lines together.
-#include "fileserver/basic_listing.h"
+#include "fileserver/basic_listing_private.h"
 
 #include "fileserver/fileserver.h"
 #include "util/bytes.h"

@@ -1,18 +1,18 @@
 // The CBM fileserver: load, save and open, in a table of commands.
 #include "fileserver/cbm.h"
 
-#include "fileserver/basic_listing.h"
-#include "fileserver/directory_search.h"
+#include "core/active_config.h"
+#include "fileserver/basic_listing_private.h"
+#include "fileserver/drive_private.h"
 #include "fileserver/fileserver.h"
 #include "fileserver/host_files.h"
 #include "fileserver/line_private.h"
-#include "fileserver/petscii.h"
-#include "link/port.h"
+#include "fileserver/petscii_private.h"
+#include "fileserver/request_private.h"
 #include "ui/msg.h"
 #include "util/ascii.h"
 
 #include <algorithm>
-#include <climits>
 #include <cstdio>
 
 namespace kx {
@@ -39,29 +39,19 @@ constexpr std::uint32_t PROGRESS_PIECE = 1024; // bytes that are logged and then
 constexpr std::uint8_t CHANNEL_MASK = 0x9F;
 constexpr int COMMAND_CHANNEL = 15;
 
-struct {
+struct State {
     std::uint8_t channels[256] = {}; // secondary addresses by logical file number
-} state;
+};
+State state;
 
-/// A command; its function receives the rest of the request. False is answered with 0xFF.
+/// A command; its function receives the rest of the request. -1 is answered with 0xFF.
 struct Command {
     std::uint8_t code;
     const char* name;
-    bool (*run)();
+    int (*run)();
 };
 
-/// A name up to CR, as the target sent it. False when the line has gone: half a name must not be
-/// acted on.
-bool get_name(std::string& name) {
-    name = line_get_name('\r');
-    return port_state.read_error == 0;
-}
-
-bool is_directory_name(const std::string& name) {
-    return name.starts_with('$');
-}
-
-// Load ---------------------------------------------------------------------------------------
+// Sending ------------------------------------------------------------------------------------
 
 /// The listing behind its load address. `shown` gets its lines for the terminal.
 std::string directory_program(const std::vector<ListedEntry>& entries, std::string& shown) {
@@ -85,14 +75,14 @@ std::string directory_program(const std::vector<ListedEntry>& entries, std::stri
     return program;
 }
 
-bool send_directory() {
+int send_directory() {
     const std::string pattern(LISTING_PATTERN);
     const std::uint32_t header_line =
         static_cast<std::uint32_t>(listing_header(BANNER).size()) + 1 + LISTING_LINE_FRAME;
     std::vector<ListedEntry> entries =
         listing_collect(pattern, DirectoryStyle::Cbm, LOAD_ADDRESS + header_line);
     if (entries.empty()) {
-        return false;
+        return -1;
     }
     // Should all be gone when looked for again, only the last line is left. What is announced are
     // the bytes that follow, whatever becomes of the directory.
@@ -103,130 +93,106 @@ bool send_directory() {
     const std::string program = directory_program(entries, shown);
     fileserver_log("KX> sending directory \"%s\" (%d bytes)...\n", pattern.c_str(),
                    static_cast<int>(program.size()));
-    port_putc(REPLY_SUCCESS);
+    line_put(REPLY_SUCCESS);
     line_put16(static_cast<std::uint32_t>(program.size()));
     line_put16(LOAD_ADDRESS);
-    line_put(program);
+    line_put_text(program);
+    drive_note_directory(program.size(), entries.size());
     std::fputs(shown.c_str(), stdout);
     std::fflush(stdout);
-    return true;
-}
-
-bool change_directory(const std::string& name) {
-    if (host_chdir(name) != 0) {
-        return false;
-    }
-    port_putc(REPLY_CHANGED);
-    std::string directory;
-    host_getcwd(directory, PATH_MAX);
-    fileserver_log("KX> chdir(\"%s\") to %s\n", ascii_escape(name).c_str(),
-                   ascii_escape(directory).c_str());
-    return true;
+    return 0;
 }
 
 /// Sends the file's bytes, a log line for each. They go out in pieces, and at once when nobody
-/// sees the lines.
-bool send_with_progress(int file, std::uint32_t left, const std::string& shown) {
+/// sees the lines. Returns how many were the file's own.
+std::uint32_t send_with_progress(int file, std::uint32_t left, const std::string& shown) {
     if (verbosity.silent != 0) {
         return line_send_file(file, left);
     }
-    while (left > 0) {
+    std::uint32_t sent = 0;
+    while (left > 0 && !request_is_dropped()) {
         const std::uint32_t piece = std::min(left, PROGRESS_PIECE);
         for (std::uint32_t i = 0; i < piece; i++) {
             fileserver_log("KX> sending file '%s' (%04lx bytes left.)...\r", shown.c_str(),
                            static_cast<unsigned long>(left - i));
         }
-        if (!line_send_file(file, piece)) {
-            return false;
-        }
+        sent += line_send_file(file, piece);
         left -= piece;
     }
-    return true;
+    return sent;
 }
 
-bool send_file(const std::string& name) {
+int send_file(const std::string& name) {
     std::uint32_t size = 0;
     const HostFd file = host_open_file(name, size);
     if (!file) {
-        return false;
+        return -1;
     }
     const std::string shown = ascii_escape(name);
     // More than the length can tell would leave target and host out of step, and does not fit the
     // target's memory either.
     if (size < LOAD_ADDRESS_SIZE || size > FILE_MAX) {
+        request_fail("a load takes 2 to 65537 bytes");
         fileserver_log("KX> file '%s' has %lu bytes, a load takes 2 to 65537.\r\n", shown.c_str(),
                        static_cast<unsigned long>(size));
-        return false;
+        return -1;
     }
-    port_putc(REPLY_SUCCESS);
+    line_put(REPLY_SUCCESS);
     line_put16(size - LOAD_ADDRESS_SIZE);
-    if (send_with_progress(file.get(), size, shown)) {
-        fileserver_log("KX> sending file '%s' (ok.)                  \r\n", shown.c_str());
+    request_event().expected = size;
+    const std::uint32_t sent = send_with_progress(file.get(), size, shown);
+    if (request_is_dropped()) {
+        return 0;
     }
-    return true;
+    if (sent < size) {
+        request_fail("the file came short");
+        fileserver_log("KX> sending file '%s' (came short: %lu bytes.)\r\n", shown.c_str(),
+                       static_cast<unsigned long>(sent));
+        return 0;
+    }
+    fileserver_log("KX> sending file '%s' (ok.)                  \r\n", shown.c_str());
+    return 0;
 }
 
-bool load() {
-    std::string name;
-    if (!get_name(name)) {
-        return false;
-    }
-    name = petscii_to_host(name);
-    if (is_directory_name(name)) {
-        return send_directory();
-    }
-    if (name.starts_with('.')) {
-        return change_directory(name);
-    }
-    DirectoryEntry entry;
-    if (directory_find(name, entry) != 0) {
-        return false;
-    }
-    return (entry.attribute & DIRECTORY_ATTRIBUTE) != 0 ? change_directory(name) : send_file(name);
+// Load, save and open ------------------------------------------------------------------------
+
+constexpr Drive drive = {.changed = REPLY_CHANGED,
+                         .ready = REPLY_READY,
+                         .uncounted = 0,
+                         .tells_kind = false,
+                         .meters = false,
+                         .line_end = "\n",
+                         .send_directory = send_directory,
+                         .send_file = send_file};
+
+int load() {
+    const std::string name = petscii_to_host(drive_get_name(0));
+    return request_is_dropped() ? -1 : drive_load(drive, name);
 }
 
-// Save and open ------------------------------------------------------------------------------
-
-bool save() {
-    std::string name;
-    if (!get_name(name)) {
-        return false;
+int save() {
+    std::string name = drive_get_name(0);
+    if (request_is_dropped()) {
+        return -1;
     }
     // Meant: the name is used as it came, while that of a load is translated.
-    name = name.substr(0, name.find('\0'));
-    const std::string shown = ascii_escape(name);
-    fileserver_log("getting file \"%s\" ...\n", shown.c_str());
-    if (is_directory_name(name)) {
-        return false;
-    }
-    const HostFd file = host_create_file(name);
-    if (!file) {
-        return false;
-    }
-    port_putc(REPLY_READY);
-    const std::uint32_t length = line_get16();
-    fileserver_log("KX> getting file \"%s\" (%d bytes.)...\n", shown.c_str(),
-                   static_cast<int>(length));
-    bool written = false;
-    if (port_state.read_error != 0 || // the length has not come
-        line_receive_file(file.get(), length, written) != length || !written) {
-        fileserver_log("KX> file \"%s\" is incomplete.\n", shown.c_str());
-    }
-    return true;
+    name = active_config.fileserver_translate_save ? petscii_to_host(name)
+                                                   : name.substr(0, name.find('\0'));
+    return drive_save(drive, name);
 }
 
-bool open_channel() {
-    const int logical = port_getc();
-    state.channels[logical] = port_getc();
+int open_channel() {
+    const int logical = line_get();
+    state.channels[logical] = line_get();
     const int secondary = state.channels[logical] & CHANNEL_MASK;
-    std::string name;
-    if (get_name(name)) {
+    const std::string name = drive_get_name(0);
+    if (!request_is_dropped()) {
         // The 7 stands there whatever the device's number is.
         fileserver_log("KX> opening %s (%d,7,%d,\"%s\")...\r\n",
                        secondary == COMMAND_CHANNEL ? "cmd-channel" : "file", logical, secondary,
                        ascii_escape(petscii_to_host(name)).c_str());
     }
-    return true;
+    return 0;
 }
 
 constexpr Command commands[] = {
@@ -241,13 +207,16 @@ int cbm_fileserver_request(std::uint8_t byte) {
     if (byte != REQUEST) {
         return -1;
     }
-    const std::uint8_t code = port_getc();
+    const RequestScope scope;
+    const std::uint8_t code = line_get();
     const Command* command = std::ranges::find(commands, code, &Command::code);
     if (command == std::end(commands)) {
         return -1;
     }
-    if (!command->run()) {
-        port_putc(REPLY_FAILURE);
+    request_event().request = command->name;
+    if (command->run() != 0) {
+        request_fail("not possible");
+        line_put(REPLY_FAILURE);
     }
     return 0;
 }

@@ -2,7 +2,7 @@
 #include "fileserver/debug_console.h"
 
 #include "core/active_config.h"
-#include "fileserver/petscii.h"
+#include "fileserver/petscii_private.h"
 #include "link/serial.h"
 #include "ui/msg.h"
 #include "util/ascii.h"

@@ -1,5 +1,5 @@
 // The directory search of all fileservers, and the texts of BASIC directories.
-#include "fileserver/directory_search.h"
+#include "fileserver/directory_search_private.h"
 
 #include <algorithm>
 #include <ctime>
@@ -24,6 +24,23 @@ struct EntryForm {
 constexpr EntryForm serialslave_forms[] = {
     {10, 3, 22}, {100, 2, 21}, {1000, 1, 20}, {10000, 0, 19}, {ANY, 0, 18}};
 constexpr EntryForm cbm_forms[] = {{10, 3, 22}, {100, 2, 21}, {1000, 1, 20}, {ANY, 0, 19}};
+
+/// How much of the pattern had its match when it or the name was used up; npos when they differ.
+std::size_t pattern_used(std::string_view name, std::string_view pattern) {
+    std::size_t at = 0;
+    std::size_t i = 0;
+    for (; i < pattern.size() && at < name.size(); i++) {
+        if (pattern[i] == '*') {
+            // To the next name character that equals the one after the "*", be that a wildcard.
+            at = i + 1 < pattern.size() ? name.find(pattern[i + 1], at) : std::string_view::npos;
+        } else if (pattern[i] == '?' || pattern[i] == name[at]) {
+            at++;
+        } else {
+            return std::string_view::npos;
+        }
+    }
+    return i;
+}
 
 /// `hidden` becomes the last match that the root keeps from the target.
 int find_next(DirectorySearch& search, DirectoryEntry& entry, std::string& hidden) {
@@ -84,19 +101,36 @@ int directory_find(const std::string& name, DirectoryEntry& entry) {
     return 0;
 }
 
-bool directory_matches(std::string_view name, std::string_view pattern) {
-    std::size_t at = 0;
-    for (std::size_t i = 0; i < pattern.size() && at < name.size(); i++) {
-        if (pattern[i] == '*') {
-            // To the next name character that equals the one after the "*", be that a wildcard.
-            at = i + 1 < pattern.size() ? name.find(pattern[i + 1], at) : std::string_view::npos;
-        } else if (pattern[i] == '?' || pattern[i] == name[at]) {
-            at++;
-        } else {
-            return false;
+int directory_find_best(const std::string& pattern, DirectoryEntry& entry) {
+    // In this order, and of equals the first.
+    enum { Exact, Extended, File, Directory, None };
+    DirectorySearch search;
+    DirectoryEntry other;
+    int best = None;
+    for (int found = directory_find_first(search, pattern, other); found == 0;
+         found = directory_find_next(search, other)) {
+        const std::size_t used = pattern_used(other.name, pattern);
+        int rank = File;
+        if (other.name == pattern) {
+            rank = Exact;
+        } else if (other.name.starts_with('.') ||
+                   pattern.find_first_not_of('*', used) != std::string::npos) {
+            rank = None;
+        } else if ((other.attribute & DIRECTORY_ATTRIBUTE) != 0) {
+            rank = Directory;
+        } else if (other.name.starts_with(pattern + '.')) {
+            rank = Extended;
+        }
+        if (rank < best) {
+            best = rank;
+            entry = other;
         }
     }
-    return true;
+    return best == None ? -1 : 0;
+}
+
+bool directory_matches(std::string_view name, std::string_view pattern) {
+    return pattern_used(name, pattern) != std::string_view::npos;
 }
 
 std::uint32_t directory_date(std::int64_t seconds) {

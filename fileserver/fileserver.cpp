@@ -5,12 +5,14 @@
 #include "fileserver/cbm.h"
 #include "fileserver/generic.h"
 #include "fileserver/host_files.h"
+#include "fileserver/request_private.h"
 #include "fileserver/serialslave.h"
 #include "ui/msg.h"
+#include "util/text.h"
 
+#include <cerrno>
 #include <cstdarg>
-#include <cstdio>
-#include <string_view>
+#include <cstring>
 
 namespace kx {
 
@@ -29,12 +31,16 @@ constexpr Server servers[] = {
     {.id = FILESERVER_CBM, .request = cbm_fileserver_request, .reset = cbm_reset},
 };
 
-/// What a format ends its line with: they differ.
-std::string_view line_end(std::string_view format) {
-    return format.substr(format.find_last_not_of("\r\n") + 1);
-}
-
 } // namespace
+
+int fileserver_start() {
+    if (host_open_root() != 0) {
+        msg_error("couldn't open fileserver root '%s': %s.", active_config.fileserver_root.c_str(),
+                  std::strerror(errno));
+        return -1;
+    }
+    return 0;
+}
 
 int fileserver_handle_byte(std::uint8_t byte) {
     for (const Server& server : servers) {
@@ -49,16 +55,15 @@ void fileserver_log(const char* format, ...) {
     if (verbosity.silent != 0) {
         return;
     }
-    char text[LOG_MAX];
     va_list args;
     va_start(args, format);
-    const int length = std::vsnprintf(text, sizeof text, format, args);
+    std::string text = text_vprintf(format, args);
     va_end(args);
-    if (length >= static_cast<int>(sizeof text)) { // cut, but not its line end
-        const std::string_view end = line_end(format);
-        end.copy(text + sizeof text - 1 - end.size(), end.size());
+    if (text.size() >= LOG_MAX) { // cut, but not its line end
+        const std::string end = text.substr(text.find_last_not_of("\r\n") + 1);
+        text.replace(LOG_MAX - 1 - end.size(), std::string::npos, end);
     }
-    msg_print("%s", text);
+    msg_print("%s", text.c_str());
 }
 
 void fileserver_reset() {
@@ -66,6 +71,7 @@ void fileserver_reset() {
         server.reset();
     }
     host_files_reset();
+    request_reset();
 }
 
 } // namespace kx

@@ -1,11 +1,11 @@
 // The generic fileserver: the table of its commands, and the host's file calls behind them.
 #include "fileserver/generic.h"
 
-#include "fileserver/directory_search.h"
+#include "fileserver/directory_search_private.h"
 #include "fileserver/fileserver.h"
 #include "fileserver/host_files.h"
 #include "fileserver/line_private.h"
-#include "link/port.h"
+#include "fileserver/request_private.h"
 #include "link/rate.h"
 #include "util/ascii.h"
 #include "util/bytes.h"
@@ -25,14 +25,17 @@ constexpr std::uint8_t SIGNATURE = 0xAC;
 constexpr std::uint8_t STATUS_OK = 0x00;
 constexpr std::uint8_t STATUS_FAILED = 0xAA;
 
+constexpr const char* BAD_HANDLE = "no such handle"; // where the host gives no reason
+
 constexpr std::size_t FIND_NAME = 13;   // octets of a name in a find record
 constexpr std::size_t FIND_RECORD = 27; // name, its end, attribute, time, date and size
 constexpr std::size_t CWD_NOTE = 256;
 constexpr std::int32_t CWD_MAX = 65536; // octets of the largest directory asked for
 
-struct {
+struct State {
     DirectorySearch search; // from dbgFindfirst on
-} state;
+};
+State state;
 
 /// A request: its command's name and the arguments.
 struct Request {
@@ -44,13 +47,16 @@ struct Request {
 // Replies -------------------------------------------------------------------------------------
 
 void reply(std::int32_t number) {
-    port_put32(static_cast<std::uint32_t>(number));
+    line_put32(static_cast<std::uint32_t>(number));
 }
 
 // 0 or -1, as the host's call gave it. The lines of some commands end in a way of their own, which
 // is meant throughout this file.
 void reply_result(int result, const char* failed, const char* ok) {
     reply(result);
+    if (result == -1) {
+        request_fail(BAD_HANDLE);
+    }
     fileserver_log("%s", result == -1 ? failed : ok);
 }
 
@@ -60,9 +66,14 @@ std::string shown(const std::string& text) {
 
 // Whole files ---------------------------------------------------------------------------------
 
-void log_transfer_end(bool complete, std::uint32_t size) {
-    if (!complete) {
+void log_transfer_end(std::uint32_t moved, std::uint32_t size) {
+    if (request_is_dropped()) {
         fileserver_log("KX> File transfer broken off!\n\r");
+        return;
+    }
+    if (moved < size) { // the rest was sent all the same
+        request_fail("the file came short");
+        fileserver_log("KX> File came short! (%ld bytes)\n\r", static_cast<long>(moved));
         return;
     }
     fileserver_log("KX> File transfer complete\n\r");
@@ -75,14 +86,16 @@ void load(const Request& request) {
     const HostFd file = host_open_file(request.text, size);
     if (!file) {
         fileserver_log("KX> File not found!\n\r");
-        port_putc(STATUS_FAILED);
+        request_fail("not found");
+        line_put(STATUS_FAILED);
         return;
     }
     fileserver_log("KX> Filesize: %ld bytes\n\r", static_cast<long>(size));
     rate_start();
     std::uint8_t head[1 + 4] = {STATUS_OK};
     put32be(head + 1, size);
-    port_write_block(head);
+    line_put_bytes(head);
+    request_event().expected = size;
     log_transfer_end(line_send_file(file.get(), size), size);
 }
 
@@ -91,23 +104,25 @@ void save(const Request& request) {
     // Without quotes, unlike the others: meant.
     fileserver_log("KX> CMD: %s(%s,?,%ld)\n\r", request.name, shown(request.text).c_str(),
                    static_cast<long>(announced));
-    const HostFd file = host_create_file(request.text);
+    HostSave file(request.text);
     if (!file) {
         fileserver_log("KX> File couldn't be created!\n\r");
-        port_putc(STATUS_FAILED);
+        request_fail("couldn't be created");
+        line_put(STATUS_FAILED);
         return;
     }
-    port_putc(STATUS_OK);
+    line_put(STATUS_OK);
     fileserver_log("KX> Filesize: %ld bytes\n\r", static_cast<long>(announced));
     rate_start();
     const auto size = static_cast<std::uint32_t>(std::max(announced, 0));
     bool written = true;
-    const std::uint32_t received = line_receive_file(file.get(), size, written);
-    if (written) {
-        log_transfer_end(received == size, size);
-    } else { // the protocol has no way to tell the target
+    const std::uint32_t received = line_receive_file(file.fd(), size, written);
+    if (!request_is_dropped() && (!written || file.replace() != 0)) {
+        request_fail("couldn't be written"); // the protocol has no way to tell the target
         fileserver_log("KX> File couldn't be written!\n\r");
+        return;
     }
+    log_transfer_end(received, size);
 }
 
 // Never executed: a shell for the target is switched off, for safety.
@@ -115,6 +130,7 @@ void system_line(const Request& request) {
     fileserver_log("%s()\n\r", request.name);
     fileserver_log("KX> CmdLine: %s (currently disabled for safety!)\n\r",
                    shown(request.text).c_str());
+    request_fail("switched off");
     reply(-1);
 }
 
@@ -138,7 +154,9 @@ void open_handle(const Request& request) {
                    shown(cwd.substr(0, CWD_NOTE)).c_str());
     const int handle = host_open(path, flags);
     reply(handle);
+    request_event().file = path;
     if (handle == -1) {
+        request_fail("not opened");
         fileserver_log("not ok!\n\r");
     } else {
         fileserver_log("ok. (fh=%d)\n\r", handle);
@@ -156,12 +174,13 @@ off_t seek(std::int32_t handle, std::int32_t offset, int whence) {
 }
 
 // The bytes from the handle's position to the end of its file, 0 or less at the end. None when it
-// has no position or, which reading nothing finds out, may not be read.
+// has no position or, which the first of these bytes finds out, cannot be read.
 std::optional<std::int64_t> bytes_left(std::int32_t handle) {
     const std::int64_t position = seek(handle, 0, SEEK_CUR);
     struct stat status = {};
-    char nothing = 0;
-    if (position < 0 || ::read(handle, &nothing, 0) != 0 || fstat(handle, &status) != 0) {
+    char first = 0;
+    if (position < 0 || fstat(handle, &status) != 0 ||
+        (position < status.st_size && ::pread(handle, &first, 1, position) == -1)) {
         return std::nullopt;
     }
     return status.st_size - position;
@@ -174,13 +193,19 @@ void read_handle(const Request& request) {
                    static_cast<long>(request.numbers[1]));
     const std::optional<std::int64_t> left = bytes_left(handle);
     if (!left || *left <= 0) {
-        reply(left ? 0 : -1);
-        fileserver_log("%s", left ? "EOF.\n\r" : "not ok.\n\r");
+        reply_result(left ? 0 : -1, "not ok.\n\r", "EOF.\n\r");
         return;
     }
-    reply(static_cast<std::int32_t>(std::min<std::int64_t>(*left, count)));
+    const std::int64_t own = std::min<std::int64_t>(*left, count);
+    reply(static_cast<std::int32_t>(own));
+    request_event().expected = static_cast<std::uint64_t>(own);
     // All that was asked for, past the end too: targets read that many.
-    line_send_file(handle, static_cast<std::uint32_t>(count));
+    const std::uint32_t sent = line_send_file(handle, static_cast<std::uint32_t>(count));
+    if (sent < own) {
+        request_fail("the file came short");
+        fileserver_log(request_is_dropped() ? "broken off.\n\r" : "came short.\n\r");
+        return;
+    }
     fileserver_log("ok.\n\r");
 }
 
@@ -189,12 +214,15 @@ void write_handle(const Request& request) {
     const auto count = static_cast<std::uint32_t>(std::max(request.numbers[1], 0));
     fileserver_log("KX> CMD: %s(%d,?,%ld) ...", request.name, handle,
                    static_cast<long>(request.numbers[1]));
+    if (count == 0) { // Meant: whether the handle is one is not looked at.
+        reply_result(handle < 0 ? -1 : 0, "not ok.\n\r", "ok.\n\r");
+        return;
+    }
     const bool allowed = host_is_handle(handle) && !host_refuses_write(request.name);
     bool written = true;
     const std::uint32_t received = line_receive_file(allowed ? handle : -1, count, written);
-    // The last call of write for a single byte: 1, or 0 when there was none.
-    const int result = count > 0 ? 1 : 0;
-    reply_result(allowed && written && received == count ? result : -1, "not ok.\n\r", "ok.\n\r");
+    // The last call of write for a single byte gives 1.
+    reply_result(allowed && written && received == count ? 1 : -1, "not ok.\n\r", "ok.\n\r");
 }
 
 void seek_handle(const Request& request) {
@@ -202,7 +230,10 @@ void seek_handle(const Request& request) {
     fileserver_log("KX> CMD: %s(%d,%ld,%d) ...", request.name, handle, static_cast<long>(offset),
                    whence);
     const off_t position = seek(handle, offset, whence);
-    port_put32(static_cast<std::uint32_t>(position)); // its low 32 bits
+    line_put32(static_cast<std::uint32_t>(position)); // its low 32 bits
+    if (position == -1) {
+        request_fail(BAD_HANDLE);
+    }
     fileserver_log("%s", position == -1 ? "not ok.\n\r" : "ok.\n\r");
 }
 
@@ -211,8 +242,9 @@ void tell_handle(const Request& request) {
     fileserver_log("KX> CMD: %s(%d) ...", request.name, handle);
     const off_t position = seek(handle, 0, SEEK_CUR);
     const auto told = static_cast<std::uint32_t>(position);
-    port_put32(told);
+    line_put32(told);
     if (position == -1) {
+        request_fail(BAD_HANDLE);
         fileserver_log("not ok.\n\r");
     } else {
         fileserver_log("ok. (pos %08x)\n\r", told);
@@ -235,11 +267,12 @@ void tell_directory(const Request& request) {
     fileserver_log("KX> CMD: %s(?,%d) ...", request.name, size);
     std::string path;
     if (size < 1 || host_getcwd(path, static_cast<std::size_t>(std::min(size, CWD_MAX))) != 0) {
-        port_putc(STATUS_FAILED);
+        line_put(STATUS_FAILED);
+        request_fail("no room for it");
         fileserver_log("not ok.\n");
         return;
     }
-    line_put(static_cast<char>(STATUS_OK) + path + '\0');
+    line_put_text(static_cast<char>(STATUS_OK) + path + '\0');
     fileserver_log("ok. (is %s)\n", shown(path).c_str());
 }
 
@@ -255,9 +288,11 @@ void remove_directory(const Request& request) {
 
 void reply_found(int result, const DirectoryEntry& entry) {
     if (result == -1) {
+        request_note("no more matches");
         reply_result(-1, "not ok!\n\r", "");
         return;
     }
+    request_event().file = entry.name;
     std::uint8_t bytes[4 + FIND_RECORD] = {}; // the result first, which is 0
     std::uint8_t* record = bytes + 4;
     // A name of 13 characters or more is cut, without notice; the zero after it is always there.
@@ -265,7 +300,7 @@ void reply_found(int result, const DirectoryEntry& entry) {
     record[FIND_NAME + 1] = entry.attribute;
     put32be(record + 19, entry.date); // after a time of 0
     put32be(record + 23, entry.size);
-    port_write_block(bytes);
+    line_put_bytes(bytes);
     fileserver_log("ok.\n\r");
 }
 
@@ -317,24 +352,29 @@ int generic_fileserver_request(std::uint8_t byte) {
     if (byte != MARKER) {
         return -1;
     }
-    if (port_getc() != SIGNATURE) {
+    const RequestScope scope;
+    if (line_get() != SIGNATURE) {
+        request_event().request = UNKNOWN_REQUEST;
+        request_fail("no signature");
         return 0;
     }
-    const std::uint8_t code = port_getc();
+    const std::uint8_t code = line_get();
     const auto* command = std::ranges::find(commands, code, &Command::code);
     if (command == std::end(commands)) {
         fileserver_log("KX> unknown CMD (0x%02x).\n", code);
         return -1;
     }
+    request_event().request = command->name;
     Request request = {.name = command->name, .text = {}, .numbers = {}};
     if (command->text) {
-        request.text = port_get_string();
+        request_event().name = line_get_name('\0');
+        request.text = request_event().name;
     }
     for (int i = 0; i < command->numbers; i++) {
-        request.numbers[i] = static_cast<std::int32_t>(port_get32());
+        request.numbers[i] = static_cast<std::int32_t>(line_get32());
     }
     // With half a request nothing is done: half a name may be another file's.
-    if (port_state.read_error == 0) {
+    if (!request_is_dropped()) {
         command->run(request);
     }
     return 0;

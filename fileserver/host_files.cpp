@@ -5,10 +5,12 @@
 #include "core/active_config.h"
 #include "fileserver/beneath_private.h"
 #include "fileserver/fileserver.h"
+#include "fileserver/request_private.h"
 #include "link/serial.h"
 #include "util/ascii.h"
 
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <set>
@@ -19,7 +21,7 @@ namespace kx {
 
 namespace {
 
-struct HostFiles {
+struct State {
     std::string root_name; // the setting that `root` was opened for
     HostFd root;
     std::string root_path; // its real path; empty for "/", so that a slash follows in any case
@@ -27,7 +29,7 @@ struct HostFiles {
     bool force_walk = false;
     std::set<int> handles; // what host_open gave and host_close has not closed
 };
-HostFiles state;
+State state;
 
 // What open(2) knows, on which the target's flags are cut: it ignores the rest, openat2 does not.
 constexpr int OPEN_FLAGS = O_ACCMODE | O_CREAT | O_EXCL | O_NOCTTY | O_TRUNC | O_APPEND |
@@ -46,16 +48,25 @@ std::set<int>& owned_fds() {
 }
 
 void log_refusal(const std::string& what, const char* reason) {
+    request_note(std::string("refused: ") + reason);
     fileserver_log("KX> refused: %.*s: %s\n\r", LOG_PATH_MAX, ascii_escape(what).c_str(), reason);
+}
+
+/// 0 or -1, as the system's call gave it, with its reason noted.
+int noted(int result) {
+    if (result != 0) {
+        request_note(std::strerror(errno));
+    }
+    return result;
 }
 
 bool has_root() {
     return !active_config.fileserver_root.empty();
 }
 
-/// Opens the root unless it is open; false with the refusal of `path` logged when it cannot be.
-/// It is tried again with each request: the disc may be mounted later.
-bool root_is_open(const std::string& path) {
+/// Opens the root unless it is open; false with errno when it cannot be. It is tried again with
+/// each request: the disc may be mounted later.
+bool open_root() {
     const std::string& name = active_config.fileserver_root;
     if (state.root && state.root_name == name) {
         return true;
@@ -65,12 +76,20 @@ bool root_is_open(const std::string& path) {
     state.root_path = std::filesystem::canonical(name, error).string();
     state.root = HostFd(::open(state.root_path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!state.root) {
-        log_refusal(path, "fileserver_root cannot be opened");
+        errno = error ? error.value() : errno;
         return false;
     }
     state.open = state.force_walk ? beneath_open_walk : beneath_open_for(state.root.get());
     if (state.root_path == "/") {
         state.root_path.clear();
+    }
+    return true;
+}
+
+bool root_is_open(const std::string& path) {
+    if (!open_root()) {
+        log_refusal(path, "fileserver_root cannot be opened");
+        return false;
     }
     return true;
 }
@@ -141,8 +160,12 @@ HostFd open_path(const std::string& path, int flags, mode_t mode = 0) {
 /// are not given out either: messages would go into the file.
 HostFd open_file(const std::string& path, int flags, mode_t mode, struct stat& status) {
     HostFd fd = open_path(path, flags | ALWAYS_FLAGS, mode);
+    if (!fd) {
+        return fd;
+    }
     if (fd.get() <= STDERR_FILENO || ::fstat(fd.get(), &status) != 0 || S_ISFIFO(status.st_mode) ||
         S_ISSOCK(status.st_mode) || ::isatty(fd.get()) != 0) {
+        errno = ENODEV;
         return HostFd();
     }
     return fd;
@@ -170,32 +193,34 @@ HostFd open_parent(const char* target_path, std::string& name) {
 
 HostFd::HostFd(int fd) : fd_(fd) {
     std::set<int>& fds = owned_fds();
-    if (fd_ >= 0) {
-        fds.insert(fd_);
+    if (fd_.is_open()) {
+        fds.insert(fd);
     }
 }
-
-HostFd::~HostFd() {
-    if (fd_ >= 0) {
-        ::close(release());
-    }
-}
-
-HostFd::HostFd(HostFd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
 
 HostFd& HostFd::operator=(HostFd&& other) noexcept {
-    std::swap(fd_, other.fd_);
-    HostFd old(std::move(other)); // closed now and not when `other` goes
+    release_name();
+    fd_ = std::move(other.fd_);
     return *this;
 }
 
 int HostFd::release() {
-    owned_fds().erase(fd_);
-    return std::exchange(fd_, -1);
+    release_name();
+    return fd_.release();
+}
+
+void HostFd::release_name() {
+    if (fd_.is_open()) {
+        owned_fds().erase(fd_.get());
+    }
 }
 
 bool HostFd::holds(int fd) {
     return owned_fds().contains(fd);
+}
+
+int host_open_root() {
+    return !has_root() || open_root() ? 0 : -1;
 }
 
 int host_open(const std::string& path, std::uint32_t flags) {
@@ -208,7 +233,7 @@ int host_open(const std::string& path, std::uint32_t flags) {
     struct stat status = {};
     HostFd fd = open_file(path, wanted, HANDLE_MODE, status);
     if (!fd) {
-        return -1;
+        return noted(-1);
     }
     const int kept = ::fcntl(fd.get(), F_GETFL);
     if ((wanted & O_NONBLOCK) == 0 && kept != -1) {
@@ -246,27 +271,86 @@ bool host_refuses_write(const std::string& what) {
 HostFd host_open_file(const std::string& path, std::uint32_t& size, std::uint32_t max_size) {
     struct stat status = {};
     HostFd fd = open_file(path, O_RDONLY, 0, status);
-    if (!fd || !S_ISREG(status.st_mode) || status.st_size > max_size) {
+    if (!fd) {
+        noted(-1);
+        return fd;
+    }
+    if (!S_ISREG(status.st_mode) || status.st_size > max_size) {
+        request_note(S_ISREG(status.st_mode) ? "too large" : "not a file");
         return HostFd();
     }
+    request_event().file = path;
     size = static_cast<std::uint32_t>(status.st_size);
     return fd;
 }
 
-HostFd host_create_file(const std::string& path) {
-    struct stat status = {};
+HostSave::HostSave(const std::string& path) : path_(path) {
     if (host_refuses_write(path)) {
-        return HostFd();
+        return;
     }
-    return open_file(path, O_WRONLY | O_CREAT | O_TRUNC, FILE_MODE, status);
+    aside_.reset(std::tmpfile());
+    if (!aside_) {
+        noted(-1);
+        return;
+    }
+    struct stat status = {};
+    file_ = open_file(path, O_WRONLY | O_CREAT | O_EXCL, FILE_MODE, status);
+    made_ = static_cast<bool>(file_);
+    if (!made_ && errno == EEXIST) { // or is a link, through which a file may be made: that stays
+        file_ = open_file(path, O_WRONLY | O_CREAT, FILE_MODE, status);
+    }
+    noted(file_ ? 0 : -1);
+    request_event().file = path;
+}
+
+HostSave::~HostSave() {
+    std::string name;
+    struct stat ours = {};
+    struct stat there = {};
+    if (!made_) {
+        return;
+    }
+    const HostFd parent = open_parent(path_.c_str(), name);
+    if (parent && ::fstat(file_.get(), &ours) == 0 &&
+        ::fstatat(parent.get(), name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0 &&
+        ours.st_dev == there.st_dev && ours.st_ino == there.st_ino) {
+        ::unlinkat(parent.get(), name.c_str(), 0);
+    }
+}
+
+int HostSave::replace() {
+    struct stat status = {};
+    const off_t size = ::lseek(fd(), 0, SEEK_END);
+    if (::fstat(file_.get(), &status) != 0 || ::lseek(fd(), 0, SEEK_SET) != 0) {
+        return noted(-1);
+    }
+    const bool is_file = S_ISREG(status.st_mode);
+    // Room for all, before the first byte of what the file held is lost. Not all discs can tell.
+    if (is_file && size > 0 && ::fallocate(file_.get(), 0, 0, size) != 0 && errno != EOPNOTSUPP) {
+        noted(-1);
+        ::ftruncate(file_.get(), status.st_size);
+        return -1;
+    }
+    std::uint8_t piece[16384];
+    ssize_t got = 0;
+    while ((got = ::read(fd(), piece, sizeof piece)) > 0) {
+        if (fd_write_all(file_.get(), {piece, static_cast<std::size_t>(got)}) != 0) {
+            return noted(-1);
+        }
+    }
+    if (got < 0 || (is_file && ::ftruncate(file_.get(), size) != 0)) {
+        return noted(-1);
+    }
+    made_ = false;
+    return 0;
 }
 
 int host_chdir(const std::string& path) {
     if (!has_root()) {
-        return ::chdir(path.c_str());
+        return noted(::chdir(path.c_str()));
     }
     const HostFd directory = open_path(path, O_PATH | O_DIRECTORY | O_CLOEXEC);
-    return directory ? ::fchdir(directory.get()) : -1;
+    return noted(directory ? ::fchdir(directory.get()) : -1);
 }
 
 int host_mkdir(const std::string& path) {
@@ -274,11 +358,11 @@ int host_mkdir(const std::string& path) {
         return -1;
     }
     if (!has_root()) {
-        return ::mkdir(path.c_str(), DIRECTORY_MODE);
+        return noted(::mkdir(path.c_str(), DIRECTORY_MODE));
     }
     std::string name;
     const HostFd parent = open_parent(path.c_str(), name);
-    return parent ? ::mkdirat(parent.get(), name.c_str(), DIRECTORY_MODE) : -1;
+    return noted(parent ? ::mkdirat(parent.get(), name.c_str(), DIRECTORY_MODE) : -1);
 }
 
 int host_rmdir(const std::string& path) {
@@ -286,11 +370,11 @@ int host_rmdir(const std::string& path) {
         return -1;
     }
     if (!has_root()) {
-        return ::rmdir(path.c_str());
+        return noted(::rmdir(path.c_str()));
     }
     std::string name;
     const HostFd parent = open_parent(path.c_str(), name);
-    return parent ? ::unlinkat(parent.get(), name.c_str(), AT_REMOVEDIR) : -1;
+    return noted(parent ? ::unlinkat(parent.get(), name.c_str(), AT_REMOVEDIR) : -1);
 }
 
 int host_getcwd(std::string& path, std::size_t size) {
@@ -368,7 +452,7 @@ HostStat HostDirectory::stat(const std::string& name, struct stat& status) const
 }
 
 void host_files_reset() {
-    state = HostFiles();
+    state = {};
 }
 
 void host_files_force_walk(bool force) {

@@ -9,8 +9,12 @@
 // line.
 #pragma once
 
+#include "util/fd.h"
+#include "util/file.h"
+
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <dirent.h>
 #include <string>
 #include <sys/stat.h>
@@ -23,14 +27,12 @@ class HostFd {
 public:
     HostFd() : HostFd(-1) {}
     explicit HostFd(int fd); // takes it over; -1 for none
-    ~HostFd();
-    HostFd(HostFd&& other) noexcept;
+    ~HostFd() { release_name(); }
+    HostFd(HostFd&& other) noexcept = default;
     HostFd& operator=(HostFd&& other) noexcept;
-    HostFd(const HostFd&) = delete;
-    HostFd& operator=(const HostFd&) = delete;
 
-    int get() const { return fd_; }
-    explicit operator bool() const { return fd_ >= 0; }
+    int get() const { return fd_.get(); }
+    explicit operator bool() const { return fd_.is_open(); }
 
     /// Hands the descriptor to the caller.
     int release();
@@ -39,8 +41,13 @@ public:
     static bool holds(int fd);
 
 private:
-    int fd_ = -1;
+    void release_name(); // the target may have the descriptor from here on
+
+    Fd fd_;
 };
+
+/// Opens the root, when there is one: 0, or -1 with errno. Each request does so by itself.
+int host_open_root();
 
 /// Opens for the target, with its flags as open(2) numbers them; a new file gets 0644 less the
 /// umask. The descriptor, which is the target's from here on, or -1. Pipes, sockets and terminals
@@ -61,8 +68,31 @@ bool host_refuses_write(const std::string& what);
 HostFd host_open_file(const std::string& path, std::uint32_t& size,
                       std::uint32_t max_size = 0xFFFFFFFF);
 
-/// Makes or empties a file for writing, with 0666 less the umask. None when it cannot be had.
-HostFd host_create_file(const std::string& path);
+/// A file that the target saves. What comes is kept aside, so that a save that is cut short leaves
+/// the file as it was, or none where there was none.
+class HostSave {
+public:
+    /// Makes the file, with 0666 less the umask, or opens the one that is there. False when that
+    /// cannot be had.
+    explicit HostSave(const std::string& path);
+    ~HostSave();
+    HostSave(const HostSave&) = delete;
+    HostSave& operator=(const HostSave&) = delete;
+    explicit operator bool() const { return static_cast<bool>(file_); }
+
+    /// Where the bytes go meanwhile.
+    int fd() const { return ::fileno(aside_.get()); }
+
+    /// Puts what came in the place of what the file held. 0, or -1 when it does not fit on the
+    /// disc, and then the file is as before, or cannot be written.
+    int replace();
+
+private:
+    std::string path_;
+    HostFd file_;
+    bool made_ = false; // by this save, and not filled yet
+    FilePtr aside_;
+};
 
 /// As chdir, mkdir (0700) and rmdir: 0 or -1. The change of directory lasts, for the whole
 /// program.

@@ -1,13 +1,15 @@
-// Names, numbers and file data between the servers and the port. Data moves in large pieces; a
-// line that has gone ends every transfer.
+// Names, numbers and file data between the servers and the port. Data moves in large pieces.
 #include "fileserver/line_private.h"
 
+#include "fileserver/request_private.h"
 #include "link/port.h"
 #include "util/bytes.h"
+#include "util/clock.h"
+#include "util/fd.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
-#include <span>
 #include <unistd.h>
 #include <vector>
 
@@ -15,9 +17,7 @@ namespace kx {
 
 namespace {
 
-constexpr std::size_t NAME_MAX_BYTES = 255;
 constexpr std::size_t PIECE = 65536; // bytes of a file in memory at a time
-constexpr int WAIT_MS = 60000;       // between two looks at a line that stays silent
 
 std::vector<std::uint8_t> piece_for(std::uint32_t length) {
     return std::vector<std::uint8_t>(std::min<std::size_t>(length, PIECE));
@@ -37,22 +37,18 @@ std::size_t read_piece(int fd, std::span<std::uint8_t> piece) {
     return done;
 }
 
-bool write_piece(int fd, std::span<const std::uint8_t> piece) {
-    while (!piece.empty()) {
-        const ssize_t put = ::write(fd, piece.data(), piece.size());
-        if (put > 0) {
-            piece = piece.subspan(static_cast<std::size_t>(put));
-        } else if (put == 0 || errno != EINTR) {
-            return false;
-        }
-    }
-    return true;
-}
-
-// What has come, waited for until there is any: at most the piece's size. 0 when the line is gone.
+// What has come, waited for until there is any: at most the piece's size. 0 when nothing will.
 std::size_t receive_piece(std::span<std::uint8_t> piece) {
+    if (request_is_dropped()) {
+        return 0;
+    }
+    const std::uint32_t start = clock_ms();
     std::size_t done = port_read_waiting(piece);
-    while (done == 0 && port_wait_data(WAIT_MS)) {
+    while (done == 0 && !request_gives_up(clock_ms() - start)) {
+        if (!port_wait_data(request_look_ms())) {
+            request_drop("the line is gone");
+            return 0;
+        }
         done = port_read_waiting(piece);
     }
     for (std::size_t got = done; got > 0 && done < piece.size(); done += got) {
@@ -61,42 +57,79 @@ std::size_t receive_piece(std::span<std::uint8_t> piece) {
     return done;
 }
 
+// Zeros where nothing comes.
+template <std::size_t SIZE>
+std::array<std::uint8_t, SIZE> receive_bytes() {
+    std::array<std::uint8_t, SIZE> bytes = {};
+    std::span<std::uint8_t> rest = bytes;
+    while (!rest.empty() && !request_is_dropped()) {
+        rest = rest.subspan(receive_piece(rest));
+    }
+    return bytes;
+}
+
 } // namespace
+
+std::uint8_t line_get() {
+    return receive_bytes<1>()[0];
+}
+
+void line_put(std::uint8_t byte) {
+    line_put_bytes({&byte, 1});
+}
+
+std::uint16_t line_get16() {
+    return get16le(receive_bytes<2>().data());
+}
 
 void line_put16(std::uint32_t value) {
     std::uint8_t bytes[2];
     put16le(bytes, value);
+    line_put_bytes(bytes);
+}
+
+std::uint32_t line_get32() {
+    return get32be(receive_bytes<4>().data());
+}
+
+void line_put32(std::uint32_t value) {
+    std::uint8_t bytes[4];
+    put32be(bytes, value);
+    line_put_bytes(bytes);
+}
+
+void line_put_bytes(std::span<const std::uint8_t> bytes) {
+    if (bytes.empty() || request_is_dropped()) {
+        return;
+    }
     port_write_block(bytes);
+    if (port_state.write_error != 0) {
+        request_drop("the line takes no bytes");
+    }
 }
 
-std::uint16_t line_get16() {
-    std::uint8_t bytes[2];
-    port_read_block(bytes);
-    return get16le(bytes);
-}
-
-void line_put(const std::string& bytes) {
-    port_write_block({reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()});
+void line_put_text(std::string_view bytes) {
+    line_put_bytes({reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()});
 }
 
 std::string line_get_name(char end) {
     std::string name;
-    port_state.read_error = 1; // stays on a port that has nothing to read: no end would ever come
-    char byte = static_cast<char>(port_getc());
-    while (byte != end && port_state.read_error == 0) {
-        if (name.size() < NAME_MAX_BYTES) {
+    char byte = static_cast<char>(line_get());
+    while (byte != end && !request_is_dropped()) {
+        if (name.size() < LINE_NAME_MAX) {
             name += byte;
         }
-        byte = static_cast<char>(port_getc());
+        byte = static_cast<char>(line_get());
     }
     return name;
 }
 
-bool line_send_file(int fd, std::uint32_t length) {
+std::uint32_t line_send_file(int fd, std::uint32_t length) {
     std::vector<std::uint8_t> piece = piece_for(length);
     std::uint8_t last = 0;
+    std::uint32_t sent = 0; // of the file's own
     bool ended = false;
-    while (length > 0 && port_wait_data(0)) {
+    while (length > 0 && !request_gives_up(0)) {
         piece.resize(std::min<std::size_t>(length, piece.size()));
         const std::size_t got = ended ? 0 : read_piece(fd, piece);
         ended = got < piece.size();
@@ -104,28 +137,29 @@ bool line_send_file(int fd, std::uint32_t length) {
             last = piece[got - 1];
         }
         std::fill(piece.begin() + static_cast<std::ptrdiff_t>(got), piece.end(), last);
-        port_write_block(piece);
-        if (port_state.write_error != 0) {
-            return false;
+        line_put_bytes(piece);
+        if (request_is_dropped()) {
+            break;
         }
+        sent += static_cast<std::uint32_t>(got);
+        request_event().bytes += got;
         length -= static_cast<std::uint32_t>(piece.size());
     }
-    return length == 0;
+    return sent;
 }
 
 std::uint32_t line_receive_file(int fd, std::uint32_t length, bool& written) {
     std::vector<std::uint8_t> piece = piece_for(length);
     std::uint32_t received = 0;
     written = true;
-    while (received < length) {
+    request_event().expected = length;
+    while (received < length && !request_gives_up(0)) {
         const std::size_t want = std::min<std::size_t>(length - received, piece.size());
         const std::size_t got = receive_piece(std::span(piece).first(want));
-        if (got == 0) {
-            break;
-        }
         received += static_cast<std::uint32_t>(got);
+        request_event().bytes = received;
         // Nothing more after a failure: it would stand at the wrong place.
-        written = written && write_piece(fd, std::span(piece).first(got));
+        written = written && fd_write_all(fd, std::span(piece).first(got)) == 0;
     }
     return received;
 }

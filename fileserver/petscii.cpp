@@ -1,5 +1,5 @@
 // PETSCII of the fileservers, both ways.
-#include "fileserver/petscii.h"
+#include "fileserver/petscii_private.h"
 
 #include "charsets/charset.h"
 #include "util/ascii.h"

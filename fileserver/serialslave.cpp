@@ -2,18 +2,17 @@
 // commands behind 'B'.
 #include "fileserver/serialslave.h"
 
-#include "fileserver/basic_listing.h"
-#include "fileserver/directory_search.h"
+#include "fileserver/basic_listing_private.h"
+#include "fileserver/drive_private.h"
 #include "fileserver/fileserver.h"
 #include "fileserver/host_files.h"
 #include "fileserver/line_private.h"
-#include "fileserver/petscii.h"
-#include "link/port.h"
+#include "fileserver/petscii_private.h"
+#include "fileserver/request_private.h"
 #include "link/rate.h"
 #include "util/ascii.h"
 
 #include <algorithm>
-#include <climits>
 #include <numeric>
 #include <span>
 #include <unistd.h>
@@ -33,15 +32,15 @@ constexpr std::uint32_t FIRST_LINK = 0x0401 + 1; // of a header without text, se
 constexpr std::uint32_t END_NUMBER = 0xFFFF;     // line number of the last line
 constexpr std::uint32_t NUMBER_MAX = 0xFFFF;
 
-constexpr std::size_t NAME_MAX_BYTES = 255; // what is kept of a name
 constexpr std::uint32_t BLOCK = 256;
 
 enum class BlockMode { None, Reading, Saving };
 
-struct {
+struct State {
     BlockMode mode = BlockMode::None;
     HostFd file; // of mode Reading
-} state;
+};
+State state;
 
 /// A command; its function receives the rest of the request. A result of -1 is answered with '?'.
 struct Command {
@@ -56,38 +55,21 @@ const Command* find_command(std::span<const Command> commands, std::uint8_t byte
 }
 
 void run(const Command& command) {
+    request_event().request = command.name;
     if (command.run() != 0) {
-        port_putc(REPLY_ERROR);
+        request_fail("not possible");
+        line_put(REPLY_ERROR);
     }
 }
 
-/// A name up to CR and the byte behind it, which is dropped. False when the line has gone: half a
-/// name must not be acted on.
-bool get_name(std::string& name) {
-    name = petscii_to_host(line_get_name('\r'));
-    if (port_state.read_error == 0) {
-        port_getc();
-    }
-    return port_state.read_error == 0;
-}
-
-bool is_directory_name(const std::string& name) {
-    return name.starts_with('$');
+/// A name up to CR and the byte behind it, which is dropped. False when it asks for the directory,
+/// and when the request was dropped: half a name must not be acted on.
+bool get_file_name(std::string& name) {
+    name = petscii_to_host(drive_get_name(1));
+    return !request_is_dropped() && !drive_is_directory_name(name);
 }
 
 // Load and save ------------------------------------------------------------------------------
-
-int change_directory(const std::string& name, const char* kind) {
-    if (host_chdir(name) != 0) {
-        return -1;
-    }
-    port_putc(REPLY_DONE);
-    std::string directory;
-    host_getcwd(directory, PATH_MAX);
-    fileserver_log("KX> chdir(\"%s\") to %.255s%s\n\r", ascii_escape(name).c_str(),
-                   ascii_escape(directory).c_str(), kind);
-    return 0;
-}
 
 int send_file(const std::string& name) {
     std::uint32_t size = 0;
@@ -99,16 +81,25 @@ int send_file(const std::string& name) {
     const std::uint32_t length = size & 0xFFFF;
     fileserver_log("KX> sending file \"%s\" (%d bytes.)...\n\r", ascii_escape(name).c_str(),
                    static_cast<int>(length));
-    port_putc(REPLY_DATA);
+    line_put(REPLY_DATA);
     line_put16(length);
     rate_start();
-    if (line_send_file(file.get(), length)) {
-        rate_stop_report(length);
+    request_event().expected = length;
+    const std::uint32_t sent = line_send_file(file.get(), length);
+    if (request_is_dropped()) {
+        return 0;
     }
+    if (sent < length) {
+        request_fail("the file came short");
+        fileserver_log("KX> file \"%s\" came short (%d bytes.)\n\r", ascii_escape(name).c_str(),
+                       static_cast<int>(sent));
+        return 0;
+    }
+    rate_stop_report(length);
     return 0;
 }
 
-/// The links run five bytes short of the next line's address: meant. The target relinks the
+/// Meant: the links run five bytes short of the next line's address. The target relinks the
 /// program after loading and only needs links that are not zero.
 std::string directory_program(const std::vector<ListedEntry>& entries, const std::string& header) {
     std::string program(LOAD_ADDRESS);
@@ -138,86 +129,60 @@ int send_directory() {
     }
     fileserver_log("KX> sending directory \"%s\" ...\n\r", LISTING_PATTERN.data());
     if (!listing_finds_any()) {
-        port_putc(REPLY_ERROR); // meant: the listing answers '?', and then the command as well
+        line_put(REPLY_ERROR); // Meant: the listing answers '?', and then the command as well
         return -1;
     }
     const std::string program = directory_program(entries, header);
-    port_putc(REPLY_DATA);
+    line_put(REPLY_DATA);
     line_put16(static_cast<std::uint32_t>(program.size()));
-    line_put(program);
+    line_put_text(program);
+    drive_note_directory(program.size(), entries.size());
     fileserver_log("ok.\n\r");
     return 0;
 }
 
+constexpr Drive drive = {.changed = REPLY_DONE,
+                         .ready = REPLY_DATA,
+                         .uncounted = 2, // the load address
+                         .tells_kind = true,
+                         .meters = true,
+                         .line_end = "\n\r",
+                         .send_directory = send_directory,
+                         .send_file = send_file};
+
 int load() {
-    std::string name;
-    if (!get_name(name)) {
-        return -1;
-    }
-    if (is_directory_name(name)) {
-        return send_directory();
-    }
-    if (name.starts_with('.')) {
-        return change_directory(name, " (up)");
-    }
-    DirectoryEntry entry;
-    if (directory_find(name, entry) != 0) {
-        return -1;
-    }
-    if ((entry.attribute & DIRECTORY_ATTRIBUTE) != 0) {
-        return change_directory(name, "");
-    }
-    if ((entry.attribute & ROOT_ATTRIBUTE) != 0) {
-        return change_directory(name, " (root)");
-    }
-    return send_file(name); // a name with wildcards fails there
+    const std::string name = petscii_to_host(drive_get_name(1));
+    return request_is_dropped() ? -1 : drive_load(drive, name);
 }
 
 /// The name of a save: the two characters it ends in, CR and LF, are cut.
 std::string get_save_name() {
     std::string name = line_get_name('\n');
     // Of a name that fills what is kept, the CR may have been dropped before.
-    if (!name.empty() && (name.size() < NAME_MAX_BYTES || name.back() == '\r')) {
+    if (!name.empty() && (name.size() < LINE_NAME_MAX || name.back() == '\r')) {
         name.pop_back();
     }
+    request_event().name = name;
     return petscii_to_host(name);
 }
 
 int save() {
     const std::string name = get_save_name();
-    if (port_state.read_error != 0 || is_directory_name(name)) {
+    if (request_is_dropped() || drive_is_directory_name(name)) {
         return -1;
     }
-    const std::string shown = ascii_escape(name);
-    fileserver_log("getting file \"%s\" ...\n\r", shown.c_str());
-    const HostFd file = host_create_file(name);
-    if (!file) {
-        return -1;
-    }
-    port_putc(REPLY_DATA);
-    // The load address is not counted. The log shows 16 bits of the sum, but all of it comes.
-    const std::uint32_t length = line_get16() + 2U;
-    fileserver_log("KX> getting file \"%s\" (%d bytes.)...\n\r", shown.c_str(),
-                   static_cast<int>(length & 0xFFFF));
-    bool written = false;
-    rate_start();
-    if (line_receive_file(file.get(), length, written) == length && written) {
-        rate_stop_report(length);
-    } else {
-        fileserver_log("KX> file \"%s\" is incomplete.\n\r", shown.c_str());
-    }
-    return 0;
+    return drive_save(drive, name);
 }
 
 // Block commands -----------------------------------------------------------------------------
 
 int block_load_open() {
     std::string name;
-    if (!get_name(name) || is_directory_name(name)) {
+    if (!get_file_name(name)) {
         return -1;
     }
     if (state.mode != BlockMode::None) {
-        return 0; // meant: while a buffer is open there is no answer at all
+        return 0; // Meant: while a buffer is open there is no answer at all
     }
     std::uint32_t size = 0;
     HostFd file = host_open_file(name, size);
@@ -229,7 +194,7 @@ int block_load_open() {
     const std::uint32_t blocks = size / BLOCK + (size % BLOCK != 0 ? 1 : 0);
     fileserver_log("KX> block-sending file \"%s\" (%ld bytes/%dblocks)...\n\r",
                    ascii_escape(name).c_str(), static_cast<long>(size), static_cast<int>(blocks));
-    port_putc(REPLY_DATA);
+    line_put(REPLY_DATA);
     line_put16(blocks);
     return 0;
 }
@@ -254,8 +219,8 @@ bool add_block(std::string& reply, std::uint32_t number) {
 
 int read_blocks() {
     const std::uint32_t first = line_get16();
-    const std::uint32_t count = port_getc();
-    if (state.mode != BlockMode::Reading) {
+    const std::uint32_t count = line_get();
+    if (request_is_dropped() || state.mode != BlockMode::Reading) {
         return -1;
     }
     std::string reply(1, static_cast<char>(REPLY_DATA));
@@ -263,7 +228,8 @@ int read_blocks() {
     while (sent < count && add_block(reply, first + sent)) {
         sent++;
     }
-    line_put(reply);
+    line_put_text(reply);
+    request_event().bytes = reply.size() - 1;
     return 0;
 }
 
@@ -275,12 +241,12 @@ int block_close() {
     case BlockMode::Reading:
         state = {};
         fileserver_log("KX> closed block buffer\n\r");
-        port_putc(REPLY_DONE);
+        line_put(REPLY_DONE);
         return 0;
     case BlockMode::Saving: // which nothing begins yet
         break;
     }
-    // The misspelling is meant: who reads logs looks for this text.
+    // Meant: the misspelling, who reads logs looks for this text.
     fileserver_log("KX> this is suppsed to be unimplemented. wtf?\n\r");
     return -1;
 }
@@ -292,11 +258,11 @@ int refuse_block_save() {
 
 int block_save_open() {
     std::string name;
-    if (!get_name(name) || is_directory_name(name)) {
+    if (!get_file_name(name)) {
         return -1;
     }
     refuse_block_save();
-    return 0; // meant: no answer
+    return 0; // Meant: no answer
 }
 
 constexpr Command block_commands[] = {
@@ -309,39 +275,44 @@ constexpr Command block_commands[] = {
 
 // All commands -------------------------------------------------------------------------------
 
-int ignore() {
-    return 0;
-}
-
 int ping() {
     fileserver_log("KX> ping\n\r");
-    port_putc(REPLY_DATA);
+    line_put(REPLY_DATA);
     line_put16(BANNER.size());
-    line_put(petscii_from_host(BANNER));
+    line_put_text(petscii_from_host(BANNER));
     return 0;
 }
 
 int block() {
-    if (const Command* command = find_command(block_commands, port_getc())) {
+    if (const Command* command = find_command(block_commands, line_get())) {
         run(*command);
     } else {
-        fileserver_log("KX> ?! B<%02x>\n\r", 'B'); // meant: the 'B' itself, not what follows it
+        request_event().request = UNKNOWN_REQUEST;
+        fileserver_log("KX> ?! B<%02x>\n\r", 'B'); // Meant: the 'B' itself, not what follows it
     }
     return 0;
 }
 
 constexpr Command commands[] = {
-    {'\n', "line end", ignore}, {'\r', "line end", ignore}, {'<', "load", load},
-    {'>', "save", save},        {'?', "ping", ping},        {'B', "block command", block},
+    {'<', "load", load},
+    {'>', "save", save},
+    {'?', "ping", ping},
+    {'B', "block command", block},
 };
 
 } // namespace
 
 int serialslave_request(std::uint8_t byte) {
+    if (byte == '\n' || byte == '\r') { // the end of a line
+        return 0;
+    }
+    const RequestScope scope;
     if (const Command* command = find_command(commands, byte)) {
         run(*command);
     } else {
         const char character = static_cast<char>(byte);
+        request_event().request = UNKNOWN_REQUEST;
+        request_event().name = character;
         fileserver_log("KX> ?! <%02x> %s\n\r", byte, ascii_escape({&character, 1}).c_str());
     }
     return 0;

@@ -2,6 +2,9 @@
 // settings that were found.
 #include "link/serial.h"
 
+#include "util/clock.h"
+
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <fcntl.h>
@@ -12,6 +15,8 @@
 namespace kx {
 
 namespace {
+
+constexpr std::uint32_t WRITE_LOOK_MS = 100; // between two questions whether a write is to stop
 
 int system_modem_get(int fd, int* bits) {
     return ioctl(fd, TIOCMGET, bits);
@@ -26,6 +31,7 @@ constexpr SerialModem system_modem = {.get = system_modem_get, .set = system_mod
 struct {
     const SerialModem* modem = &system_modem;
     int write_limit_ms = SERIAL_WRITE_LIMIT_MS;
+    bool (*write_stop)(std::uint32_t waited_ms) = nullptr;
     bool hooked = false;         // whether the exit hook is registered
     SerialLine* first = nullptr; // of the lines that hold a device
 } state;
@@ -100,12 +106,20 @@ termios raw_settings(speed_t speed) {
 
 // Waits until the device takes bytes again; false when it did not in time.
 bool wait_writable(const SerialLine& line) {
-    pollfd wait = {line.fd, POLLOUT, 0};
-    int ready = 0;
-    do {
-        ready = poll(&wait, 1, state.write_limit_ms);
-    } while (ready < 0 && errno == EINTR);
-    return ready > 0;
+    const std::uint32_t start = clock_ms();
+    const auto limit = static_cast<std::uint32_t>(std::max(state.write_limit_ms, 0));
+    for (std::uint32_t waited = 0; waited < limit; waited = clock_ms() - start) {
+        if (state.write_stop != nullptr && state.write_stop(waited)) {
+            return false;
+        }
+        const std::uint32_t look = state.write_stop != nullptr ? WRITE_LOOK_MS : limit;
+        pollfd wait = {line.fd, POLLOUT, 0};
+        const int ready = poll(&wait, 1, static_cast<int>(std::min(look, limit - waited)));
+        if (ready > 0 || (ready < 0 && errno != EINTR)) {
+            return ready > 0;
+        }
+    }
+    return false;
 }
 
 std::size_t write_all(const SerialLine& line, const std::uint8_t* bytes, std::size_t length) {
@@ -167,6 +181,10 @@ void serial_set_modem(const SerialModem* modem) {
 
 void serial_set_write_limit(int milliseconds) {
     state.write_limit_ms = milliseconds;
+}
+
+void serial_set_write_stop(bool (*stop)(std::uint32_t waited_ms)) {
+    state.write_stop = stop;
 }
 
 int serial_open(SerialLine& line, const std::string& device, long baud) {

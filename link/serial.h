@@ -41,6 +41,10 @@ void serial_set_modem(const SerialModem* modem); // null: the system's own
 constexpr int SERIAL_WRITE_LIMIT_MS = 10000;
 void serial_set_write_limit(int milliseconds);
 
+/// `stop` is asked ten times a second while a write waits, with the milliseconds of this wait: when
+/// it says true the write fails. Null: nobody is asked.
+void serial_set_write_stop(bool (*stop)(std::uint32_t waited_ms));
+
 /// Opens `device` (empty: the line's own, the last one opened) at `baud`: 9600, 19200, 38400,
 /// 57600 or 115200. A device that is busy is waited for, a try per second, without limit.
 /// 1; 0 when the terminal settings cannot be read, set or flushed, or the baud rate is not

@@ -1,5 +1,5 @@
 // The search in the current directory: pattern rule, entries, and the texts of BASIC directories.
-#include "fileserver/directory_search.h"
+#include "fileserver/directory_search_private.h"
 
 #include "tests/support/temp_dir.h"
 

@@ -2,7 +2,7 @@
 // end of the line, with what they log and show.
 #include "charsets/charset.h"
 #include "core/active_config.h"
-#include "fileserver/petscii.h"
+#include "fileserver/petscii_private.h"
 #include "tests/support/far_end.h"
 #include "tests/support/temp_dir.h"
 #include "ui/msg.h"
@@ -111,7 +111,7 @@ TEST(Drive, AnswersEveryCommand) {
     }
 }
 
-TEST(Drive, KeepsWhatCameBeforeTheLineWentButActsOnNoHalfName) {
+TEST(Drive, SavesNoHalfFileAndActsOnNoHalfName) {
     Charset& charset = *charset_of_mode(CHARSET_LOASC);
     charset_load(charset.to_ascii, charset.from_ascii, KX_SOURCE_DIR "/base/config/pet_loasc.ini");
     EXPECT_EQ(petscii_from_host({"Ab\xFF\0", 4}), bytes("C1 'B.?'"));
@@ -122,8 +122,9 @@ TEST(Drive, KeepsWhatCameBeforeTheLineWentButActsOnNoHalfName) {
         active_config.fileserver = server.id;
         CaptureStderr();
         FarEnd().ask(bytes(server.save + "0900 'some'"), true);
-        EXPECT_THAT(GetCapturedStderr(), testing::HasSubstr("KX> file \"New\" is incomplete.\n"));
-        EXPECT_EQ(read_file("New"), "some");
+        EXPECT_THAT(GetCapturedStderr(),
+                    testing::HasSubstr("KX> file \"New\" is not saved: the line is gone.\n"));
+        EXPECT_FALSE(std::filesystem::exists("New"));
         FarEnd().ask(bytes(server.save).substr(0, 4), true);
         EXPECT_FALSE(std::filesystem::exists("Ne"));
     }

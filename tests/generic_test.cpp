@@ -90,7 +90,8 @@ TEST_F(Generic, AnswersEveryCommand) {
         {"01AC 07 00000041 00000000", "00000000", "dhWrite(65,?,0) ...ok.\n\r"},
         {"01AC 07 00000041 00000003 'xyz'", "00000001", "dhWrite(65,?,3) ...ok.\n\r"},
         {"01AC 07 00000041 FFFFFFFF 'xyz'", "00000000", "dhWrite(65,?,-1) ...ok.\n\r", 3},
-        {"01AC 07 00000001 00000000", "FFFFFFFF", "dhWrite(1,?,0) ...not ok.\n\r"},
+        {"01AC 07 00000001 00000000", "00000000", "dhWrite(1,?,0) ...ok.\n\r"},
+        {"01AC 07 FFFFFFFF 00000000", "FFFFFFFF", "dhWrite(-1,?,0) ...not ok.\n\r"},
         {"01AC 07 00000040 00000003 'xyz'", "FFFFFFFF", "dhWrite(64,?,3) ...not ok.\n\r"},
         {"01AC 07 FFFFFFFF 00000003 'xyz'", "FFFFFFFF", "dhWrite(-1,?,3) ...not ok.\n\r"},
         {"01AC 08 00000040 FFFFFFFC 00000002", "00000001", "dbgLseek(64,-4,2) ...ok.\n\r"},
@@ -99,6 +100,8 @@ TEST_F(Generic, AnswersEveryCommand) {
         {"01AC 06 00000040 80000000", "00000000", "dbgRead(64,?,-2147483648) ...ok.\n\r"},
         {"01AC 06 00000040 00000008", "00000002 'looooooo'", "dbgRead(64,?,8) ...ok.\n\r"},
         {"01AC 06 00000040 00000008", "00000000", "dbgRead(64,?,8) ...EOF.\n\r"},
+        {"01AC 06 00000041 00000001", "00000000", "dbgRead(65,?,1) ...EOF.\n\r"},
+        {"01AC 08 00000041 00000000 00000000", "00000000", "dbgLseek(65,0,0) ...ok.\n\r"},
         {"01AC 06 00000041 00000001", "FFFFFFFF", "dbgRead(65,?,1) ...not ok.\n\r"},
         {"01AC 06 00000042 00000001", "FFFFFFFF", "dbgRead(66,?,1) ...not ok.\n\r"},
         {"01AC 06 00000060 00000001", "FFFFFFFF", "dbgRead(96,?,1) ...not ok.\n\r"},
@@ -149,19 +152,22 @@ TEST_F(Generic, MovesFilesOfAnySize) {
     EXPECT_EQ(far->ask(bytes("01AC 07 00000040 000493E0") + data), bytes("FFFFFFFF"));
 }
 
-TEST_F(Generic, DoesNothingWithHalfARequestAndKeepsHalfAFile) {
+TEST_F(Generic, DoesNothingWithHalfARequestOrHalfAFile) {
     EXPECT_EQ(open("f", O_RDWR), 0x40);
     const Row rows[] = {
         {"01AC 02 'f'", "", ""}, // would empty it
-        {"01AC 06 00000040 7FFFFFFF", "", "dbgRead(64,?,2147483647) ...ok.\n\r"},
+        {"01AC 06 00000040 7FFFFFFF", "", "dbgRead(64,?,2147483647) ...broken off.\n\r"},
         {"01AC 02 's' 00 00000005 'half'", "",
          "dbgSave(s,?,5)\n\rKX> Filesize: 5 bytes\n\rKX> File transfer broken off!\n\r"},
+        {"01AC 02 'f' 00 00000005 'half'", "",
+         "dbgSave(f,?,5)\n\rKX> Filesize: 5 bytes\n\rKX> File transfer broken off!\n\r"},
     };
     for (const Row& row : rows) {
         expect(row, true);
         far.emplace();
     }
-    EXPECT_EQ(read_file("s") + read_file("f"), "halfhello");
+    EXPECT_FALSE(std::filesystem::exists("s"));
+    EXPECT_EQ(read_file("f"), "hello");
     EXPECT_EQ(fcntl(0x41, F_GETFD), -1); // closed
 }
 

@@ -1,7 +1,7 @@
 // What a root lets through, by the kernel and by the walk, what read-only forbids, and which
 // descriptors are nobody's handles.
 #include "core/active_config.h"
-#include "fileserver/directory_search.h"
+#include "fileserver/directory_search_private.h"
 #include "tests/support/temp_dir.h"
 
 #include <fcntl.h>
@@ -20,7 +20,7 @@ static std::string opened(const std::string& path, int flags = O_RDONLY) {
     const HostFd handle(host_open(path, static_cast<std::uint32_t>(flags)));
     if (testing::internal::GetCapturedStderr().starts_with("KX> refused: ")) {
         EXPECT_EQ(host_chdir(path) + host_mkdir(path + "/") + host_rmdir(path), -3) << path;
-        return host_create_file(path) ? "made" : "refused";
+        return HostSave(path) ? "made" : "refused";
     }
     char text[16] = {};
     return ::read(handle.get(), text, sizeof text - 1) < 0 ? "none" : text;
@@ -83,7 +83,8 @@ TEST(HostFiles, OnlyFilesOfTheTargetAreItsHandles) {
     HostFd ours(::mkfifo(pipe.c_str(), 0600) + ::open(pipe.c_str(), O_RDWR)); // has both its ends
     EXPECT_EQ(host_open(pipe, O_RDONLY) + host_open(pipe, O_RDWR) + host_open("/dev/ptmx", 2), -3);
     std::uint32_t size = 0;
-    EXPECT_FALSE(host_create_file(pipe) || host_open_file(file, size, 2));
+    EXPECT_FALSE(HostSave(pipe));
+    EXPECT_FALSE(host_open_file(file, size, 2));
     EXPECT_TRUE((ours = host_open_file(file, size, 3)) && size == 3);
     for (const int handle : {-1, 0, 1, 2, ours.get(), ours.get() + 100})
         EXPECT_EQ(host_close(handle), -1) << handle;

@@ -40,6 +40,13 @@ int directory_find_next(DirectorySearch& search, DirectoryEntry& entry);
 /// that. 0 or -1.
 int directory_find(const std::string& name, DirectoryEntry& entry);
 
+/// What a user means by `pattern`: the entry of exactly this name, otherwise a file that has only
+/// an extension more, otherwise the first file, otherwise the first directory. Names that begin
+/// with a
+/// "." are left out, and those that match only because they end before the pattern: "game2" is not
+/// "game". 0 or -1.
+int directory_find_best(const std::string& pattern, DirectoryEntry& entry);
+
 /// Whether a name matches. "?" is any character. "*" leads to the next name character, the
 /// current one included, that equals the pattern character after the "*", which is then compared
 /// as usual; without one it uses the name up. All else must be equal, case included. A match as

@@ -2,7 +2,7 @@
 // of link, number, text and a zero byte, then a zero link. Numbers have their low byte first.
 #pragma once
 
-#include "fileserver/directory_search.h"
+#include "fileserver/directory_search_private.h"
 
 #include <cstdint>
 #include <string>
