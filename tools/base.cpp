@@ -189,6 +189,13 @@ std::string base_setting(const char* section, const char* key, const std::string
     return value.empty() ? otherwise : value;
 }
 
+bool base_find_quietly() {
+    const std::string named = !globals.base.empty() ? globals.base : environment("KXPATH");
+    const bool there =
+        !named.empty() ? is_base(named) : is_base(user_base()) || is_base(installed_base());
+    return there && base_find() == 0;
+}
+
 std::vector<std::string> base_config_names(const std::string& type) {
     std::vector<std::string> names;
     std::error_code failure;

@@ -17,6 +17,9 @@ std::string baud_rates_text(); // "9600, 19200, 38400, 57600 or 115200"
 /// failure, which has been reported.
 int base_find();
 
+/// The same for verbs that can do without one: false, and not a word, when there is none.
+bool base_find_quietly();
+
 /// Finds the base directory and loads the target into the active configuration: --target,
 /// KX_TARGET,
 /// `[targets] default`, or c64 when only a port was named. Port and baud rate are those of the

@@ -70,8 +70,8 @@ void begin_memory(FakeTarget& target) {
 std::string memory_words(const FakeTarget& target, const char* verb) {
     const std::uint64_t start = argument(target, 1);
     const std::uint64_t length = target.command.length;
-    return text_printf("%-6s %s-%s  %s", verb, address_text(target, start).c_str(),
-                       address_text(target, start + length - 1).c_str(),
+    const std::string last = length > 1 ? "-" + address_text(target, start + length - 1) : "";
+    return text_printf("%-6s %s%s  %s", verb, address_text(target, start).c_str(), last.c_str(),
                        count_text(length).c_str());
 }
 

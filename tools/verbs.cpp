@@ -8,11 +8,15 @@
 namespace kx {
 
 extern const Verb verb_dump;
+extern const Verb verb_ports;
+extern const Verb verb_fake;
 
 namespace {
 
 constexpr const Verb* table[] = {
     &verb_dump,
+    &verb_ports,
+    &verb_fake,
 };
 
 constexpr Option globals_table[] = {

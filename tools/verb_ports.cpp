@@ -1,0 +1,143 @@
+// kx ports: the serial lines of this host, who has them, and which targets name them.
+#include "core/active_config.h"
+#include "core/config/config.h"
+#include "ini/ini.h"
+#include "tools/base.h"
+#include "tools/global.h"
+#include "tools/port_list.h"
+#include "tools/report.h"
+#include "tools/verbs.h"
+#include "util/ascii.h"
+#include "util/text.h"
+
+#include <algorithm>
+#include <array>
+#include <map>
+
+namespace kx {
+
+namespace {
+
+struct State {
+    bool all = false;
+};
+State state;
+
+constexpr Option options[] = {
+    {"-a,--all", &state.all, "", "built-in ports without a chip behind them as well"},
+};
+
+using Row = std::array<std::string, 5>;
+
+/// The targets by the device that they name. None without a base directory: this verb needs none.
+std::map<std::string, std::vector<std::string>> targets_by_device() {
+    std::map<std::string, std::vector<std::string>> targets;
+    if (!base_find_quietly()) {
+        return targets;
+    }
+    for (const std::string& name : base_config_names("target")) {
+        IniDocument document;
+        std::string device;
+        if (ini_read(config_path_of(name), document) == 0 &&
+            ini_find_section(document, "port") != nullptr) {
+            ini_get_string(document, device, "port", "name");
+            targets[port_list_find("", device)].push_back(name);
+        }
+    }
+    return targets;
+}
+
+std::string state_text(const PortEntry& port) {
+    if (port.holder.pid != 0) {
+        return text_printf("%s (pid %d)", port.holder.name.c_str(), port.holder.pid);
+    }
+    return port.access ? "free" : "no permission";
+}
+
+std::string joined(const std::vector<std::string>& names) {
+    std::string text;
+    for (const std::string& name : names) {
+        text += (text.empty() ? "" : " ") + name;
+    }
+    return text;
+}
+
+void print_table(const std::vector<Row>& rows) {
+    std::array<std::size_t, 5> widths = {};
+    for (const Row& row : rows) {
+        for (std::size_t i = 0; i < row.size(); i++) {
+            widths[i] = std::max(widths[i], row[i].size());
+        }
+    }
+    for (const Row& row : rows) {
+        std::string line;
+        for (std::size_t i = 0; i < row.size(); i++) {
+            line +=
+                row[i] + std::string(i + 1 < row.size() ? widths[i] - row[i].size() + 2 : 0, ' ');
+        }
+        report_line(line);
+    }
+}
+
+Json port_json(const PortEntry& port, const std::vector<std::string>& targets) {
+    Json json;
+    json.set("device", port.device);
+    json.set("by_id", port.by_id);
+    json.set("what", port.what);
+    json.set("driver", port.driver);
+    json.set("access", port.access);
+    Json holder;
+    if (port.holder.pid != 0) {
+        holder.set("pid", port.holder.pid);
+        holder.set("name", port.holder.name);
+    }
+    json.set("holder", std::move(holder));
+    Json names = Json::array();
+    for (const std::string& name : targets) {
+        names.append(name);
+    }
+    json.set("targets", std::move(names));
+    return json;
+}
+
+int run() {
+    auto targets = targets_by_device();
+    const auto dash = [](const std::string& text) {
+        return text.empty() ? "-" : ascii_escape(text);
+    };
+    std::vector<Row> rows = {{"DEVICE", "BY-ID", "WHAT", "STATE", "TARGETS"}};
+    Json list = Json::array();
+    bool refused = false;
+    for (const PortEntry& port : port_list("", state.all)) {
+        std::vector<std::string> names = targets[port.device];
+        const std::vector<std::string>& by_id = targets["/dev/serial/by-id/" + port.by_id];
+        names.insert(names.end(), by_id.begin(), by_id.end());
+        rows.push_back({port.device, dash(port.by_id), dash(port.what), dash(state_text(port)),
+                        dash(joined(names))});
+        list.append(port_json(port, names));
+        refused = refused || !port.access;
+    }
+    report_json().set("ports", std::move(list));
+    if (rows.size() == 1) {
+        return report_fail(KxError::NotFound, "there is no serial port",
+                           "kx fake pretends a target on one");
+    }
+    print_table(rows);
+    if (refused) {
+        report_done("hint: sudo adduser $USER dialout, then log in anew");
+    }
+    return 0;
+}
+
+} // namespace
+
+extern const Verb verb_ports = {
+    .name = "ports",
+    .alias = nullptr,
+    .synopsis = "[-a]",
+    .summary = "serial lines of this host",
+    .options = options,
+    .run = run,
+};
+
+} // namespace kx
