@@ -103,7 +103,7 @@ void line_put_bytes(std::span<const std::uint8_t> bytes) {
         return;
     }
     port_write_block(bytes);
-    if (port_state.write_error != 0) {
+    if (port_write_error) {
         request_drop("the line takes no bytes");
     }
 }

@@ -9,10 +9,11 @@
 #include "util/clock.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <utility>
 
 namespace kx {
 
-PortState port_state;
 SerialLine port_line;
 
 namespace {
@@ -22,14 +23,10 @@ constexpr std::int32_t SPACING_DIVIDEND = 5000000;
 constexpr std::size_t STRING_MAX = 255;
 constexpr std::size_t FLUSH_MAX = 1 << 20; // bytes: what sends more than this never ends
 
-struct {
+struct State {
     WallTimer write_timer; // one for the port: it spans from byte to byte
-} state;
-
-// The one type that is built.
-bool is_serial() {
-    return active_config.port_type == PORT_SERIAL;
-}
+};
+State state;
 
 // Waits, processor burning, so that the spacing is kept to a millisecond. A clock that steps back
 // ends the wait: what has passed before the step is not known to it any more.
@@ -55,120 +52,208 @@ void throttle() {
     if (spacing == 0) {
         msg_info("portglue.c: problem here!\n");
     } else if (elapsed != 0) {
-        // Within the timer's first millisecond bytes go out without waiting, and without a new
-        // start: meant, a burst of a millisecond follows every byte that was waited for.
+        // Meant: within the timer's first millisecond bytes go out without waiting, and without a
+        // new start, so that a burst of a millisecond follows every byte that was waited for.
         wait_spacing(state.write_timer, elapsed, spacing);
     }
 }
 
-} // namespace
-
-int port_open(const std::string& device, long baud) {
-    if (port_state.is_open != 0) {
-        return 1;
-    }
-    int result = -1;
-    for (int attempt = 0; attempt < OPEN_ATTEMPTS && result == -1; attempt++) {
-        result = is_serial() ? serial_open(port_line, device, baud) : -1;
-    }
-    port_state.is_open = result != -1 ? 1 : 0;
-    return result;
+int serial_port_open(const std::string& device, long baud) {
+    return serial_open(port_line, device, baud);
 }
 
-void port_close() {
-    if (!is_serial()) {
-        return;
-    }
+int serial_port_adopt(Fd fd, const std::string& device, long baud) {
+    return serial_adopt(port_line, std::move(fd), device, baud);
+}
+
+void serial_port_close() {
     port_flush_input();
     serial_close(port_line);
-    port_state = {.is_open = 0, .read_error = 0, .write_error = 0};
+    port_read_error = false;
+    port_write_error = false;
 }
 
-int port_has_data() {
-    return is_serial() ? serial_has_data(port_line) : 0;
+int serial_port_has_data() {
+    return serial_has_data(port_line);
 }
 
-bool port_wait_data(int milliseconds) {
-    return is_serial() && serial_wait_data(port_line, milliseconds);
+bool serial_port_wait_data(int milliseconds) {
+    return serial_wait_data(port_line, milliseconds);
 }
 
-std::uint8_t port_getc() {
-    if (!is_serial()) {
-        return 0;
-    }
-    const std::uint8_t byte = serial_getc(port_line);
-    port_state.read_error = port_line.read_error ? 1 : 0;
-    return byte;
+std::uint8_t serial_port_getc() {
+    return serial_getc(port_line);
 }
 
-std::uint8_t port_getc_nowait() {
-    if (!is_serial()) {
-        return 0;
-    }
-    const std::uint8_t byte = serial_getc_nowait(port_line);
-    port_state.read_error = port_line.read_error ? 1 : 0;
-    return byte;
+std::uint8_t serial_port_getc_nowait() {
+    return serial_getc_nowait(port_line);
 }
 
-int port_flush_input() {
-    if (!is_serial()) {
-        return 0;
-    }
+std::size_t serial_port_read_waiting(std::span<std::uint8_t> bytes) {
+    return serial_read_waiting(port_line, bytes.data(), bytes.size());
+}
+
+int serial_port_flush_input() {
     std::uint8_t dropped[4096];
     std::size_t sum = 0;
     for (std::size_t got = 1; got > 0 && sum < FLUSH_MAX; sum += got) {
         got = serial_read_waiting(port_line, dropped, sizeof dropped);
     }
-    port_state.read_error = 0;
+    port_read_error = false;
     return sum > 0 ? 1 : 0;
 }
 
-void port_putc(std::uint8_t byte) {
-    if (!is_serial()) {
+void serial_port_write(std::span<const std::uint8_t> bytes) {
+    if (!is_throttled()) {
+        serial_write(port_line, bytes.data(), bytes.size());
         return;
     }
-    if (is_throttled()) {
+    port_write_error = false;
+    for (std::size_t i = 0; i < bytes.size() && !port_write_error; i++) {
         throttle();
+        serial_putc(port_line, bytes[i]);
     }
-    port_state.write_error = serial_putc(port_line, byte);
+}
+
+// A port of a type that is not built: all its operations do nothing.
+
+int no_port_open(const std::string&, long) {
+    port_line.failure = {"open", FailureKind::System, ENODEV};
+    return -1;
+}
+
+int no_port_adopt(Fd, const std::string& device, long baud) {
+    return no_port_open(device, baud);
+}
+
+struct PortType {
+    std::int32_t type; // 0: whatever has no row of its own
+    int (*open)(const std::string& device, long baud);
+    int (*adopt)(Fd fd, const std::string& device, long baud);
+    void (*close)();
+    int (*has_data)();
+    bool (*wait_data)(int milliseconds);
+    std::uint8_t (*getc)();
+    std::uint8_t (*getc_nowait)();
+    std::size_t (*read_waiting)(std::span<std::uint8_t> bytes);
+    int (*flush_input)();
+    void (*write)(std::span<const std::uint8_t> bytes); // at least one
+};
+
+constexpr PortType port_types[] = {
+    {.type = PORT_SERIAL,
+     .open = serial_port_open,
+     .adopt = serial_port_adopt,
+     .close = serial_port_close,
+     .has_data = serial_port_has_data,
+     .wait_data = serial_port_wait_data,
+     .getc = serial_port_getc,
+     .getc_nowait = serial_port_getc_nowait,
+     .read_waiting = serial_port_read_waiting,
+     .flush_input = serial_port_flush_input,
+     .write = serial_port_write},
+    {.type = 0,
+     .open = no_port_open,
+     .adopt = no_port_adopt,
+     .close = [] {},
+     .has_data = [] { return 0; },
+     .wait_data = [](int) { return false; },
+     .getc = [] { return std::uint8_t{0}; },
+     .getc_nowait = [] { return std::uint8_t{0}; },
+     .read_waiting = [](std::span<std::uint8_t>) { return std::size_t{0}; },
+     .flush_input = [] { return 0; },
+     .write = [](std::span<const std::uint8_t>) {}},
+};
+
+const PortType& port() {
+    const PortType* row = port_types;
+    while (row->type != 0 && row->type != active_config.port_type) {
+        row++;
+    }
+    return *row;
+}
+
+} // namespace
+
+const Failure& port_last_error() {
+    return port_line.failure;
+}
+
+// A device is held from the opening on, also when its settings failed.
+bool port_is_open() {
+    return port_line.fd >= 0;
+}
+
+int port_open(const std::string& device, long baud) {
+    if (port_is_open()) {
+        return 1;
+    }
+    int result = -1;
+    for (int attempt = 0; attempt < OPEN_ATTEMPTS && result == -1; attempt++) {
+        result = port().open(device, baud);
+    }
+    return result;
+}
+
+int port_adopt(Fd fd, const std::string& device, long baud) {
+    if (port_is_open()) {
+        port_line.failure = {"open", FailureKind::System, EBUSY};
+        return -1;
+    }
+    return port().adopt(std::move(fd), device, baud);
+}
+
+void port_close() {
+    port().close();
+}
+
+int port_has_data() {
+    return port().has_data();
+}
+
+bool port_wait_data(int milliseconds) {
+    return port().wait_data(milliseconds);
+}
+
+std::uint8_t port_getc() {
+    return port().getc();
+}
+
+std::uint8_t port_getc_nowait() {
+    return port().getc_nowait();
+}
+
+int port_flush_input() {
+    return port().flush_input();
+}
+
+void port_putc(std::uint8_t byte) {
+    port().write({&byte, 1});
 }
 
 void port_write_block(std::span<const std::uint8_t> bytes) {
-    if (!is_serial() || bytes.empty()) {
-        return;
-    }
-    if (!is_throttled()) {
-        serial_write(port_line, bytes.data(), bytes.size());
-        port_state.write_error = port_line.write_error ? 1 : 0;
-        return;
-    }
-    for (std::uint8_t byte : bytes) {
-        port_putc(byte);
-        if (port_state.write_error != 0) {
-            return;
-        }
+    if (!bytes.empty()) {
+        port().write(bytes);
     }
 }
 
 void port_read_block(std::span<std::uint8_t> bytes) {
     std::ranges::fill(bytes, std::uint8_t{0});
-    while (!bytes.empty() && is_serial()) {
-        bytes.front() = port_getc();
-        if (port_state.read_error != 0) {
-            return;
+    while (!bytes.empty()) {
+        std::size_t got = port_read_waiting(bytes);
+        if (got == 0) {
+            bytes.front() = port_getc();
+            if (port_read_error) {
+                return;
+            }
+            got = 1;
         }
-        bytes = bytes.subspan(1);
-        bytes = bytes.subspan(serial_read_waiting(port_line, bytes.data(), bytes.size()));
+        bytes = bytes.subspan(got);
     }
 }
 
 std::size_t port_read_waiting(std::span<std::uint8_t> bytes) {
-    if (!is_serial()) {
-        return 0;
-    }
-    const std::size_t got = serial_read_waiting(port_line, bytes.data(), bytes.size());
-    port_state.read_error = port_line.read_error ? 1 : 0;
-    return got;
+    return port().read_waiting(bytes);
 }
 
 void port_put32(std::uint32_t value) {
@@ -190,7 +275,7 @@ void port_put_string(const std::string& text) {
 std::string port_get_string() {
     std::string text;
     std::uint8_t byte = port_getc();
-    while (byte != 0 && port_state.read_error == 0) {
+    while (byte != 0 && !port_read_error) {
         if (text.size() < STRING_MAX) {
             text += static_cast<char>(byte);
         }
@@ -200,10 +285,10 @@ std::string port_get_string() {
 }
 
 int target_connect(const std::string& port_name, long baud, unsigned port_addr) {
-    if (mem_mode == MEM_SIMULATOR) {
+    if (!mem_reaches_target()) {
         return 1;
     }
-    if (port_state.is_open != 0) {
+    if (port_is_open()) {
         msg_info("target stub [%s:0x%04x:%ld baud] already initialized.", port_name.c_str(),
                  port_addr, baud);
         return 1;
@@ -219,7 +304,9 @@ int target_connect(const std::string& port_name, long baud, unsigned port_addr) 
 void port_reset() {
     serial_close(port_line);
     port_line.device = SerialLine{}.device;
-    port_state = {};
+    port_line.failure = {};
+    port_read_error = true;
+    port_write_error = true;
     state = {};
 }
 

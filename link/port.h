@@ -10,21 +10,28 @@
 
 namespace kx {
 
-/// Whether the port is open, and whether the last read or write of a byte failed. Callers that
-/// send a run of bytes clear the write error first and stop at the first byte that sets it.
-struct PortState {
-    int is_open = 0;
-    int read_error = 1;
-    int write_error = 1;
-};
-extern PortState port_state;
-
 /// The serial line of the link.
 extern SerialLine port_line;
+
+/// Whether the last read or write of a byte failed. Callers that send a run of bytes clear the
+/// write error first and stop at the first byte that sets it.
+inline bool& port_read_error = port_line.read_error;
+inline bool& port_write_error = port_line.write_error;
+
+/// Why the last operation of the port that failed did, the opening included: see link/serial.h for
+/// the steps. A port type that is not built fails to open with ENODEV.
+const Failure& port_last_error();
+
+bool port_is_open();
 
 /// Opens the serial line: 1 (also when it was open already), -1 after 16 attempts. 0 when the
 /// line's settings failed: the port counts as open, and the first exchange fails.
 int port_open(const std::string& device, long baud);
+
+/// The same with a device that the caller has opened for reading and writing, checked and perhaps
+/// locked: there is nothing to wait for, and one attempt. The port owns the descriptor from here
+/// on. -1 with EBUSY, and the descriptor closed, when the port was open already.
+int port_adopt(Fd fd, const std::string& device, long baud);
 
 /// Drains the input, clears both error flags and closes.
 void port_close();

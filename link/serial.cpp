@@ -2,6 +2,7 @@
 // settings that were found.
 #include "link/serial.h"
 
+#include "ui/msg.h"
 #include "util/clock.h"
 
 #include <algorithm>
@@ -11,6 +12,7 @@
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
+#include <utility>
 
 namespace kx {
 
@@ -28,13 +30,20 @@ int system_modem_set(int fd, int bits) {
 
 constexpr SerialModem system_modem = {.get = system_modem_get, .set = system_modem_set};
 
-struct {
+struct State {
     const SerialModem* modem = &system_modem;
     int write_limit_ms = SERIAL_WRITE_LIMIT_MS;
     bool (*write_stop)(std::uint32_t waited_ms) = nullptr;
     bool hooked = false;         // whether the exit hook is registered
     SerialLine* first = nullptr; // of the lines that hold a device
-} state;
+};
+State state;
+
+// The cause of a read or write that failed: a device that is not there any more has hung up.
+void transfer_failed(SerialLine& line, const char* step, int error) {
+    const bool gone = error == EIO || error == ENXIO || error == ENODEV;
+    line.failure = {step, gone ? FailureKind::Gone : FailureKind::System, error};
+}
 
 struct Speed {
     long baud;
@@ -66,26 +75,31 @@ void close_all() {
     }
 }
 
-// The descriptor and the stream on it. 1, or -1 when the device cannot be had.
-int acquire(SerialLine& line, const std::string& device) {
-    int fd = open(device.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    while (fd < 0 && errno == EBUSY) {
+// The device, waited for as long as it is busy; errno when there is none.
+Fd open_device(const std::string& device) {
+    Fd fd(open(device.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    if (!fd.is_open() && errno == EBUSY) {
+        msg_message("%s is busy, waiting for it.", device.c_str());
+        errno = EBUSY;
+    }
+    while (!fd.is_open() && errno == EBUSY) {
         sleep(1);
-        fd = open(device.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+        fd.reset(open(device.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
     }
-    if (fd < 0) {
-        return -1;
+    return fd;
+}
+
+// Makes the descriptor and a stream on it the line's. False when there can be no stream.
+bool attach(SerialLine& line, Fd fd, const std::string& device) {
+    line.stream.reset(fdopen(fd.get(), "a+"));
+    if (!line.stream) {
+        return false;
     }
-    line.stream = fdopen(fd, "a+");
-    if (line.stream == nullptr) {
-        ::close(fd);
-        return -1;
-    }
-    line.fd = fd;
+    line.fd = fd.release();
     line.device = device;
     line.next = state.first;
     state.first = &line;
-    return fcntl(fd, F_SETFL, 0) == 0 ? 1 : 0; // reads block from here on
+    return true;
 }
 
 // Raw 8N1 with hardware flow control, from an all-zero record: nothing of what was set before
@@ -95,7 +109,7 @@ termios raw_settings(speed_t speed) {
     settings.c_iflag = IGNPAR;
     settings.c_cflag = CS8 | CREAD | CLOCAL | CRTSCTS;
 #ifdef FLUSHO
-    settings.c_lflag = FLUSHO; // meant, though nothing is to be discarded: systems ignore it
+    settings.c_lflag = FLUSHO; // Meant: nothing is to be discarded, and systems ignore it.
 #endif
     settings.c_cc[VMIN] = 1; // a read blocks until a byte has come
     settings.c_cc[VTIME] = 0;
@@ -104,31 +118,66 @@ termios raw_settings(speed_t speed) {
     return settings;
 }
 
+// Saves the settings of the attached device and sets its own. 1 or 0, as serial_open gives them.
+int set_up(SerialLine& line, long baud) {
+    const bool blocks = fcntl(line.fd, F_SETFL, 0) == 0; // reads do from here on
+    line.has_saved = blocks && tcgetattr(line.fd, &line.saved) == 0;
+    if (!line.has_saved) {
+        line.failure = {"settings", FailureKind::System, errno};
+        return 0;
+    }
+    const Speed* speed = find_speed(baud);
+    if (speed == nullptr) {
+        std::printf("error: %ldbaud not supported.\n", baud);
+        line.failure = {"baud", FailureKind::System, EINVAL};
+        return 0;
+    }
+    line.settings = raw_settings(speed->speed);
+    if (tcsetattr(line.fd, TCSAFLUSH, &line.settings) != 0 || tcflush(line.fd, TCIOFLUSH) != 0) {
+        line.failure = {"settings", FailureKind::System, errno};
+        return 0;
+    }
+    serial_set_dtr(line);
+    line.is_open = true;
+    return 1;
+}
+
 // Waits until the device takes bytes again; false when it did not in time.
-bool wait_writable(const SerialLine& line) {
+bool wait_writable(SerialLine& line) {
     const std::uint32_t start = clock_ms();
     const auto limit = static_cast<std::uint32_t>(std::max(state.write_limit_ms, 0));
     for (std::uint32_t waited = 0; waited < limit; waited = clock_ms() - start) {
         if (state.write_stop != nullptr && state.write_stop(waited)) {
+            line.failure = {"write", FailureKind::System, ECANCELED};
             return false;
         }
         const std::uint32_t look = state.write_stop != nullptr ? WRITE_LOOK_MS : limit;
         pollfd wait = {line.fd, POLLOUT, 0};
         const int ready = poll(&wait, 1, static_cast<int>(std::min(look, limit - waited)));
-        if (ready > 0 || (ready < 0 && errno != EINTR)) {
-            return ready > 0;
+        if (ready > 0) {
+            return true;
+        }
+        if (ready < 0 && errno != EINTR) {
+            transfer_failed(line, "write", errno);
+            return false;
         }
     }
+    line.failure = {"write", FailureKind::Silent, 0};
     return false;
 }
 
-std::size_t write_all(const SerialLine& line, const std::uint8_t* bytes, std::size_t length) {
+std::size_t write_all(SerialLine& line, const std::uint8_t* bytes, std::size_t length) {
     std::size_t done = 0;
     while (done < length) {
-        ssize_t sent = ::write(line.fd, bytes + done, length - done);
+        const ssize_t sent = ::write(line.fd, bytes + done, length - done);
         if (sent > 0) {
             done += static_cast<std::size_t>(sent);
-        } else if (sent == 0 || (errno != EINTR && (errno != EAGAIN || !wait_writable(line)))) {
+        } else if (sent < 0 && errno == EAGAIN) {
+            if (!wait_writable(line)) {
+                break;
+            }
+        } else if (sent == 0 || errno != EINTR) {
+            transfer_failed(line, "write", sent < 0 ? errno : EIO);
             break;
         }
     }
@@ -160,10 +209,15 @@ void wait_sent(const SerialLine& line) {
 // At least one byte, waited for, and what else is there. 0 when the line is closed or gone.
 std::size_t read_some(SerialLine& line, std::uint8_t* bytes, std::size_t length) {
     ssize_t got = 0;
-    if (line.is_open && length > 0) {
+    if (!line.is_open) {
+        line.failure = {"read", FailureKind::System, ENOTCONN};
+    } else if (length > 0) {
         do {
             got = ::read(line.fd, bytes, length);
         } while (got < 0 && errno == EINTR);
+        if (got <= 0) {
+            transfer_failed(line, "read", got < 0 ? errno : EIO);
+        }
     }
     line.read_error = got <= 0;
     return got > 0 ? static_cast<std::size_t>(got) : 0;
@@ -188,30 +242,26 @@ void serial_set_write_stop(bool (*stop)(std::uint32_t waited_ms)) {
 }
 
 int serial_open(SerialLine& line, const std::string& device, long baud) {
+    serial_close(line);
+    const std::string name = device.empty() ? line.device : device;
+    Fd fd = open_device(name);
+    if (!fd.is_open()) {
+        line.failure = {"open", FailureKind::System, errno};
+        return -1;
+    }
+    return serial_adopt(line, std::move(fd), name, baud);
+}
+
+int serial_adopt(SerialLine& line, Fd fd, const std::string& device, long baud) {
     if (!state.hooked) {
         state.hooked = std::atexit(close_all) == 0;
     }
     serial_close(line);
-    const int acquired = acquire(line, device.empty() ? line.device : device);
-    if (acquired != 1) {
-        return acquired;
+    if (!attach(line, std::move(fd), device)) {
+        line.failure = {"open", FailureKind::System, errno};
+        return -1;
     }
-    line.has_saved = tcgetattr(line.fd, &line.saved) == 0;
-    if (!line.has_saved) {
-        return 0;
-    }
-    const Speed* speed = find_speed(baud);
-    if (speed == nullptr) {
-        std::printf("error: %ldbaud not supported.\n", baud);
-        return 0;
-    }
-    line.settings = raw_settings(speed->speed);
-    if (tcsetattr(line.fd, TCSAFLUSH, &line.settings) != 0 || tcflush(line.fd, TCIOFLUSH) != 0) {
-        return 0;
-    }
-    serial_set_dtr(line);
-    line.is_open = true;
-    return 1;
+    return set_up(line, baud);
 }
 
 void serial_close(SerialLine& line) {
@@ -225,14 +275,13 @@ void serial_close(SerialLine& line) {
     if (line.has_saved) {
         tcsetattr(line.fd, TCSANOW, &line.saved);
     }
-    std::fclose(line.stream); // and the descriptor with it
     SerialLine** link = &state.first;
     while (*link != &line) {
         link = &(*link)->next;
     }
     *link = line.next;
     line.next = nullptr;
-    line.stream = nullptr;
+    line.stream.reset(); // and the descriptor with it
     line.fd = -1;
     line.has_saved = false;
     line.is_open = false;
@@ -244,7 +293,9 @@ int serial_putc(SerialLine& line, std::uint8_t byte) {
 
 std::size_t serial_write(SerialLine& line, const std::uint8_t* bytes, std::size_t length) {
     std::size_t done = 0;
-    if (line.is_open) {
+    if (!line.is_open) {
+        line.failure = {"write", FailureKind::System, ENOTCONN};
+    } else {
         // Only while it writes does the line not block: a device that takes nothing any more, its
         // flow control off for good, is to end the transfer and not to stop the program.
         fcntl(line.fd, F_SETFL, O_NONBLOCK);
@@ -281,9 +332,17 @@ int serial_has_data(SerialLine& line) {
     return line.is_open && ioctl(line.fd, FIONREAD, &waiting) == 0 && waiting > 0 ? 1 : 0;
 }
 
-bool serial_wait_data(const SerialLine& line, int milliseconds) {
+bool serial_wait_data(SerialLine& line, int milliseconds) {
+    if (!line.is_open) {
+        line.failure = {"read", FailureKind::System, ENOTCONN};
+        return false;
+    }
     pollfd wait = {line.fd, POLLIN, 0};
-    return line.is_open && (poll(&wait, 1, milliseconds) <= 0 || wait.revents == POLLIN);
+    const bool there = poll(&wait, 1, milliseconds) <= 0 || wait.revents == POLLIN;
+    if (!there) {
+        transfer_failed(line, "read", EIO);
+    }
+    return there;
 }
 
 bool serial_holds(int fd) {
@@ -301,6 +360,13 @@ void serial_set_dtr(SerialLine& line) {
 
 void serial_clear_dtr(SerialLine& line) {
     set_modem_bit(line, TIOCM_DTR, false);
+}
+
+void serial_reset() {
+    close_all();
+    serial_set_modem(nullptr);
+    serial_set_write_limit(SERIAL_WRITE_LIMIT_MS);
+    serial_set_write_stop(nullptr);
 }
 
 } // namespace kx

@@ -1,8 +1,11 @@
 // One serial line: a terminal device set to raw 8N1 with hardware flow control.
 #pragma once
 
+#include "util/failure.h"
+#include "util/fd.h"
+#include "util/file.h"
+
 #include <cstdint>
-#include <cstdio>
 #include <string>
 #include <termios.h>
 
@@ -13,21 +16,27 @@ namespace kx {
 struct SerialLine {
     std::string device = "/dev/ttyS1"; // the last device opened
     int fd = -1;
-    std::FILE* stream = nullptr; // on the same descriptor, which it owns once it is open
-    termios saved = {};          // as found before opening, put back on close
-    termios settings = {};       // as set
-    bool has_saved = false;      // whether `saved` was read
-    SerialLine* next = nullptr;  // of the lines that hold a device, which the exit hook closes
+    FilePtr stream;             // on the same descriptor, which it owns
+    termios saved = {};         // as found before opening, put back on close
+    termios settings = {};      // as set
+    bool has_saved = false;     // whether `saved` was read
+    SerialLine* next = nullptr; // of the lines that hold a device, which the exit hook closes
     bool is_open = false;
     bool read_error = true; // whether the last read of one byte gave none
     bool write_error = true;
     std::uint8_t last_byte = 0;
+    Failure failure; // of the last operation on the line that failed, see below
 
     SerialLine() = default;
     ~SerialLine();
     SerialLine(const SerialLine&) = delete;
     SerialLine& operator=(const SerialLine&) = delete;
 };
+
+// The steps of a line's failure are "open", "settings", "baud", "read" and "write". A device that
+// has hung up is Gone, one that takes no byte for ten seconds Silent; a line that is not open fails
+// with ENOTCONN, an unsupported baud rate with EINVAL, a write that was stopped with ECANCELED.
+// That nothing is waiting is no failure.
 
 /// The modem-line calls, behind a seam: tests watch them, and a pseudo-terminal refuses them,
 /// which is no failure. Each gets or sets the TIOCM_ bits; 0, or -1 and nothing stored.
@@ -46,11 +55,16 @@ void serial_set_write_limit(int milliseconds);
 void serial_set_write_stop(bool (*stop)(std::uint32_t waited_ms));
 
 /// Opens `device` (empty: the line's own, the last one opened) at `baud`: 9600, 19200, 38400,
-/// 57600 or 115200. A device that is busy is waited for, a try per second, without limit.
+/// 57600 or 115200. A device that is busy is waited for, a try per second, without limit; a plain
+/// message says so once.
 /// 1; 0 when the terminal settings cannot be read, set or flushed, or the baud rate is not
 /// supported ("error: %ldbaud not supported.\n" on standard output; the device stays open); -1
 /// when the device cannot be opened. The line is closed when the program exits.
 int serial_open(SerialLine& line, const std::string& device, long baud);
+
+/// The same with a device that the caller has opened for reading and writing, checked and perhaps
+/// locked; `device` is its name. The line owns the descriptor from here on, also when this fails.
+int serial_adopt(SerialLine& line, Fd fd, const std::string& device, long baud);
 
 /// Drops DTR, puts the saved settings back and closes, after waiting for what was written last to
 /// leave the device, at most ten seconds. Nothing when the line is not open, but a
@@ -77,12 +91,15 @@ std::size_t serial_read_waiting(SerialLine& line, std::uint8_t* bytes, std::size
 int serial_has_data(SerialLine& line);
 
 /// Waits for a byte, at most that long. False when the line is closed or the device has hung up.
-bool serial_wait_data(const SerialLine& line, int milliseconds);
+bool serial_wait_data(SerialLine& line, int milliseconds);
 
 /// Whether a line, any of them, holds this descriptor.
 bool serial_holds(int fd);
 
 void serial_set_dtr(SerialLine& line);
 void serial_clear_dtr(SerialLine& line);
+
+/// Closes every line and puts the seams back.
+void serial_reset();
 
 } // namespace kx

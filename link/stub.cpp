@@ -5,6 +5,7 @@
 #include "link/port.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <ctime>
 #include <initializer_list>
 
@@ -12,7 +13,6 @@ namespace kx {
 
 namespace {
 
-constexpr int POLLS_MAX = 10000;   // for one byte, a millisecond apart
 constexpr std::size_t BURST = 256; // bytes at once: more than a serial line brings in a millisecond
 constexpr int BURST_WAITS = 8;     // after one
 
@@ -21,15 +21,29 @@ void sleep_millisecond() {
     nanosleep(&millisecond, nullptr);
 }
 
-struct {
+struct State {
     void (*sleep)() = sleep_millisecond;
-} state;
+    bool (*stop)(std::uint32_t waited_ms) = nullptr;
+    int polls_max = STUB_TIMEOUT_MS; // for one byte, a millisecond apart
+    Failure failure;
+};
+State state;
+
+// The port's failure, as one of this step.
+void port_failed(const char* step) {
+    state.failure = port_last_error();
+    state.failure.step = step;
+}
 
 // Whether arguments can tell a transfer of so many bytes; of more, the stub would take the rest of
 // the data for commands, or send too few.
 bool is_tellable(std::size_t length) {
     const int bits = std::min((active_config.addr_bits + 7) / 8 * 8, 32);
-    return length <= std::uint64_t{1} << bits;
+    const bool tellable = length <= std::uint64_t{1} << bits;
+    if (!tellable) {
+        state.failure = {"command", FailureKind::System, EINVAL};
+    }
+    return tellable;
 }
 
 // "A", the letter and the arguments, each of as many bytes as an address needs, lowest first.
@@ -42,46 +56,73 @@ bool send_command(char letter, std::initializer_list<std::uint32_t> arguments) {
             bytes[length++] = static_cast<std::uint8_t>(argument >> bit);
         }
     }
-    port_state.write_error = 0;
+    if (!port_is_open()) {
+        state.failure = {"command", FailureKind::System, ENOTCONN};
+        return false;
+    }
+    port_write_error = false;
     port_write_block({bytes, length});
-    return port_state.is_open != 0 && port_state.write_error == 0;
+    if (port_write_error) {
+        port_failed("command");
+    }
+    return !port_write_error;
 }
 
 int send_data(bool sent, std::span<const std::uint8_t> bytes) {
     if (sent) {
         port_write_block(bytes);
+        if (port_write_error) {
+            port_failed("data");
+        }
     }
-    sent = sent && port_state.write_error == 0;
-    port_state.write_error = 0;
+    sent = sent && !port_write_error;
+    port_write_error = false;
     return sent ? 1 : -1;
 }
 
-int receive_failed() {
-    port_flush_input();
-    return -1;
+// Whether an answer is to be waited for on, after so many polls of the input for its next byte.
+bool goes_on(int polls, int wait_ms) {
+    if (polls > state.polls_max) {
+        state.failure = {"answer", FailureKind::Silent, 0};
+        return false;
+    }
+    if (state.stop != nullptr && state.stop(static_cast<std::uint32_t>(polls))) {
+        state.failure = {"answer", FailureKind::System, ECANCELED};
+        return false;
+    }
+    if (!port_wait_data(wait_ms)) {
+        port_failed("answer");
+        return false;
+    }
+    return true;
 }
 
 // Takes what is waiting, and sleeps only when nothing is. A sleep is cheaper than to be woken for
 // every byte of a slow line; but where bytes come in bursts, the next one is waited for instead.
-int receive_data(bool sent, std::span<std::uint8_t> bytes) {
-    if (!sent) {
-        return receive_failed();
-    }
+bool receive_bytes(std::span<std::uint8_t> bytes) {
     int waits = BURST_WAITS; // the answer may be quick
     for (int polls = 0; !bytes.empty();) {
         const std::size_t got = port_read_waiting(bytes);
         if (got > 0) {
             bytes = bytes.subspan(got);
             polls = 0;
-        } else if (++polls > POLLS_MAX || !port_wait_data(waits > 0 ? 1 : 0)) {
-            return receive_failed();
+        } else if (!goes_on(++polls, waits > 0 ? 1 : 0)) {
+            return false;
         } else if (waits <= 0) {
             state.sleep();
         }
         waits = got >= BURST ? BURST_WAITS : waits - 1;
     }
-    // A byte too many means that target and host have lost each other.
-    return port_flush_input() == 0 ? 1 : -1;
+    return true;
+}
+
+int receive_data(bool sent, std::span<std::uint8_t> bytes) {
+    const bool received = sent && receive_bytes(bytes);
+    const bool surplus = port_flush_input() != 0;
+    if (received && surplus) { // target and host have lost each other
+        state.failure = {"answer", FailureKind::Surplus, 0};
+    }
+    return received && !surplus ? 1 : -1;
 }
 
 bool send_image_command(char letter, const ImagePlace& place, std::size_t length) {
@@ -92,23 +133,39 @@ bool send_image_command(char letter, const ImagePlace& place, std::size_t length
 
 } // namespace
 
+const Failure& stub_last_error() {
+    return state.failure;
+}
+
+void stub_set_timeout(int milliseconds) {
+    state.polls_max = milliseconds > 0 ? milliseconds : STUB_TIMEOUT_MS;
+}
+
+void stub_set_stop(bool (*stop)(std::uint32_t waited_ms)) {
+    state.stop = stop;
+}
+
+void stub_reset() {
+    state = {};
+}
+
 void stub_set_sleep(void (*sleep)()) {
     state.sleep = sleep != nullptr ? sleep : sleep_millisecond;
 }
 
 int stub_write_memory(std::uint32_t start, std::uint32_t end, std::span<const std::uint8_t> bytes) {
-    if (bytes.empty() || !is_tellable(bytes.size())) {
-        return bytes.empty() ? 1 : -1;
+    if (bytes.empty()) {
+        return 1;
     }
-    return send_data(send_command('B', {end, start}), bytes);
+    return is_tellable(bytes.size()) ? send_data(send_command('B', {end, start}), bytes) : -1;
 }
 
 int stub_read_memory(std::uint32_t start, std::span<std::uint8_t> bytes) {
-    if (bytes.empty() || !is_tellable(bytes.size())) {
-        return bytes.empty() ? 1 : -1;
+    if (bytes.empty()) {
+        return 1;
     }
     const auto end = static_cast<std::uint32_t>(start + bytes.size());
-    return receive_data(send_command('C', {end, start}), bytes);
+    return is_tellable(bytes.size()) ? receive_data(send_command('C', {end, start}), bytes) : -1;
 }
 
 void stub_set_pc(std::uint32_t address) {

@@ -123,7 +123,7 @@ int target_write_block(std::uint32_t address, std::uint32_t end,
     }
     // Other stubs are written to byte by byte, and a byte goes nowhere for them: what is left is
     // that the write error does not survive.
-    port_state.write_error = 0;
+    port_write_error = false;
     return 1;
 }
 
@@ -138,6 +138,10 @@ int write_block(std::uint32_t address, std::uint32_t end, std::span<const std::u
 }
 
 } // namespace
+
+bool mem_reaches_target() {
+    return mem_mode != MEM_SIMULATOR;
+}
 
 void mem_set_window(std::uint32_t start, std::span<const std::uint8_t> bytes) {
     state.window_start = start;

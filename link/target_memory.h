@@ -18,6 +18,9 @@ constexpr int MEM_IMAGE = 3;
 /// for other stubs its side is skipped and reads give 0.
 extern int mem_mode;
 
+/// Whether accesses may leave the simulator: in every mode but the first.
+bool mem_reaches_target();
+
 /// A copy of a stretch of target memory on the host, which reads are answered from. It may wrap
 /// around the end of the address space.
 void mem_set_window(std::uint32_t start, std::span<const std::uint8_t> bytes);

@@ -217,7 +217,7 @@ int session_serve(Session& session, const SessionServing& serving) {
                         "the line " + active_config.port_name + " has gone.");
         }
         const std::uint8_t byte = port_getc_nowait();
-        if (port_state.read_error == 0 && fileserver_handle_byte(byte) == -1 && serving.unknown) {
+        if (!port_read_error && fileserver_handle_byte(byte) == -1 && serving.unknown) {
             serving.unknown(byte);
         }
     }

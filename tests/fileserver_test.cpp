@@ -62,7 +62,7 @@ TEST_P(Fileservers, StayInTheirRootAndAnswerAfterAnyStream) {
         active_config.fileserver_read_only = seed % 2 != 0;
         std::optional<test::FarEnd> target(std::in_place);
         target->handle = [](std::uint8_t byte) {
-            for (; port_state.read_error == 0; byte = port_getc())
+            for (; !port_read_error; byte = port_getc())
                 fileserver_handle_byte(byte);
             return 0;
         };
@@ -213,10 +213,10 @@ TEST(Fileserver, StartNamesARootThatCannotBeOpened) {
 
 TEST(Fileserver, AsksNobodyWhenNoneIsConfigured) {
     active_config.port_type = PORT_SERIAL;
-    port_state.read_error = 0; // the port is closed: a byte asked for would set it
-    EXPECT_EQ(fileserver_handle_byte(1) + port_state.read_error, -1);
+    port_read_error = false; // the port is closed: a byte asked for would set it
+    EXPECT_EQ(fileserver_handle_byte(1) + port_read_error, -1);
     active_config.fileserver = 4;
-    EXPECT_EQ(fileserver_handle_byte(1) + port_state.read_error, -1);
+    EXPECT_EQ(fileserver_handle_byte(1) + port_read_error, -1);
 }
 
 } // namespace kx

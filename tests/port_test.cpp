@@ -65,7 +65,7 @@ TEST_F(Port, SetsTheLineUpAndPutsBackWhatItFound) {
 TEST_F(Port, MovesBytesNumbersAndTexts) {
     open();
     EXPECT_EQ(port_getc_nowait(), 0);
-    EXPECT_EQ(port_state.read_error, 1);
+    EXPECT_EQ(port_read_error, 1);
     port_put32(0x12345678);
     port_put_string("ab");
     port_write_block(Bytes{0x11, 0x13, 0x03, 0x0D, 0xFF}); // what a terminal would act on
@@ -83,7 +83,7 @@ TEST_F(Port, MovesBytesNumbersAndTexts) {
     EXPECT_EQ(port_getc_nowait(), 7);
     EXPECT_TRUE(port_wait_data(10000));
     EXPECT_EQ(port_flush_input(), 1);
-    EXPECT_EQ(port_has_data() + port_state.read_error, 0);
+    EXPECT_EQ(port_has_data() + port_read_error, 0);
 }
 
 TEST_F(Port, SpacesBytesByTheClock) {
