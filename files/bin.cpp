@@ -1,15 +1,14 @@
 // Raw binaries, to and from the target.
-#include "files/bin.h"
+#include "files/bin_private.h"
 
-#include "files/transfer.h"
+#include "files/transfer_private.h"
 #include "ui/msg.h"
 
 namespace kx {
 
-long bin_send(const std::string& path, std::uint32_t start, std::uint64_t end,
+long bin_send(const ProgramFile& input, std::uint32_t start, std::uint64_t end,
               std::uint32_t flags) {
-    TransferFile input;
-    if (!transfer_open(input, path, "Failed to open input bin file '%s'")) {
+    if (!transfer_is_open(input, "Failed to open input bin file '%s'")) {
         return -1;
     }
     if (end == 0) {
@@ -33,6 +32,11 @@ long bin_send(const std::string& path, std::uint32_t start, std::uint64_t end,
         return -1;
     }
     return length;
+}
+
+long bin_send(const std::string& path, std::uint32_t start, std::uint64_t end,
+              std::uint32_t flags) {
+    return bin_send(program_open(path), start, end, flags);
 }
 
 long bin_get(const std::string& path, std::uint32_t start, std::uint64_t end) {

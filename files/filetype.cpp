@@ -17,17 +17,17 @@ constexpr std::uint32_t class_bits(std::uint8_t bits) {
 } // namespace
 
 const FileType filetype_table[] = {
-    {FILETYPE_RAW, "", "raw binary", class_bits(0x90), 1, 1},
-    {FILETYPE_PRG, "prg", "cbm-binary+2-byte loadadress", class_bits(0x88), 2, 1},
-    {FILETYPE_SID, "sid", "PlaySID cbm-binary+header", class_bits(0x8C), 2, 2},
-    {FILETYPE_NES, "nes", "NES image (iNES Format)", class_bits(0x8C), 2, MACHINE_NES},
-    {FILETYPE_PCE, "pce", "PCEngine image", class_bits(0x8C), 2, MACHINE_PCE},
-    {FILETYPE_S, "s", "6502 Assembler Source", class_bits(0x48), 2, 1},
-    {FILETYPE_TXT, "txt", "plain ascii text", class_bits(0x50), 1, 1},
-    {FILETYPE_KXSYMS, "ini", "KX Symbols .ini File", class_bits(0x30), 1, 1},
-    {FILETYPE_VICE, "lbl", "VICE label file", class_bits(0x28), 2, 1},
-    {FILETYPE_CC65, "", "CC65", class_bits(0x08), 2, 1},
-    {FILETYPE_D64, "d64", "Commodore 1541 Disc Image", class_bits(0x12), 2, 2},
+    {FILETYPE_RAW, "", "raw binary", class_bits(0x90), CPU_NONE, MACHINE_NONE},
+    {FILETYPE_PRG, "prg", "cbm-binary+2-byte loadadress", class_bits(0x88), CPU_6510, MACHINE_NONE},
+    {FILETYPE_SID, "sid", "PlaySID cbm-binary+header", class_bits(0x8C), CPU_6510, MACHINE_C64},
+    {FILETYPE_NES, "nes", "NES image (iNES Format)", class_bits(0x8C), CPU_6510, MACHINE_NES},
+    {FILETYPE_PCE, "pce", "PCEngine image", class_bits(0x8C), CPU_6510, MACHINE_PCE},
+    {FILETYPE_S, "s", "6502 Assembler Source", class_bits(0x48), CPU_6510, MACHINE_NONE},
+    {FILETYPE_TXT, "txt", "plain ascii text", class_bits(0x50), CPU_NONE, MACHINE_NONE},
+    {FILETYPE_KXSYMS, "ini", "KX Symbols .ini File", class_bits(0x30), CPU_NONE, MACHINE_NONE},
+    {FILETYPE_VICE, "lbl", "VICE label file", class_bits(0x28), CPU_6510, MACHINE_NONE},
+    {FILETYPE_CC65, "", "CC65", class_bits(0x08), CPU_6510, MACHINE_NONE},
+    {FILETYPE_D64, "d64", "Commodore 1541 Disc Image", class_bits(0x12), CPU_6510, MACHINE_C64},
     {0, nullptr, nullptr, 0, 0, 0},
 };
 

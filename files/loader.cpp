@@ -1,12 +1,13 @@
 // The dispatcher of program files by type.
 #include "files/loader.h"
 
-#include "files/bin.h"
+#include "files/bin_private.h"
 #include "files/filetype.h"
-#include "files/nes.h"
-#include "files/pce.h"
-#include "files/prg.h"
-#include "files/sid.h"
+#include "files/nes_private.h"
+#include "files/pce_private.h"
+#include "files/prg_private.h"
+#include "files/sid_private.h"
+#include "files/transfer_private.h"
 #include "ui/msg.h"
 
 namespace kx {
@@ -14,32 +15,31 @@ namespace kx {
 namespace {
 
 // `prg_send` leaves it to its callers to say that a file cannot be opened.
-long load_prg(const std::string& name, std::uint32_t start, std::uint64_t end) {
-    TransferFile input;
-    return transfer_open(input, name, "Failed to open input prg file '%s'")
-               ? prg_send(name, start, end, 0)
+long load_prg(const ProgramFile& program, std::uint32_t start, std::uint64_t end) {
+    return transfer_is_open(program, "Failed to open input prg file '%s'")
+               ? prg_send(program, start, end, 0)
                : -1;
 }
 
-long load_raw(const std::string& name, std::uint32_t start, std::uint64_t end) {
-    return bin_send(name, start, end, 0);
+long load_raw(const ProgramFile& program, std::uint32_t start, std::uint64_t end) {
+    return bin_send(program, start, end, 0);
 }
 
 // Formats that bring their addresses along.
-template <long (*Send)(const std::string&)>
-long load_fixed(const std::string& name, std::uint32_t start, std::uint64_t end) {
+template <long (*Send)(const ProgramFile&)>
+long load_fixed(const ProgramFile& program, std::uint32_t start, std::uint64_t end) {
     if (start != 0 || end != 0) {
-        msg_warning("'%s' goes to its own addresses.", name.c_str());
+        msg_warning("'%s' goes to its own addresses.", program.name.c_str());
     }
-    return Send(name);
+    return Send(program);
 }
 
 struct Loader {
     int type;
     // The number of bytes, or -1 with a message.
-    long (*load)(const std::string& name, std::uint32_t start, std::uint64_t end);
+    long (*load)(const ProgramFile& program, std::uint32_t start, std::uint64_t end);
     long (*save)(const std::string& name, std::uint32_t start, std::uint64_t end); // null: not
-    std::uint32_t (*start_address)(const std::string& name); // null: the file does not tell
+    std::uint32_t (*start_address)(const ProgramFile& program); // null: the file does not tell
 };
 
 // The first row is for all types that have none.
@@ -77,10 +77,36 @@ bool is_refused(const std::string& name, int type) {
 
 } // namespace
 
+ProgramFile program_open(const std::string& path) {
+    ProgramFile program;
+    program.name = transfer_trim(path);
+    program.type = type_of(program.name);
+    program.file = file_open(program.name, "rb");
+    program.size = program.file ? file_size(program.file.get()) : -1;
+    if (program.size < 0) {
+        program.file.reset();
+    }
+    return program;
+}
+
+int program_load(const ProgramFile& program, std::uint32_t load_address, std::uint64_t end) {
+    return !is_refused(program.name, program.type) &&
+                   find_loader(program.type).load(program, load_address, end) >= 0
+               ? 1
+               : -1;
+}
+
+std::uint32_t program_start_address(const ProgramFile& program) {
+    const auto start_address = find_loader(program.type).start_address;
+    return start_address != nullptr ? start_address(program) : 0;
+}
+
 int file_load(const std::string& path, std::uint32_t load_address, std::uint64_t end) {
-    const std::string name = transfer_trim(path);
-    const int type = type_of(name);
-    return !is_refused(name, type) && find_loader(type).load(name, load_address, end) >= 0 ? 1 : -1;
+    return program_load(program_open(path), load_address, end);
+}
+
+std::uint32_t file_start_address(const std::string& path) {
+    return program_start_address(program_open(path));
 }
 
 int file_save(const std::string& path, std::uint32_t start, std::uint64_t end) {
@@ -95,12 +121,6 @@ int file_save(const std::string& path, std::uint32_t start, std::uint64_t end) {
         return -1;
     }
     return save(name, start, end) >= 0 ? 1 : -1;
-}
-
-std::uint32_t file_start_address(const std::string& path) {
-    const std::string name = transfer_trim(path);
-    const auto start_address = find_loader(type_of(name)).start_address;
-    return start_address != nullptr ? start_address(name) : 0;
 }
 
 } // namespace kx

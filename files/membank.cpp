@@ -27,7 +27,7 @@ MemBlock* find_block(std::uint32_t number, std::uint32_t address) {
 } // namespace
 
 MemBank* membank_get(std::uint32_t number) {
-    msg_info("allocating memory bank %d", number); // told for a bank that exists, too
+    msg_info("allocating memory bank %d", number); // Meant: also for a bank that exists.
     if (state.banks.empty()) {
         return nullptr;
     }

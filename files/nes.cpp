@@ -1,7 +1,7 @@
 // NES cartridges in iNES files: the header, and what is sent of the banks.
-#include "files/nes.h"
+#include "files/nes_private.h"
 
-#include "files/transfer.h"
+#include "files/transfer_private.h"
 #include "ui/msg.h"
 #include "util/bytes.h"
 
@@ -31,7 +31,7 @@ std::uint32_t reset_address(const Cartridge& cartridge) {
 }
 
 // Null, or what is wrong with the file.
-const char* read_cartridge(const TransferFile& input, Cartridge& cartridge) {
+const char* read_cartridge(const ProgramFile& input, Cartridge& cartridge) {
     constexpr std::uint8_t MAGIC[] = {'N', 'E', 'S', 0x1A};
     std::uint8_t header[HEADER];
     if (!transfer_read(input, 0, header) ||
@@ -56,10 +56,9 @@ const char* read_cartridge(const TransferFile& input, Cartridge& cartridge) {
 
 } // namespace
 
-long nes_send(const std::string& path) {
-    TransferFile input;
+long nes_send(const ProgramFile& input) {
     Cartridge cartridge{};
-    if (!transfer_open(input, path, CANNOT_OPEN)) {
+    if (!transfer_is_open(input, CANNOT_OPEN)) {
         return -1;
     }
     if (const char* problem = read_cartridge(input, cartridge)) {
@@ -84,10 +83,9 @@ long nes_send(const std::string& path) {
     return 2 * PROGRAM_BANK;
 }
 
-std::uint32_t nes_start_address(const std::string& path) {
-    TransferFile input;
+std::uint32_t nes_start_address(const ProgramFile& input) {
     Cartridge cartridge{};
-    return transfer_open(input, path, CANNOT_OPEN) && read_cartridge(input, cartridge) == nullptr
+    return transfer_is_open(input, CANNOT_OPEN) && read_cartridge(input, cartridge) == nullptr
                ? reset_address(cartridge)
                : 0;
 }

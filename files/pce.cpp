@@ -1,7 +1,7 @@
 // PC-Engine images, to the target.
-#include "files/pce.h"
+#include "files/pce_private.h"
 
-#include "files/transfer.h"
+#include "files/transfer_private.h"
 #include "ui/msg.h"
 #include "util/bytes.h"
 
@@ -23,9 +23,8 @@ constexpr long RESET_OFFSET = 8190;
 
 } // namespace
 
-long pce_send(const std::string& path) {
-    TransferFile input;
-    if (!transfer_open(input, path, CANNOT_OPEN)) {
+long pce_send(const ProgramFile& input) {
+    if (!transfer_is_open(input, CANNOT_OPEN)) {
         return -1;
     }
     std::uint8_t vectors[2 * VECTORS];
@@ -34,7 +33,7 @@ long pce_send(const std::string& path) {
     }
     progress_begin("sending pce file '%s'...", input.name.c_str());
     if (transfer_send(input, pieces, get16le(vectors + 2 * (VECTORS - 1))) != 1) {
-        // "prg" is meant to stand here.
+        // Meant: it says "prg".
         std::fprintf(stderr, "Failed to send prg file '%s'\n\r", input.name.c_str());
         return -1;
     }
@@ -44,10 +43,13 @@ long pce_send(const std::string& path) {
     return LENGTH;
 }
 
-std::uint32_t pce_start_address(const std::string& path) {
-    TransferFile input;
+long pce_send(const std::string& path) {
+    return pce_send(program_open(path));
+}
+
+std::uint32_t pce_start_address(const ProgramFile& input) {
     std::uint8_t reset[2];
-    return transfer_open(input, path, CANNOT_OPEN) && transfer_read(input, RESET_OFFSET, reset)
+    return transfer_is_open(input, CANNOT_OPEN) && transfer_read(input, RESET_OFFSET, reset)
                ? get16le(reset)
                : 0;
 }

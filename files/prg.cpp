@@ -1,7 +1,7 @@
 // Commodore programs: where they go, where they start, to and from the target.
-#include "files/prg.h"
+#include "files/prg_private.h"
 
-#include "files/transfer.h"
+#include "files/transfer_private.h"
 #include "ui/msg.h"
 #include "util/bytes.h"
 
@@ -15,7 +15,7 @@ constexpr std::uint32_t BASIC_RUN = 0xA7AE; // the interpreter's run entry
 
 // The first byte behind a BASIC program of one line, which ends with a zero and a link of zero: an
 // address. 0 when the program goes on, and when its link leaves the file.
-std::uint32_t behind_basic_line(const TransferFile& input) {
+std::uint32_t behind_basic_line(const ProgramFile& input) {
     // The line's last byte stands before the one that its link points to, and the file's two
     // address bytes before the program.
     constexpr std::uint32_t OFFSET_OF_LINE_END = BASIC_START + 1 - HEADER;
@@ -37,7 +37,7 @@ std::uint32_t behind_basic_line(const TransferFile& input) {
     return address;
 }
 
-std::uint32_t exec_address(const TransferFile& input) {
+std::uint32_t exec_address(const ProgramFile& input) {
     std::uint8_t header[HEADER];
     if (!transfer_read(input, 0, header)) {
         return 0;
@@ -51,16 +51,13 @@ std::uint32_t exec_address(const TransferFile& input) {
 
 } // namespace
 
-std::uint32_t prg_exec_address(const std::string& path) {
-    TransferFile input;
-    return transfer_open(input, path, "Failed to open input exec file '%s'") ? exec_address(input)
-                                                                             : 0;
+std::uint32_t prg_exec_address(const ProgramFile& input) {
+    return transfer_is_open(input, "Failed to open input exec file '%s'") ? exec_address(input) : 0;
 }
 
-long prg_send(const std::string& path, std::uint32_t start, std::uint64_t end,
+long prg_send(const ProgramFile& input, std::uint32_t start, std::uint64_t end,
               std::uint32_t flags) {
-    TransferFile input;
-    if (!transfer_open(input, path, nullptr)) {
+    if (input.file == nullptr) {
         return -1;
     }
     std::uint8_t header[HEADER];
@@ -77,14 +74,23 @@ long prg_send(const std::string& path, std::uint32_t start, std::uint64_t end,
         return -1;
     }
     const auto length = static_cast<long>(end - start);
-    // One stricter than for raw files: a program that ends exactly at the top is warned about.
-    // This is meant.
+    // Meant: one stricter than for raw files, a program that ends exactly at the top is warned
+    // about.
     transfer_warn_top(end);
     progress_begin("sending prg %s (%04lx-%04lx:%04lx) ...", input.name.c_str(),
                    static_cast<unsigned long>(start), static_cast<unsigned long>(end),
                    static_cast<unsigned long>(length));
     const TransferPiece piece = {static_cast<long>(flags) + HEADER, start, end};
     return transfer_send(input, {&piece, 1}, exec_address(input)) == 1 ? length : -1;
+}
+
+std::uint32_t prg_exec_address(const std::string& path) {
+    return prg_exec_address(program_open(path));
+}
+
+long prg_send(const std::string& path, std::uint32_t start, std::uint64_t end,
+              std::uint32_t flags) {
+    return prg_send(program_open(path), start, end, flags);
 }
 
 long prg_get(const std::string& path, std::uint32_t start, std::uint64_t end) {

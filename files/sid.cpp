@@ -1,7 +1,7 @@
 // PlaySID tunes: the header, and what is sent of the file.
-#include "files/sid.h"
+#include "files/sid_private.h"
 
-#include "files/transfer.h"
+#include "files/transfer_private.h"
 #include "ui/msg.h"
 #include "util/bytes.h"
 
@@ -20,7 +20,7 @@ struct Tune {
 };
 
 // Null, or what is wrong with the file.
-const char* read_tune(const TransferFile& input, Tune& tune) {
+const char* read_tune(const ProgramFile& input, Tune& tune) {
     constexpr long FIELDS_END = 14; // the last field read is the play address at 12
     std::uint8_t header[FIELDS_END];
     if (!transfer_read(input, 0, header)) {
@@ -49,17 +49,16 @@ const char* read_tune(const TransferFile& input, Tune& tune) {
 
 } // namespace
 
-long sid_send(const std::string& path) {
-    TransferFile input;
+long sid_send(const ProgramFile& input) {
     Tune tune{};
-    if (!transfer_open(input, path, CANNOT_OPEN)) {
+    if (!transfer_is_open(input, CANNOT_OPEN)) {
         return -1;
     }
     if (const char* problem = read_tune(input, tune)) {
         return transfer_refuse(input.name, problem);
     }
     const std::uint64_t end = tune.load + static_cast<std::uint64_t>(tune.length);
-    if (end > 0xFFFF) { // a tune that ends exactly at the top is warned about: this is meant
+    if (end > 0xFFFF) { // Meant: also for a tune that ends exactly at the top.
         msg_warning("end >0xffff");
     }
     progress_begin("sending %s (%04lx:%04lx:%04lx-%04lx:%04lx) ...", input.name.c_str(),
@@ -76,17 +75,20 @@ long sid_send(const std::string& path) {
     return tune.length;
 }
 
-std::uint32_t sid_start_address(const std::string& path) {
-    TransferFile input;
+long sid_send(const std::string& path) {
+    return sid_send(program_open(path));
+}
+
+std::uint32_t sid_start_address(const ProgramFile& input) {
     Tune tune{};
-    return transfer_open(input, path, CANNOT_OPEN) && read_tune(input, tune) == nullptr ? tune.init
-                                                                                        : 0;
+    return transfer_is_open(input, CANNOT_OPEN) && read_tune(input, tune) == nullptr ? tune.init
+                                                                                     : 0;
 }
 
 int sid_list_base(std::FILE* out, const std::string& path) {
-    TransferFile input;
+    const ProgramFile input = program_open(path);
     Tune tune{};
-    if (!transfer_open(input, path, CANNOT_OPEN)) {
+    if (!transfer_is_open(input, CANNOT_OPEN)) {
         return -1;
     }
     if (const char* problem = read_tune(input, tune)) {

@@ -1,5 +1,5 @@
 // Transfers of program files, the parts that all formats have in common.
-#include "files/transfer.h"
+#include "files/transfer_private.h"
 
 #include "link/rate.h"
 #include "link/target_memory.h"
@@ -15,9 +15,10 @@ namespace kx {
 
 namespace {
 
-struct {
+struct State {
     LoadedFile loaded;
-} state;
+};
+State state;
 
 constexpr std::uint64_t ADDRESS_SPACE = std::uint64_t{1} << 32;
 
@@ -54,22 +55,23 @@ const LoadedFile& file_loaded() {
     return state.loaded;
 }
 
+void file_loaded_reset() {
+    state = {};
+}
+
 std::string transfer_trim(const std::string& path) {
     const auto end = std::find_if(path.begin(), path.end(), ascii_is_control);
     return {path.begin(), end};
 }
 
-bool transfer_open(TransferFile& input, const std::string& path, const char* message) {
-    input.name = transfer_trim(path);
-    input.file = file_open(input.name, "rb");
-    input.size = input.file ? file_size(input.file.get()) : -1;
-    if (input.size < 0 && message != nullptr) {
+bool transfer_is_open(const ProgramFile& input, const char* message) {
+    if (input.file == nullptr) {
         msg_error(message, input.name.c_str());
     }
-    return input.size >= 0;
+    return input.file != nullptr;
 }
 
-bool transfer_read(const TransferFile& input, long offset, std::span<std::uint8_t> bytes) {
+bool transfer_read(const ProgramFile& input, long offset, std::span<std::uint8_t> bytes) {
     return std::fseek(input.file.get(), offset, SEEK_SET) == 0 &&
            std::fread(bytes.data(), 1, bytes.size(), input.file.get()) == bytes.size();
 }
@@ -94,7 +96,7 @@ void transfer_warn_top(std::uint64_t address) {
     }
 }
 
-int transfer_send(const TransferFile& input, std::span<const TransferPiece> pieces,
+int transfer_send(const ProgramFile& input, std::span<const TransferPiece> pieces,
                   std::uint32_t execute) {
     std::uint64_t sent = 0;
     int result = 1;

@@ -7,6 +7,7 @@
 #include "link/target_memory.h"
 #include "ui/con.h"
 #include "ui/msg.h"
+#include "ui/msg_items.h"
 
 #include <algorithm>
 #include <climits>
@@ -25,8 +26,6 @@ constexpr std::size_t REC_DATA = 3;
 // A look at the keyboard is a system call. The simulator is so fast that one in as many addresses
 // still ends the search at once; reading a byte of the target takes longer than the look.
 constexpr std::uint32_t KEY_INTERVAL = 4096;
-
-constexpr std::uint32_t DEFAULTS_MAX = 4096; // no real file comes near it, a damaged one may
 
 /// A record as the search reads it: whatever the lengths in its head say, nothing outside of it.
 struct Record {
@@ -108,15 +107,6 @@ void read_patch_file(IniDocument& doc) {
     ini_read(active_config.patch_file, doc);
 }
 
-std::uint32_t default_count(const IniDocument& doc) {
-    const std::uint32_t num = ini_get_number(doc, "patches_auto", "num");
-    if (num > DEFAULTS_MAX) {
-        msg_error("%s: num in section patches_auto is %u, only the first %u items are used.",
-                  doc.file_name.c_str(), num, DEFAULTS_MAX);
-    }
-    return std::min(num, DEFAULTS_MAX);
-}
-
 } // namespace
 
 int patch_search_apply(const std::string& name, std::span<const std::uint8_t> bytes,
@@ -168,11 +158,11 @@ int patch_apply_defaults(std::uint32_t start, std::uint32_t size) {
     msg_info("applying default patches (%08x-%08x)...", start, start + size);
     IniDocument doc;
     read_patch_file(doc);
-    const std::uint32_t num = default_count(doc);
+    const int num = msg_items_count(doc, "patches_auto");
     progress_begin("applying patches ");
     int result = 1;
-    for (std::uint32_t i = 0; i < num && result != -1; i++) {
-        progress_update2(static_cast<int>(i), static_cast<int>(num));
+    for (int i = 0; i < num && result != -1; i++) {
+        progress_update2(i, num);
         std::string section;
         ini_get_string(doc, section, "patches_auto", std::string("n").append(std::to_string(i)));
         result = apply_section(doc, section, start, size);

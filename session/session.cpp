@@ -5,6 +5,7 @@
 #include "core/active_config.h"
 #include "core/config/config.h"
 #include "core/simulator.h"
+#include "files/loader.h"
 #include "files/membank.h"
 #include "fileserver/fileserver.h"
 #include "link/port.h"
@@ -175,6 +176,7 @@ void release() {
     sim_shutdown();
     charset_reset();
     membank_free_all();
+    file_loaded_reset();
     mem_clear_window();
     active_config_reset();
     mem_mode = MEM_SIMULATOR;

@@ -7,6 +7,7 @@
 #include "setup/program.h"
 #include "setup/version.h"
 #include "ui/msg.h"
+#include "ui/msg_items.h"
 #include "util/ascii.h"
 #include "util/file.h"
 
@@ -61,7 +62,7 @@ void show_supported(const Run&, const char*) {
 [[noreturn]] void list_configurations(const IniDocument& main_doc, const char* kind,
                                       const char* section) {
     std::fprintf(stderr, "available %s configurations:\n", kind);
-    const int count = config_item_count(main_doc, section);
+    const int count = msg_items_count(main_doc, section);
     for (int i = 0; i < count; i++) {
         std::string name;
         ini_get_string(main_doc, name, section, "n" + std::to_string(i));

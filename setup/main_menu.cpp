@@ -130,8 +130,7 @@ void choose_colours(IniDocument& new_main) {
     if (choose_default(state.colours, new_main)) {
         std::string name;
         ini_get_string(new_main, name, "colors", "default");
-        col_scheme_path = config_path_of(name);
-        col_loadscheme("colors");
+        config_load_scheme(name);
     }
 }
 

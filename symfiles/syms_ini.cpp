@@ -3,6 +3,7 @@
 
 #include "ini/ini.h"
 #include "ui/msg.h"
+#include "ui/msg_items.h"
 
 #include <cstdlib>
 #include <optional>
@@ -11,8 +12,6 @@
 namespace kx {
 
 namespace {
-
-constexpr std::uint32_t MAX_ITEMS = 4096; // of a section
 
 // What stands between an item's address and its comment.
 enum class Extra { none, access, last_address };
@@ -116,12 +115,8 @@ bool parse_item(std::string_view value, const SectionKind& kind, Item& item) {
 
 void read_section(SymTable* table, const IniDocument& doc, const std::string& path,
                   const SectionKind& kind) {
-    std::uint32_t num = ini_get_number(doc, kind.name, "num");
-    if (num > MAX_ITEMS) {
-        msg_error("%s: num in section %s is above %u.", path.c_str(), kind.name, MAX_ITEMS);
-        num = MAX_ITEMS;
-    }
-    for (std::uint32_t i = 0; i < num; i++) {
+    const int num = msg_items_count(doc, kind.name);
+    for (int i = 0; i < num; i++) {
         const std::string key = "n" + std::to_string(i);
         std::string value;
         if (ini_get_string(doc, value, kind.name, key) != 0) {

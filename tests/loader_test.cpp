@@ -6,7 +6,7 @@
 #include "core/simulator.h"
 #include "files/filetype.h"
 #include "files/hexdump.h"
-#include "files/transfer.h"
+#include "files/transfer_private.h"
 #include "link/target_memory.h"
 #include "symfiles/symfiles.h"
 #include "tests/support/temp_dir.h"

@@ -38,6 +38,7 @@ known() {
         found ui/col.cpp '\{"(\w+)", [0-9]+, [0-9]+\}' 'COLOURS \1' ;;
     kx-charset.5) found charsets/charset.cpp 'load_table\(.*"(\w+)"\)' '\1 n' ;;
     kx-patches.5)
+        found link/patch.cpp 'msg_items_count\(doc, "(patches_auto)"' '\1 num'
         found link/patch.cpp '"(patches_auto)", (std::string\()?"(\w+)"' '\1 \3'
         found link/patch.cpp '(section, |read\()"(\w+)"(\)|, [mp]len)' '\\fINAME\\fP \2' ;;
     esac

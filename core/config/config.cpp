@@ -8,6 +8,7 @@
 #include "symfiles/symfiles.h"
 #include "ui/col.h"
 #include "ui/msg.h"
+#include "ui/msg_items.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -16,8 +17,6 @@
 namespace kx {
 
 namespace {
-
-constexpr int MAX_ITEMS = 4096; // of one list: no real file comes near it, a damaged one may
 
 // What a target file holds, in the order of a written one. A null key names a section that may be
 // empty. `config` comes first so that a written file can be put into the configuration directory.
@@ -193,15 +192,10 @@ void load_memory_item(const IniDocument& doc, int index) {
 void load_memory(const IniDocument& doc) {
     memory_map_clear(active_config.memory_map);
     membank_free_all(); // the banks of a target loaded earlier go with its map
-    const int count = config_item_count(doc, "memory");
+    const int count = msg_items_count(doc, "memory");
     for (int i = 0; i < count; i++) {
         load_memory_item(doc, i);
     }
-}
-
-void load_scheme(const std::string& name) {
-    col_scheme_path = config_path_of(name);
-    col_loadscheme("colors");
 }
 
 /// Memory access goes to the simulator and, unless verbose, messages are silent for as long as
@@ -234,7 +228,7 @@ std::string config_find_base_dir(const std::string& program_path, const char* va
     }
     const std::size_t separator = program_path.find_last_of("/\\");
     if (separator == std::string::npos || separator == 0) {
-        return "./"; // meant for "/kxsetup" as well: the root is nobody's base directory
+        return "./"; // Meant: for "/kxsetup" as well, the root is nobody's base.
     }
     return program_path.substr(0, separator + 1);
 }
@@ -247,16 +241,21 @@ std::string config_path_of(const std::string& name) {
     return config_make_path(active_config.base_dir, "config/" + name + ".ini");
 }
 
+void config_load_scheme(const std::string& name) {
+    col_scheme_path = config_path_of(name);
+    col_loadscheme("colors");
+}
+
 int config_load(IniDocument& main_doc, IniDocument& target_doc, const std::string& program_path,
                 const std::string& main_file_name) {
     active_config.base_dir = config_find_base_dir(program_path, "KXPATH");
     const std::string main_path = config_make_path(active_config.base_dir, main_file_name);
     if (ini_read(main_path, main_doc) != 0) {
         ini_create(main_doc, main_path); // a later look-up that fails names the file
-        load_scheme("col_kx");
+        config_load_scheme("col_kx");
         return -1;
     }
-    load_scheme(get_string(main_doc, "colors", "default"));
+    config_load_scheme(get_string(main_doc, "colors", "default"));
     config_load_target(target_doc, config_path_of(get_string(main_doc, "targets", "default")));
     return 1;
 }
@@ -303,7 +302,7 @@ int config_load_roms(const std::string& directory, const IniDocument& target_doc
                      std::string* failed) {
     msg_info("loading default roms.");
     const QuietSimulatorAccess access;
-    const int count = config_item_count(target_doc, "roms");
+    const int count = msg_items_count(target_doc, "roms");
     for (int i = 0; i < count; i++) {
         // file name, flags (used by nobody here), load address
         const std::vector<std::string> item = get_array(target_doc, "roms", i, 3);
@@ -319,7 +318,7 @@ int config_load_roms(const std::string& directory, const IniDocument& target_doc
 }
 
 int config_load_symbols(const std::string& directory, const IniDocument& target_doc) {
-    const int count = config_item_count(target_doc, "symbols");
+    const int count = msg_items_count(target_doc, "symbols");
     for (int i = 0; i < count; i++) {
         const std::string name = get_array(target_doc, "symbols", i, 1)[0];
         // A file that cannot be read is reported by its reader; the others are still wanted.
@@ -348,16 +347,6 @@ void config_target_complete(IniDocument& target_doc) {
             ini_set_item(target_doc, item.section, item.key, "");
         }
     }
-}
-
-int config_item_count(const IniDocument& doc, const std::string& section) {
-    const std::uint32_t count = ini_get_number(doc, section, "num");
-    if (count <= MAX_ITEMS) {
-        return static_cast<int>(count);
-    }
-    msg_error("%s: num in section %s is %u, only the first %d items are used.",
-              doc.file_name.c_str(), section.c_str(), count, MAX_ITEMS);
-    return MAX_ITEMS;
 }
 
 } // namespace kx

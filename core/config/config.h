@@ -20,6 +20,9 @@ std::string config_make_path(const std::string& directory, const std::string& fi
 /// "%sconfig/%s.ini" of the base directory and a configuration's name.
 std::string config_path_of(const std::string& name);
 
+/// Loads the colour scheme of that name; a file that cannot be read leaves the colours as they are.
+void config_load_scheme(const std::string& name);
+
 /// Loads the main configuration, the colour scheme and the target file it names. 1 when the main
 /// file was read; -1 when not (the default colour scheme is loaded then, and no target file).
 /// Sets the base directory. The target file's own result is not passed on.
@@ -54,9 +57,5 @@ int config_load_symbols(const std::string& directory, const IniDocument& target_
 /// document without any section their items too, all empty. Items that a loaded file leaves out
 /// stay out.
 void config_target_complete(IniDocument& target_doc);
-
-/// `num` of the section: how many items n0, n1, ... it lists. Above 4096 an error message says so
-/// and 4096 is the result. A missing section ends the program.
-int config_item_count(const IniDocument& doc, const std::string& section);
 
 } // namespace kx

@@ -8,14 +8,15 @@
 #include "ui/msg.h"
 #include "util/file.h"
 
-#include <unistd.h>
+#include <cerrno>
 
 namespace kx {
 
 namespace {
 
-bool file_exists(const std::string& path) {
-    return access(path.c_str(), F_OK) == 0;
+/// Whether there is nothing at a path, as its opening found.
+bool is_missing(const Failure& failure) {
+    return failure.error == ENOENT || failure.error == ENOTDIR;
 }
 
 /// 1, or -1 when the user ended it.
@@ -32,22 +33,23 @@ int patch_loaded() {
 
 int core_execfile(const std::string& path, std::uint32_t load_address,
                   std::uint32_t start_address) {
-    if (!file_exists(path)) {
-        msg_error("file '%s' doees not exist.", path.c_str()); // misspelt, and kept
+    const ProgramFile program = program_open(path);
+    if (program.file == nullptr && is_missing(file_last_error())) {
+        msg_error("file '%s' doees not exist.", path.c_str()); // Meant: misspelt.
         return 0;
     }
     if (start_address == 0) {
-        start_address = file_start_address(path);
+        start_address = program_start_address(program);
     }
     if (start_address == 0) {
         start_address = load_address;
     }
     msg_info("core_execfile: %s %08x:%08x", path.c_str(), load_address, start_address);
-    if (file_open(path, "rb") == nullptr) {
+    if (program.file == nullptr) {
         msg_error("couldn't open file '%s'.", path.c_str());
         return -1;
     }
-    if (file_load(path, load_address) != 1 || patch_loaded() != 1) {
+    if (program_load(program, load_address) != 1 || patch_loaded() != 1) {
         return -1;
     }
     msg_message("set PC=0x%08lx", static_cast<unsigned long>(start_address));
@@ -66,11 +68,12 @@ int core_save_range(const std::string& path, std::uint32_t start, std::uint64_t 
 }
 
 int core_load_range(const std::string& path, std::uint32_t start, std::uint64_t end) {
-    if (file_open(path, "rb") == nullptr) {
+    const ProgramFile program = program_open(path);
+    if (program.file == nullptr) {
         msg_error("couldn't open file '%s'.", path.c_str());
         return -1;
     }
-    return file_load(path, start, end);
+    return program_load(program, start, end);
 }
 
 } // namespace kx

@@ -2,28 +2,13 @@
 // progress and rate, fetching a range into a file, entry points, and the record of what was sent.
 #pragma once
 
-#include "util/file.h"
+#include "files/loader.h"
 
 #include <cstdint>
 #include <span>
 #include <string>
 
 namespace kx {
-
-/// Where the last program that was sent went, and the address to execute it from.
-struct LoadedFile {
-    std::uint32_t start = 0;
-    std::uint64_t end = 0; // behind the last byte
-    std::uint32_t execute = 0;
-};
-const LoadedFile& file_loaded();
-
-/// A program file open for reading.
-struct TransferFile {
-    std::string name; // its path, trimmed
-    FilePtr file;
-    long size = 0; // bytes
-};
 
 /// A run of bytes of a file and the addresses it goes to.
 struct TransferPiece {
@@ -38,12 +23,11 @@ struct TransferPiece {
 /// line end along. Other bytes stay, they may be UTF-8.
 std::string transfer_trim(const std::string& path);
 
-/// Opens the trimmed path. False when it cannot be opened or not be sought in, with `message` as
-/// error message, a format of the name; null says nothing.
-bool transfer_open(TransferFile& input, const std::string& path, const char* message);
+/// Whether the file is open; false with `message` as error message, a format of the name.
+bool transfer_is_open(const ProgramFile& input, const char* message);
 
 /// Fills `bytes` from the file's `offset` on. False when they are not all there.
-bool transfer_read(const TransferFile& input, long offset, std::span<std::uint8_t> bytes);
+bool transfer_read(const ProgramFile& input, long offset, std::span<std::uint8_t> bytes);
 
 /// "'<name>' <problem>" as error message; returns -1.
 long transfer_refuse(const std::string& name, const char* problem);
@@ -57,7 +41,7 @@ void transfer_warn_top(std::uint64_t address);
 /// Sends the pieces, in order, under a progress display that the caller has begun; completes the
 /// rate display, closes the progress with its status, and on success records where the program
 /// went, `execute` with it. 1, or -1 when a piece failed (the ones before it have been sent).
-int transfer_send(const TransferFile& input, std::span<const TransferPiece> pieces,
+int transfer_send(const ProgramFile& input, std::span<const TransferPiece> pieces,
                   std::uint32_t execute);
 
 /// Whether a file can be written at `name`; false with `message` as error message, a format of the
