@@ -2,17 +2,19 @@
 #include "files/d64_private.h"
 
 #include "ui/msg.h"
+#include "util/fd.h"
 #include "util/file.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
 #include <limits>
 #include <set>
+#include <unistd.h>
 
 namespace kx {
 
 namespace {
-
-using Bytes = std::vector<std::uint8_t>;
 
 int file_bytes(int blocks) {
     return blocks * static_cast<int>(D64_DATA_BYTES);
@@ -26,88 +28,92 @@ void tell_progress(const ImageHandle& image, int blocks, int total) {
 }
 
 /// Tells why a file cannot be followed to its end; the caller's own message says what failed.
-void warn_of_chain(const D64Entry& entry, D64ChainEnd end) {
-    msg_warning("the chain of '%s' %s.", entry.text.c_str(), d64_chain_fault(end));
+int fail_chain(ImageHandle& image, const DiscEntry& entry, D64ChainEnd end) {
+    return d64_fail(image, DiscReason::Damaged, "the chain of '%s' %s.", entry.text.c_str(),
+                    d64_chain_fault(end));
 }
 
 /// Appends what the block holds. A last block may claim 255 bytes, which are one more than it has:
 /// they are read on as the image goes on, and end where the image ends.
-bool read_data(ImageHandle& image, D64Place place, D64Place link, Bytes& bytes) {
+bool read_data(ImageHandle& image, ImagePlace place, ImagePlace link, D64Bytes& bytes) {
     const bool last = link.track == 0;
-    const std::size_t count = last ? d64_rules().last_bytes(link.sector) : D64_DATA_BYTES;
-    const std::int64_t offset = d64_block_offset(image, place) + 2;
+    const std::size_t count =
+        last ? d64_rules(d64_disc(image)).last_bytes(link.sector) : D64_DATA_BYTES;
+    const auto offset = d64_block_offset(image, place) + static_cast<std::int64_t>(D64_LINK_BYTES);
     const std::size_t done = bytes.size();
     bytes.resize(done + count);
     if (count == 0 || d64_read(image, std::span(bytes).subspan(done), offset) == 1) {
         return true;
     }
-    const std::int64_t rest = std::max<std::int64_t>(d64_image_size(image) - offset, 0);
-    if (!last || rest >= static_cast<std::int64_t>(count)) {
-        return false;
-    }
-    bytes.resize(done + static_cast<std::size_t>(rest));
-    return rest == 0 || d64_read(image, std::span(bytes).subspan(done), offset) == 1;
+    const std::int64_t rest = std::max<std::int64_t>(image_size(image) - offset, 0);
+    const bool cut = last && rest < static_cast<std::int64_t>(count);
+    bytes.resize(done + (cut ? static_cast<std::size_t>(rest) : 0));
+    return cut && (rest == 0 || d64_read(image, std::span(bytes).subspan(done), offset) == 1);
 }
 
-/// The file's bytes. False when its chain is damaged; one that runs into the header or the first
-/// directory block is taken as ended.
-bool read_file(ImageHandle& image, const D64Entry& entry, Bytes& bytes) {
-    int blocks = 0;
-    const D64ChainEnd end = d64_walk_chain(image, entry.start, [&](D64Place place, D64Place link) {
-        tell_progress(image, ++blocks, entry.blocks);
-        return read_data(image, place, link, bytes);
-    });
-    if (end != D64ChainEnd::Marked && end != D64ChainEnd::System) {
-        warn_of_chain(entry, end == D64ChainEnd::Stopped ? D64ChainEnd::Unreadable : end);
-        return false;
+/// What has no chain of data is no file to be read, by the drive's rules.
+int check_plain(ImageHandle& image, const DiscEntry& entry) {
+    if (!d64_rules(d64_disc(image)).drive) {
+        return 1;
     }
-    return true;
+    if (entry.start.track == 0) {
+        return d64_fail(image, DiscReason::NotPlain, "'%s' has no first block.",
+                        entry.text.c_str());
+    }
+    if (entry.records) {
+        return d64_fail(image, DiscReason::NotPlain, "'%s' is an index of GEOS records.",
+                        entry.text.c_str());
+    }
+    return 1;
 }
 
-int copy_out(ImageHandle& image, const D64Entry& entry, const std::string& host_path) {
-    Bytes bytes;
-    if (!file_can_write(host_path) || !read_file(image, entry, bytes)) {
+/// Straight to a new file, which has nothing to lose: a whole disc of them is done much faster this
+/// way. An old one is replaced by a whole one. errno tells why not.
+int write_host(const std::string& path, const D64Bytes& bytes) {
+    Fd file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    if (!file.is_open() && errno == EEXIST) {
+        const int result = file_replace(path, bytes);
+        errno = file_last_error().error;
+        return result == 0 ? 1 : -1;
+    }
+    if (!file.is_open()) {
         return -1;
     }
-    const FilePtr file = file_open(host_path, "ab");
-    if (!file) {
-        return -1;
+    if (fd_write_all(file.get(), bytes) == 0 && file.close() == 0) {
+        return 1;
     }
-    // A new file has nothing to lose, and a whole disc of them is done much faster this way.
-    if (file_size(file.get()) > 0) {
-        return file_replace(host_path, bytes) == 0 ? 1 : -1;
-    }
-    const bool written =
-        bytes.empty() || std::fwrite(bytes.data(), 1, bytes.size(), file.get()) == bytes.size();
-    return written && std::fflush(file.get()) == 0 ? 1 : -1;
+    const int error = errno;
+    unlink(path.c_str());
+    errno = error;
+    return -1;
 }
 
-int extract(ImageHandle& image, const D64Entry& entry, const std::string& host_path) {
+int extract(ImageHandle& image, const DiscEntry& entry, const std::string& host_path) {
     progress_begin("extracting '%s' (offs:%08x len:%d)... ", host_path.c_str(),
                    static_cast<unsigned>(entry.start_offset), file_bytes(entry.blocks));
-    const int result = copy_out(image, entry, host_path);
+    const int result = d64_copy_out(image, entry, host_path);
     progress_end(result);
     return result;
 }
 
-/// The host file's bytes as a chain of `blocks` blocks from `start` on, which is set. What a short
-/// read leaves of the block before stays in the block; before the first there are zeros.
-int write_chain(ImageHandle& image, std::FILE* file, int blocks, D64Place& start) {
-    const D64Rules& rules = d64_rules();
+/// The bytes as a chain of `blocks` blocks from `start` on, which is set. What a short block lacks
+/// is the block's before it; in the first one there are zeros.
+int write_chain(ImageHandle& image, std::span<const std::uint8_t> bytes, int blocks,
+                ImagePlace& start) {
+    const D64Rules& rules = d64_rules(d64_disc(image));
     D64Block block = {};
-    bool room = rules.find_first(start);
-    D64Place place = start;
+    bool room = rules.find_first(image, start);
+    ImagePlace place = start;
     for (int done = 1; room && done <= blocks; done++) {
-        const std::size_t count = std::fread(&block[2], 1, D64_DATA_BYTES, file);
-        if (std::ferror(file) != 0) {
-            return -1;
-        }
-        d64_set_free(place, false);
-        D64Place next = {0, static_cast<int>(count) + 1};
-        // Without the drive's mark even the last block links to a free one, so that a disc's last
-        // free block cannot be used. This is meant: readers go by the size in blocks.
-        if (done < blocks || !rules.marks_last) {
-            room = rules.find_next(place, next);
+        const auto data = bytes.first(std::min(bytes.size(), D64_DATA_BYTES));
+        bytes = bytes.subspan(data.size());
+        std::copy(data.begin(), data.end(), block.begin() + D64_LINK_BYTES);
+        d64_set_free(image, place, false);
+        ImagePlace next = {.track = 0, .sector = static_cast<int>(data.size()) + 1};
+        // Meant: without the drive's mark even the last block links to a free one, so that a disc's
+        // last free block cannot be used. Readers go by the size in blocks.
+        if (done < blocks || !rules.drive) {
+            room = rules.find_next(image, place, next);
         }
         block[0] = static_cast<std::uint8_t>(next.track);
         block[1] = static_cast<std::uint8_t>(next.sector);
@@ -117,159 +123,287 @@ int write_chain(ImageHandle& image, std::FILE* file, int blocks, D64Place& start
         tell_progress(image, done, blocks);
         place = next;
     }
-    if (!room) {
-        msg_error("image full.");
-    }
-    return room ? 1 : -1;
-}
-
-/// The slot as it stands until its file is complete: open, without blocks.
-void open_slot(D64Entry& slot, const std::string& name) {
-    slot.closed = false;
-    slot.locked = false;
-    slot.type = 2;
-    slot.raw_type = 2;
-    slot.blocks = 0;
-    slot.start = {}; // or an unfinished file would stand for the blocks of the slot's last one
-    d64_set_name(slot, d64_to_codes(name));
-}
-
-int close_slot(ImageHandle& image, D64Entry& slot, D64Place start, int blocks) {
-    slot.start = start;
-    slot.start_offset = d64_block_offset(image, start);
-    slot.blocks = blocks;
-    slot.closed = true;
-    return d64_write_slot(image, slot) == 1 ? d64_write_map(image) : -1;
+    return room ? 1 : d64_fail(image, DiscReason::NoRoom, "there is no free block left.");
 }
 
 /// How many blocks a file takes. The limit, far above what any disc has, is that of the messages.
-int count_blocks(std::FILE* file) {
-    const auto data_bytes = static_cast<long>(D64_DATA_BYTES);
-    const long most = std::numeric_limits<int>::max() / data_bytes;
-    const long blocks = std::min((file_size(file) + data_bytes - 1) / data_bytes, most);
-    return blocks == 0 && d64_rules().marks_last ? 1 : static_cast<int>(blocks);
+int count_blocks(std::int64_t bytes) {
+    constexpr auto data_bytes = static_cast<std::int64_t>(D64_DATA_BYTES);
+    constexpr std::int64_t most = std::numeric_limits<int>::max() / data_bytes;
+    return static_cast<int>(std::min((bytes + data_bytes - 1) / data_bytes, most));
 }
 
-/// Fills the slot with the host file, from its title to its status.
-int add_content(ImageHandle& image, std::FILE* file, const std::string& host_path, D64Entry& slot) {
-    const int blocks = count_blocks(file);
-    progress_begin("creating '%s' (fstoffs:%08x len:%d)... ", host_path.c_str(),
-                   static_cast<unsigned>(slot.slot_offset), file_bytes(blocks));
-    D64Place start;
-    int result = blocks == 0 ? 1 : write_chain(image, file, blocks, start);
-    if (!d64_rules().all_or_nothing) {
-        progress_end(result); // before the slot is closed
-        return result == 1 ? close_slot(image, slot, start, blocks) : -1;
-    }
-    result = result == 1 ? close_slot(image, slot, start, blocks) : -1;
-    result = result == 1 ? d64_commit_changes(image) : -1;
-    progress_end(result);
-    return result;
-}
-
-int add_file(ImageHandle& image, const std::string& host_path, const std::string& name) {
-    D64Entry* slot = d64_rules().free_slot(image);
-    if (slot == nullptr) {
-        msg_error("image full.");
-        return -1;
-    }
-    open_slot(*slot, name);
-    if (d64_write_slot(image, *slot) != 1) {
-        return -1;
-    }
-    const FilePtr file = file_open(host_path, "rb");
-    if (!file || file_size(file.get()) < 0) {
-        return -1;
-    }
-    return add_content(image, file.get(), host_path, *slot);
-}
-
-/// Runs a change of the disc. One that fails leaves no trace where the rules want that; otherwise
-/// what has been written stays, and what is in memory becomes the disc's again.
-template <typename Change>
-int change_disc(ImageHandle& image, Change change) {
-    const bool all_or_nothing = d64_rules().all_or_nothing;
-    D64State before;
-    if (all_or_nothing) {
-        before = d64_state;
-        d64_gather_changes();
-    }
-    const int result = change();
-    d64_drop_changes();
-    if (result != 1 && all_or_nothing) {
-        d64_state = std::move(before);
-    } else if (result != 1) {
-        d64_read_directory(image);
-    }
-    return result;
-}
-
-/// The blocks of one chain of the file. False when it is damaged.
-bool collect_blocks(ImageHandle& image, const D64Entry& entry, D64Place start,
-                    std::vector<D64Place>& blocks) {
-    const bool protects = d64_rules().protects;
-    D64ChainEnd end = d64_walk_chain(image, start, [&](D64Place place, D64Place) {
-        blocks.push_back(place);
-        return !protects || !d64_holds_slots(image, place);
-    });
-    end = end == D64ChainEnd::Stopped ? D64ChainEnd::System : end;
-    if (end != D64ChainEnd::Marked && (protects || end != D64ChainEnd::System)) {
-        warn_of_chain(entry, end);
+/// The host file's size, and as many of its bytes as a disc could have. False when it cannot be
+/// read.
+bool read_host(const std::string& path, std::int64_t& size, D64Bytes& bytes) {
+    const FilePtr file = file_open(path, "rb");
+    size = file ? file_size(file.get()) : -1;
+    if (size < 0) {
         return false;
     }
-    return true;
+    file_read_bytes(file.get(), D64_DATA_BYTES * D64_BLOCKS, bytes);
+    return std::ferror(file.get()) == 0;
 }
 
-int free_file(ImageHandle& image, D64Entry& entry) {
-    std::vector<D64Place> blocks;
-    const bool has_side = d64_rules().protects && entry.type == D64_TYPE_REL;
-    if (!collect_blocks(image, entry, entry.start, blocks) ||
-        (has_side && !collect_blocks(image, entry, entry.side, blocks))) {
+void begin_write(const DiscEntry& slot, const std::string& host_path, int blocks) {
+    progress_begin("creating '%s' (fstoffs:%08x len:%d)... ", host_path.c_str(),
+                   static_cast<unsigned>(slot.slot_offset), file_bytes(blocks));
+}
+
+/// A host file by the toolkit's own rules. Until it is complete its slot is open, without blocks.
+int add_by_own_rules(ImageHandle& image, const std::string& host_path, const std::string& name) {
+    D64Disc& disc = d64_disc(image);
+    DiscEntry* slot = d64_rules(disc).free_slot(image);
+    if (slot == nullptr) {
+        return d64_fail(image, DiscReason::NoRoom, "there is no free place in the directory.");
+    }
+    slot->closed = slot->locked = false;
+    slot->type = slot->raw_type = DISC_PRG;
+    slot->blocks = 0;
+    slot->start = {}; // or an unfinished file would stand for the blocks of the slot's last one
+    d64_set_name(disc, *slot, d64_to_codes(disc, name));
+    std::int64_t size = 0;
+    D64Bytes bytes;
+    if (d64_write_slot(image, *slot) != 1 || !read_host(host_path, size, bytes)) {
         return -1;
     }
-    for (const D64Place place : blocks) {
-        d64_set_free(place, true);
+    const int blocks = count_blocks(size);
+    ImagePlace start;
+    begin_write(*slot, host_path, blocks);
+    const int result = blocks == 0 ? 1 : write_chain(image, bytes, blocks, start);
+    progress_end(result); // before the slot is closed
+    if (result != 1) {
+        return -1;
     }
-    entry.closed = false;
-    entry.type = 0;
-    entry.raw_type = 0;
-    // The toolkit's own rules leave the lock, so that 0x40 stays as the type byte; this is meant.
-    if (d64_rules().all_or_nothing) {
-        entry.locked = false;
+    slot->start = start;
+    slot->start_offset = d64_block_offset(image, start);
+    slot->blocks = blocks;
+    slot->closed = true;
+    return d64_write_slot(image, *slot) == 1 ? d64_write_map(image) : -1;
+}
+
+int add_by_drive_rules(ImageHandle& image, const std::string& host_path, const std::string& name) {
+    std::int64_t size = 0;
+    D64Bytes bytes;
+    DiscFile file;
+    if (d64_file_name(image, name, file.name) != 1) {
+        return -1;
     }
-    const bool written = d64_write_slot(image, entry) == 1 && d64_write_map(image) == 1;
-    if (!written || !d64_rules().all_or_nothing) {
-        return written ? 1 : -1;
+    if (!read_host(host_path, size, bytes)) {
+        return d64_fail_host(image, "could not read '" + host_path + "'");
     }
-    return d64_commit_changes(image);
+    file.bytes = bytes;
+    bool begun = false;
+    const int result = d64_change(image, D64Change::Adds, [&] {
+        DiscEntry* slot = d64_free_slot(image);
+        if (slot == nullptr) {
+            return -1;
+        }
+        begin_write(*slot, host_path, d64_blocks_of(size));
+        begun = true;
+        return d64_fill_slot(image, *slot, file);
+    });
+    if (begun) {
+        progress_end(result);
+    }
+    return result;
+}
+
+/// Marks what is in use although the map, of a damaged disc, has it free: header, directory and
+/// every block of a file.
+void keep_used_blocks(ImageHandle& image) {
+    D64Disc& disc = d64_disc(image);
+    std::vector<ImagePlace> used = disc.directory;
+    used.push_back(D64_HEADER);
+    for (const DiscEntry& entry : d64_entries(disc)) {
+        if (entry.closed) {
+            std::vector<ImagePlace> blocks;
+            d64_file_blocks(image, entry, blocks);
+            // The open chain of a file by the toolkit's rules goes on behind its last block.
+            blocks.resize(std::min(blocks.size(), static_cast<std::size_t>(entry.blocks)));
+            used.insert(used.end(), blocks.begin(), blocks.end());
+        }
+    }
+    for (const ImagePlace place : used) {
+        if (d64_is_free(image, place)) {
+            d64_set_free(image, place, false);
+        }
+    }
+}
+
+/// Refuses to free blocks that may be somebody else's.
+int check_owner(ImageHandle& image, const DiscEntry& entry, const std::vector<ImagePlace>& blocks,
+                int side_blocks) {
+    const int count = static_cast<int>(blocks.size());
+    if (count != entry.blocks && count - side_blocks != entry.blocks) {
+        return d64_fail(image, DiscReason::Damaged,
+                        "'%s' has %d blocks by the directory and %d by its chain.",
+                        entry.text.c_str(), entry.blocks, count);
+    }
+    for (const DiscEntry& other : d64_entries(d64_disc(image))) {
+        if (other.raw_type == 0 || other.number == entry.number) {
+            continue;
+        }
+        std::vector<ImagePlace> others;
+        d64_file_blocks(image, other, others);
+        const auto shared =
+            std::find_first_of(blocks.begin(), blocks.end(), others.begin(), others.end());
+        if (shared != blocks.end()) {
+            return d64_fail(image, DiscReason::Shared, "block %d/%d belongs to '%s' and to '%s'.",
+                            shared->track, shared->sector, entry.text.c_str(), other.text.c_str());
+        }
+    }
+    return 1;
+}
+
+/// The blocks that deleting the file frees.
+int collect_freed(ImageHandle& image, const DiscEntry& entry, std::vector<ImagePlace>& blocks) {
+    const bool drive = d64_rules(d64_disc(image)).drive;
+    int side_blocks = 0;
+    const D64ChainEnd end =
+        drive ? d64_file_blocks(image, entry, blocks, &side_blocks)
+              : d64_walk_chain(image, entry.start, [&](ImagePlace place, ImagePlace) {
+                    blocks.push_back(place);
+                    return true;
+                });
+    if (end != D64ChainEnd::Marked && (drive || end != D64ChainEnd::System)) {
+        return fail_chain(image, entry, end);
+    }
+    return drive ? check_owner(image, entry, blocks, side_blocks) : 1;
+}
+
+/// Another name for a file whose own one was given already: "A~2".
+std::string free_name(const std::string& name, std::set<std::string>& names) {
+    std::string free = name;
+    for (int n = 2; !names.insert(free).second; n++) {
+        free = name + "~" + std::to_string(n);
+    }
+    return free;
 }
 
 } // namespace
 
-int d64_extract_file(ImageHandle& image, const std::string& name, const std::string& host_path) {
-    const D64Entry* entry = d64_find(name);
-    if (entry == nullptr) {
-        msg_error("file does not exist.");
+int d64_read_file(ImageHandle& image, const DiscEntry& entry, D64Bytes& bytes) {
+    if (check_plain(image, entry) != 1) {
         return -1;
     }
-    return extract(image, *entry, host_path);
+    int blocks = 0;
+    const D64ChainEnd end =
+        d64_walk_chain(image, entry.start, [&](ImagePlace place, ImagePlace link) {
+            tell_progress(image, ++blocks, entry.blocks);
+            return read_data(image, place, link, bytes);
+        });
+    // Meant: without the drive's rules a chain that runs into the directory is taken as ended.
+    if (end == D64ChainEnd::Marked ||
+        (end == D64ChainEnd::System && !d64_rules(d64_disc(image)).drive)) {
+        return 1;
+    }
+    return fail_chain(image, entry, end == D64ChainEnd::Stopped ? D64ChainEnd::Unreadable : end);
+}
+
+int d64_copy_out(ImageHandle& image, const DiscEntry& entry, const std::string& host_path) {
+    if (image_is_file(image, host_path)) {
+        return d64_fail(image, DiscReason::InUse, "'%s' is the image itself.", host_path.c_str());
+    }
+    D64Bytes bytes;
+    // Over the link reading is slow work, which should not be for nothing.
+    if (image.held && !file_can_write(host_path)) {
+        return d64_fail_host(image, "could not write '" + host_path + "'");
+    }
+    if (d64_read_file(image, entry, bytes) != 1) {
+        return -1;
+    }
+    return write_host(host_path, bytes) == 1
+               ? 1
+               : d64_fail_host(image, "could not write '" + host_path + "'");
+}
+
+int d64_blocks_of(std::int64_t bytes) {
+    return std::max(count_blocks(bytes), 1);
+}
+
+DiscEntry* d64_free_slot(ImageHandle& image, DiscEntry* own) {
+    keep_used_blocks(image);
+    DiscEntry* slot = own != nullptr ? own : d64_rules(d64_disc(image)).free_slot(image);
+    if (slot == nullptr) {
+        d64_fail(image, DiscReason::NoRoom, "there is no free place in the directory.");
+        return nullptr;
+    }
+    // What its last file left between name and size: side sectors, record length, GEOS's part.
+    constexpr std::uint8_t nothing[D64_SLOT_BLOCKS - D64_SLOT_SIDE] = {};
+    slot->side = {};
+    slot->geos = slot->records = false;
+    const auto at = static_cast<std::int64_t>(D64_SLOT_SIDE);
+    return d64_write(image, nothing, slot->slot_offset + at) == 1 ? slot : nullptr;
+}
+
+int d64_fill_slot(ImageHandle& image, DiscEntry& slot, const DiscFile& file) {
+    const int needed = d64_blocks_of(static_cast<std::int64_t>(file.bytes.size()));
+    const int free = d64_free_blocks(image);
+    if (needed > free) {
+        return d64_fail(image, DiscReason::NoRoom, "%d blocks needed, %d free.", needed, free);
+    }
+    if (write_chain(image, file.bytes, needed, slot.start) != 1) {
+        return -1;
+    }
+    slot.start_offset = d64_block_offset(image, slot.start);
+    slot.blocks = needed;
+    slot.type = file.type;
+    slot.closed = true;
+    slot.locked = file.locked;
+    slot.raw_type =
+        static_cast<std::uint8_t>(file.type | D64_CLOSED | (file.locked ? D64_LOCKED : 0));
+    d64_set_name(d64_disc(image), slot, file.name);
+    return d64_write_slot(image, slot) == 1 ? d64_write_map(image) : -1;
+}
+
+int d64_may_delete(ImageHandle& image, const DiscEntry& entry) {
+    return entry.locked && d64_rules(d64_disc(image)).drive
+               ? d64_fail(image, DiscReason::Locked, "'%s' is locked.", entry.text.c_str())
+               : 1;
+}
+
+int d64_free_file(ImageHandle& image, DiscEntry& entry) {
+    std::vector<ImagePlace> blocks;
+    if (collect_freed(image, entry, blocks) != 1) {
+        return -1;
+    }
+    for (const ImagePlace place : blocks) {
+        d64_set_free(image, place, true);
+    }
+    entry.closed = false;
+    entry.type = entry.raw_type = 0;
+    // Meant: the toolkit's own rules leave the lock, so that 0x40 stays as the type byte.
+    if (d64_rules(d64_disc(image)).drive) {
+        entry.locked = false;
+    }
+    return d64_write_slot(image, entry) == 1 ? d64_write_map(image) : -1;
+}
+
+int d64_extract_file(ImageHandle& image, const std::string& name, const std::string& host_path) {
+    const DiscEntry* entry = d64_find(image, name);
+    if (entry == nullptr) {
+        return -1;
+    }
+    ImageHandle source = d64_snapshot(image);
+    return extract(source, *entry, host_path);
 }
 
 int d64_extract_all(ImageHandle& image) {
-    const bool forgives = d64_rules().forgives_extract;
+    ImageHandle source = d64_snapshot(image);
+    D64Disc& disc = d64_disc(source);
+    const bool drive = d64_rules(disc).drive;
     std::set<std::string> names;
     int result = 1;
-    for (const D64Entry& entry : d64_state.entries) {
-        if (entry.start.track == 0 || !d64_is_shown(entry)) {
+    for (const DiscEntry& entry : d64_entries(disc)) {
+        if (entry.start.track == 0 || !d64_is_shown(disc, entry) ||
+            (drive && d64_is_decoration(entry))) {
             continue;
         }
-        std::string name = entry.host_name;
-        while (!forgives && !names.insert(name).second) {
-            name += '~'; // two files may have the same name as a host file's
-        }
-        if (extract(image, entry, name) != 1) {
-            if (forgives) {
-                return 1; // meant: the files before it have been extracted
+        const std::string name = drive ? free_name(entry.host_name, names) : entry.host_name;
+        if (extract(source, entry, name) != 1) {
+            if (!drive) {
+                return 1; // Meant: the files before it have been extracted.
             }
             result = -1;
         }
@@ -278,24 +412,22 @@ int d64_extract_all(ImageHandle& image) {
 }
 
 int d64_write_file(ImageHandle& image, const std::string& host_path, const std::string& name) {
-    if (d64_find(name) != nullptr) {
-        msg_error("file exists.");
-        return -1;
+    if (d64_exists(image, name)) {
+        return d64_fail(image, DiscReason::Exists, "there is a file '%s'.", name.c_str());
     }
-    return change_disc(image, [&] { return add_file(image, host_path, name); });
+    if (d64_rules(d64_disc(image)).drive) {
+        return add_by_drive_rules(image, host_path, name);
+    }
+    return d64_change(image, D64Change::Adds,
+                      [&] { return add_by_own_rules(image, host_path, name); });
 }
 
 int d64_delete_file(ImageHandle& image, const std::string& name) {
-    D64Entry* entry = d64_find(name);
-    if (entry == nullptr) {
-        msg_error("file does not exist.");
+    DiscEntry* entry = d64_find(image, name);
+    if (entry == nullptr || d64_may_delete(image, *entry) != 1) {
         return -1;
     }
-    if (entry->locked && d64_rules().protects) {
-        msg_error("file is locked.");
-        return -1;
-    }
-    return change_disc(image, [&] { return free_file(image, *entry); });
+    return d64_change(image, D64Change::Frees, [&] { return d64_free_file(image, *entry); });
 }
 
 } // namespace kx

@@ -6,6 +6,7 @@
 #include "ui/msg.h"
 #include "util/file.h"
 
+#include <cerrno>
 #include <utility>
 #include <vector>
 
@@ -13,7 +14,7 @@ namespace kx {
 
 namespace {
 
-constexpr std::int64_t D64_IMAGE_BYTES = 174848; // 35 tracks
+constexpr std::int64_t D64_IMAGE_BYTES = IMAGE_BLOCK_BYTES * d64_sectors_before(35 + 1);
 
 int not_implemented(ImageHandle&, const std::string&) {
     msg_error("function not implemented.");
@@ -90,14 +91,18 @@ std::int64_t whole_length(const ImageHandle& image, std::FILE* other_type) {
     return other_type != nullptr ? file_size(other_type) : -1;
 }
 
+int fail_remote(const std::string& name) {
+    msg_error("couldn't open remote image '%s'.", name.c_str());
+    return -1;
+}
+
 int open_remote(ImageHandle& image, const std::string& name) {
     if (name.empty() || name == "default") {
         msg_error("couldn't determine default remote image.");
         return -1;
     }
     if (name != "d64") {
-        msg_error("couldn't open remote image '%s'.", name.c_str());
-        return -1;
+        return fail_remote(name);
     }
     image.held = true;
     image.type = FILETYPE_D64;
@@ -105,17 +110,31 @@ int open_remote(ImageHandle& image, const std::string& name) {
     return 1;
 }
 
+/// By the drive's rules an image is written by one program at a time.
 int open_host(ImageHandle& image, const std::string& name, bool writing) {
     image.type = filetype_from_name(name.substr(name.rfind('/') + 1));
-    return target_imgopen(image, name, writing);
+    if (target_imgopen(image, name, writing) != 1) {
+        return -1;
+    }
+    if (!writing || image.type != FILETYPE_D64 || d64_dos_mode == 0 ||
+        target_imglock(image, name) == 1) {
+        return 1;
+    }
+    if (errno == EWOULDBLOCK) {
+        msg_error("image '%s' is in use.", name.c_str());
+    } else {
+        msg_error("failed to open image '%s' for writing.", name.c_str());
+    }
+    return -1;
 }
 
 int get_range(ImageHandle& image, const std::string& host_path, std::int64_t offset,
               std::int64_t length) {
-    // An old file is replaced when all bytes are there; it may even be the image itself.
+    // An old file is replaced when all bytes are there, and never the image itself.
     const FilePtr copy(std::tmpfile());
     std::vector<std::uint8_t> bytes;
-    const bool copied = copy && target_imgreadfchunk(image, copy.get(), offset, length) == 1 &&
+    const bool copied = copy && !image_is_file(image, host_path) &&
+                        target_imgreadfchunk(image, copy.get(), offset, length) == 1 &&
                         std::fseek(copy.get(), 0, SEEK_SET) == 0 &&
                         file_read_bytes(copy.get(), static_cast<std::uint64_t>(length), bytes) == 0;
     return copied && file_replace(host_path, bytes) == 0 ? 1 : -1;
@@ -130,7 +149,12 @@ int image_open(ImageHandle& image, const std::string& name, bool remote, bool wr
         return -1;
     }
     msg_info("opened image file '%s' type %d.", name.c_str(), image.type);
-    return read_directory(image);
+    if (read_directory(image) != 1) {
+        fail_remote(name); // over a link that does not answer
+        image = {};
+        return -1;
+    }
+    return 1;
 }
 
 void image_close(ImageHandle& image) {

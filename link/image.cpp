@@ -1,6 +1,6 @@
 // Image handles: host files through the C library, held images through the stub's image blocks,
 // and the arithmetic from linear offsets to places on a 1541 disc.
-#include "link/image.h"
+#include "link/image_private.h"
 
 #include "core/active_config.h"
 #include "core/file_type_ids.h"
@@ -9,44 +9,65 @@
 #include "util/file.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
 
 namespace kx {
 
 namespace {
 
-constexpr std::int64_t SECTOR_BYTES = 256;
-
-/// Tracks with the same number of sectors, up to and including `last`.
-struct Zone {
-    int last;
-    int sectors;
-};
-constexpr Zone ZONES[] = {{17, 21}, {24, 19}, {30, 18}, {42, 17}};
-
-struct {
+struct State {
     std::weak_ptr<std::FILE> last; // gone when its handle closes it
+    bool (*fault)(bool writing) = nullptr;
 } state;
+
+bool fails(bool writing) {
+    if (state.fault == nullptr || !state.fault(writing)) {
+        return false;
+    }
+    errno = EIO;
+    return true;
+}
 
 bool range_is_inside(std::int64_t offset, std::size_t length, std::int64_t limit) {
     return offset >= 0 && offset < limit && length <= static_cast<std::size_t>(limit - offset);
 }
 
+/// Meant: only where a read begins is compared with the limit, not where it ends.
+bool may_read_at(std::int64_t offset, std::int64_t limit) {
+    return offset >= 0 && offset < limit;
+}
+
+// Straight to the descriptor: what a stream could not write would wait in its buffer, and be
+// written after all, over what was put back.
+
 int host_read(std::FILE* file, std::span<std::uint8_t> bytes, std::int64_t offset) {
-    if (fseeko(file, offset, SEEK_SET) != 0 ||
-        std::fread(bytes.data(), 1, bytes.size(), file) != bytes.size()) {
-        return -1;
+    while (!bytes.empty()) {
+        const ssize_t done =
+            fails(false) ? -1 : pread(fileno(file), bytes.data(), bytes.size(), offset);
+        if (done <= 0 && !(done < 0 && errno == EINTR)) {
+            return -1;
+        }
+        bytes = bytes.subspan(static_cast<std::size_t>(std::max<ssize_t>(done, 0)));
+        offset += std::max<ssize_t>(done, 0);
     }
     return 1;
 }
 
-/// Flushes, so that a full disc fails the write that met it.
 int host_write(std::FILE* file, std::span<const std::uint8_t> bytes, std::int64_t offset) {
-    if (fseeko(file, offset, SEEK_SET) != 0 ||
-        std::fwrite(bytes.data(), 1, bytes.size(), file) != bytes.size()) {
-        return -1;
+    while (!bytes.empty()) {
+        const ssize_t done =
+            fails(true) ? -1 : pwrite(fileno(file), bytes.data(), bytes.size(), offset);
+        if (done < 0 && errno != EINTR) {
+            return -1;
+        }
+        bytes = bytes.subspan(static_cast<std::size_t>(std::max<ssize_t>(done, 0)));
+        offset += std::max<ssize_t>(done, 0);
     }
-    return std::fflush(file) == 0 ? 1 : -1;
+    return 1;
 }
 
 bool memory_has(const ImageHandle& image, std::int64_t offset, std::size_t length) {
@@ -68,7 +89,7 @@ int for_each_chunk(std::size_t length, std::int64_t offset, const char* verb, Tr
     }
     std::size_t done = 0;
     for (;;) {
-        const std::size_t chunk = std::min<std::size_t>(SECTOR_BYTES, length - done);
+        const std::size_t chunk = std::min<std::size_t>(IMAGE_BLOCK_BYTES, length - done);
         const std::int64_t from = offset + static_cast<std::int64_t>(done);
         ImagePlace place;
         if (image_place(from, place) != 1) {
@@ -81,7 +102,7 @@ int for_each_chunk(std::size_t length, std::int64_t offset, const char* verb, Tr
         }
         done += chunk;
         // Meant: a length that is a multiple of 256 ends with a command of 0 bytes.
-        if (chunk < SECTOR_BYTES) {
+        if (chunk < IMAGE_BLOCK_BYTES) {
             return 1;
         }
     }
@@ -89,29 +110,21 @@ int for_each_chunk(std::size_t length, std::int64_t offset, const char* verb, Tr
 
 } // namespace
 
-int d64_sectors_before(int track) {
-    if (track < 1 || track > ZONES[std::size(ZONES) - 1].last + 1) {
-        return 0;
-    }
-    int sectors = 0;
-    int first = 1;
-    for (const Zone& zone : ZONES) {
-        sectors += zone.sectors * std::clamp(track - first, 0, zone.last - first + 1);
-        first = zone.last + 1;
-    }
-    return sectors;
+void image_set_fault(bool (*fault)(bool writing)) {
+    state.fault = fault;
 }
 
 int image_place(std::int64_t offset, ImagePlace& place) {
     if (offset < 0 || offset >= IMAGE_HELD_LIMIT) {
         return -1;
     }
-    const int block = static_cast<int>(offset / SECTOR_BYTES);
+    const int block = static_cast<int>(offset / IMAGE_BLOCK_BYTES);
     int track = 1;
     while (block >= d64_sectors_before(track + 1)) {
         track++;
     }
-    place = {track, block - d64_sectors_before(track), static_cast<int>(offset % SECTOR_BYTES)};
+    place = {track, block - d64_sectors_before(track),
+             static_cast<int>(offset % IMAGE_BLOCK_BYTES)};
     return 1;
 }
 
@@ -127,6 +140,36 @@ int target_imgopen(ImageHandle& image, const std::string& path, bool writing) {
     }
     state.last = image.file;
     return 1;
+}
+
+int target_imglock(ImageHandle& image, const std::string& path) {
+    // Whoever had the lock before may have put a new file in the locked one's place.
+    for (int tries = 0; tries < 8; tries++) {
+        if (flock(fileno(image.file.get()), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+            return -1;
+        }
+        if (image_is_file(image, path)) {
+            return 1;
+        }
+        const bool was_last = state.last.lock() == image.file;
+        image.file = file_open(path, "r+b");
+        if (!image.file) {
+            return -1;
+        }
+        if (was_last) {
+            state.last = image.file;
+        }
+    }
+    errno = EWOULDBLOCK;
+    return -1;
+}
+
+bool image_is_file(const ImageHandle& image, const std::string& path) {
+    struct stat opened = {};
+    struct stat named = {};
+    return image.file && fstat(fileno(image.file.get()), &opened) == 0 &&
+           stat(path.c_str(), &named) == 0 && opened.st_dev == named.st_dev &&
+           opened.st_ino == named.st_ino;
 }
 
 std::int64_t image_size(const ImageHandle& image) {
@@ -155,7 +198,7 @@ int target_imgread(ImageHandle& image, std::span<std::uint8_t> bytes, std::int64
         std::copy_n(image.memory->begin() + offset, bytes.size(), bytes.begin());
         return 1;
     }
-    if (!image.file || !range_is_inside(offset, bytes.size(), image.access_limit)) {
+    if (!image.file || !may_read_at(offset, image.access_limit)) {
         return -1;
     }
     return host_read(image.file.get(), bytes, offset);
@@ -172,7 +215,7 @@ int target_imgwrite(ImageHandle& image, std::span<const std::uint8_t> bytes, std
         std::copy(bytes.begin(), bytes.end(), image.memory->begin() + offset);
         return 1;
     }
-    if (!image.file || !range_is_inside(offset, bytes.size(), image.access_limit)) {
+    if (!image.file || offset < 0) {
         return -1;
     }
     return host_write(image.file.get(), bytes, offset);
@@ -227,7 +270,7 @@ int kx_d64img_writeblock(ImageHandle& image, std::span<const std::uint8_t> bytes
 
 int image_file_read(std::int64_t offset, std::span<std::uint8_t> bytes) {
     const std::shared_ptr<std::FILE> file = state.last.lock();
-    if (!file || !range_is_inside(offset, bytes.size(), IMAGE_ACCESS_LIMIT)) {
+    if (!file || !may_read_at(offset, IMAGE_ACCESS_LIMIT)) {
         return -1;
     }
     return host_read(file.get(), bytes, offset);
@@ -235,7 +278,7 @@ int image_file_read(std::int64_t offset, std::span<std::uint8_t> bytes) {
 
 int image_file_write(std::int64_t offset, std::span<const std::uint8_t> bytes) {
     const std::shared_ptr<std::FILE> file = state.last.lock();
-    if (!file || !range_is_inside(offset, bytes.size(), IMAGE_ACCESS_LIMIT)) {
+    if (!file || offset < 0) {
         return -1;
     }
     return host_write(file.get(), bytes, offset);

@@ -1,6 +1,7 @@
 // Image handles: disc images as host files, or held by the target and reached through the stub.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -15,11 +16,33 @@ namespace kx {
 constexpr int IMAGE_KIND_D64 = 0;
 constexpr int IMAGE_KIND_HELD = 8;
 
-/// Host images are not accessed from this offset on. Odd, and kept.
+/// Host images are not read from this offset on.
+/// Meant: it is odd.
 constexpr std::int64_t IMAGE_ACCESS_LIMIT = 0x57057FFF;
 
+/// Bytes of a block, which is a sector of a 1541 disc.
+constexpr std::int64_t IMAGE_BLOCK_BYTES = 256;
+
+/// Tracks of a 1541 disc with the same number of sectors, up to and including `last`.
+struct ImageZone {
+    int last;
+    int sectors;
+};
+constexpr ImageZone IMAGE_ZONES[] = {{17, 21}, {24, 19}, {30, 18}, {42, 17}};
+
+/// Sectors of the tracks before `track` (1 to 43) on a 1541 disc; 0 for any other track.
+constexpr int d64_sectors_before(int track) {
+    int sectors = 0;
+    int first = 1;
+    for (const ImageZone& zone : IMAGE_ZONES) {
+        sectors += zone.sectors * std::clamp(track - first, 0, zone.last - first + 1);
+        first = zone.last + 1;
+    }
+    return track <= first ? sectors : 0;
+}
+
 /// Bytes of a 1541 image of 41 tracks: offsets from here on are refused on the link.
-constexpr std::int64_t IMAGE_HELD_LIMIT = std::int64_t{256} * 785;
+constexpr std::int64_t IMAGE_HELD_LIMIT = IMAGE_BLOCK_BYTES * d64_sectors_before(42);
 
 /// A place on a 1541 disc.
 struct ImagePlace {
@@ -44,9 +67,6 @@ struct ImageHandle {
     std::shared_ptr<D64Disc> disc = nullptr; // from the first reading of the directory on
 };
 
-/// Sectors of the tracks before `track` (1 to 43) on a 1541 disc; 0 for any other track.
-int d64_sectors_before(int track);
-
 /// Track (from 1), sector and byte of a linear offset. 1; -1, and `place` untouched, for an
 /// offset below 0 or from IMAGE_HELD_LIMIT on.
 int image_place(std::int64_t offset, ImagePlace& place);
@@ -56,6 +76,15 @@ int image_place(std::int64_t offset, ImagePlace& place);
 /// one is opened or this one is closed.
 int target_imgopen(ImageHandle& image, const std::string& path, bool writing);
 
+/// Locks a file that was opened for writing, at `path`: nobody else can then do the same. When the
+/// name has come to lead to another file meanwhile, that one is opened and locked. 1, or -1 with
+/// errno, which is EWOULDBLOCK when somebody else has the lock. On a file system without locks
+/// everybody gets it. The lock goes with the handle's file.
+int target_imglock(ImageHandle& image, const std::string& path);
+
+/// Whether `path` leads to the image's file.
+bool image_is_file(const ImageHandle& image, const std::string& path);
+
 /// Bytes of the image: of a held one those that can be reached, 0 when none is open.
 std::int64_t image_size(const ImageHandle& image);
 
@@ -63,7 +92,8 @@ std::int64_t image_size(const ImageHandle& image);
 void target_imgclose(ImageHandle& image);
 
 /// Bytes from or to an offset of the image. 1, or -1 when not all could be transferred: also for
-/// an image that is not open, and for a held one that is no D64.
+/// an image that is not open, for a held one that is no D64, and for reading from the access limit
+/// on. An image in memory does not grow.
 int target_imgread(ImageHandle& image, std::span<std::uint8_t> bytes, std::int64_t offset);
 int target_imgwrite(ImageHandle& image, std::span<const std::uint8_t> bytes, std::int64_t offset);
 

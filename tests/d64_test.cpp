@@ -39,8 +39,8 @@ std::string chars(std::initializer_list<int> codes) {
 std::string formatted(std::size_t bytes = 174848) {
     std::string image(bytes, '\0');
     for (int track = 1; track <= 35; track++) {
-        const int bits = (1 << d64_sectors(track)) - 1;
-        put(image, at(18, 0, 4 * track), chars({d64_sectors(track), bits, bits >> 8, bits >> 16}));
+        const int bits = (1 << disc_sectors(track)) - 1;
+        put(image, at(18, 0, 4 * track), chars({disc_sectors(track), bits, bits >> 8, bits >> 16}));
     }
     put(image, at(18, 0, 4 * 18), "\x11\xFC");
     put(image, at(18, 0), chars({18, 1, 'A'}));
@@ -151,11 +151,11 @@ TEST_F(D64, ExtractsAsTheChainSays) {
         {"none", 17, chars({0, 0}), 254, 254},
         {"one more than the block", 17, chars({0, 255}), 254 + 255, 254 + 254},
         {"254, but the image ends", 17, chars({35, 16}), 254 * 2 + 200, 254 * 2 + 200},
-        {"into the header", 17, chars({18, 0}), 254 * 2, 254 * 2},
+        {"into the header", 17, chars({18, 0}), 254 * 2, -1},
         {"a circle", 17, chars({17, 0}), -1, -1},
         {"beyond the disc", 17, chars({43, 0}), -1, -1},
         {"beyond the image", 17, chars({36, 0}), -1, -1},
-        {"no first block", 0, chars({0, 9}), 0, 0},
+        {"no first block", 0, chars({0, 9}), 0, -1},
     };
     for (const auto& [what, track, link, bytes_own, bytes_dos] : rows) {
         std::string disc = formatted();
@@ -200,7 +200,7 @@ TEST_F(D64, ExtractsAllUnderNamesThatStayHere) {
     };
     EXPECT_THAT(extracted(), UnorderedElementsAre("_.", "_._UP", "_RC", "__[M", "_", "A_B"));
     d64_dos_mode = 1; // nothing scratched, and none over another
-    EXPECT_THAT(extracted(), UnorderedElementsAre("_.", "_._UP", "__[M", "_", "A_B", "A_B~", "_~"));
+    EXPECT_THAT(extracted(), UnorderedElementsAre("_.", "_._UP", "__[M", "_", "A_B", "A_B~2", "_~2"));
 }
 
 TEST_F(D64, WritesByItsOwnRules) {
@@ -240,7 +240,7 @@ TEST_F(D64, DosModeWritesAsTheDriveDoes) {
     open(formatted());
     ASSERT_EQ(write("long", random_bytes(22 * 254 + 1)), 1); // a track and two blocks
     std::string chain;
-    d64_walk_chain(image, {17, 0}, [&](D64Place, D64Place link) {
+    d64_walk_chain(image, {17, 0}, [&](ImagePlace, ImagePlace link) {
         chain += std::to_string(link.track) + "/" + std::to_string(link.sector) + " ";
         return true;
     });

@@ -106,7 +106,6 @@ TEST_F(TargetMemory, ReadsAndWritesImageFilesThemselvesOrAsMemory) {
         EXPECT_EQ(target_imgread(image, back, offset), -1) << offset;
         EXPECT_EQ(mem_read_block(back, static_cast<std::uint32_t>(offset)), -1) << offset;
     }
-    EXPECT_EQ(mem_write_block(0x57057FFE, Bytes{1, 2}), -1);
     EXPECT_EQ(mem_write_block(8, Bytes{'X', 'Y'}), 1);
     EXPECT_EQ(mem_read_block(back, 7), 1);
     EXPECT_THAT(back, ElementsAre('7', 'X', 'Y'));
@@ -122,6 +121,12 @@ TEST_F(TargetMemory, ReadsAndWritesImageFilesThemselvesOrAsMemory) {
     EXPECT_EQ(test::read_file(dir.file("host")), "abcXY");
     target_imgclose(image);
     EXPECT_EQ(mem_read_block(back, 0), -1);
+    // The limit is for where a read begins.
+    EXPECT_EQ(target_imgopen(image, path, true), 1);
+    EXPECT_EQ(target_imgwrite(image, Bytes{1, 2, 3}, IMAGE_ACCESS_LIMIT - 1), 1);
+    EXPECT_EQ(target_imgread(image, back, IMAGE_ACCESS_LIMIT - 1), 1);
+    EXPECT_THAT(back, ElementsAre(1, 2, 3));
+    EXPECT_EQ(target_imgread(image, back, IMAGE_ACCESS_LIMIT), -1);
 }
 
 TEST_F(TargetMemory, ReadsAndWritesHeldImagesInBlocksOnTheDisc) {
