@@ -200,7 +200,8 @@ TEST_F(D64, ExtractsAllUnderNamesThatStayHere) {
     };
     EXPECT_THAT(extracted(), UnorderedElementsAre("_.", "_._UP", "_RC", "__[M", "_", "A_B"));
     d64_dos_mode = 1; // nothing scratched, and none over another
-    EXPECT_THAT(extracted(), UnorderedElementsAre("_.", "_._UP", "__[M", "_", "A_B", "A_B~2", "_~2"));
+    EXPECT_THAT(extracted(),
+                UnorderedElementsAre("_.", "_._UP", "__[M", "_", "A_B", "A_B~2", "_~2"));
 }
 
 TEST_F(D64, WritesByItsOwnRules) {
