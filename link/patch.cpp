@@ -55,13 +55,19 @@ void write_patch(const Record& record, std::uint32_t match_address) {
     }
 }
 
-void report(const std::string& name, int count, const std::vector<std::uint32_t>& matches) {
-    if (count == 0) {
-        msg_warning("%s not patched", name.c_str());
+struct State {
+    PatchResult result;
+};
+State state;
+
+void report() {
+    const PatchResult& result = state.result;
+    if (result.count == 0) {
+        msg_warning("%s not patched", result.name.c_str());
         return;
     }
-    msg_info("%s patch applied %d time(s).", name.c_str(), count);
-    for (const std::uint32_t address : matches) {
+    msg_info("%s patch applied %d time(s).", result.name.c_str(), result.count);
+    for (const std::uint32_t address : result.addresses) {
         msg_info("address = %08x", address);
     }
 }
@@ -109,16 +115,21 @@ void read_patch_file(IniDocument& doc) {
 
 } // namespace
 
+const PatchResult& patch_last_result() {
+    return state.result;
+}
+
 int patch_search_apply(const std::string& name, std::span<const std::uint8_t> bytes,
                        std::uint32_t start, std::uint32_t size) {
     const Record record{bytes};
     const std::size_t mlen = record.mlen();
-    std::vector<std::uint32_t> matches;
-    int count = 0;
+    PatchResult& result = state.result;
+    result = {};
+    result.name = name;
     // A range that reaches the end of the 32-bit address space counts as wrapping, like an empty
     // one; a pattern of no bytes matches nowhere.
     if (static_cast<std::uint32_t>(start + size) <= start || mlen == 0) {
-        report(name, count, matches);
+        report();
         return 1;
     }
     const bool keyboard = has_keyboard();
@@ -135,16 +146,16 @@ int patch_search_apply(const std::string& name, std::span<const std::uint8_t> by
             i = 0;
         } else if (++i == mlen) {
             const auto match = static_cast<std::uint32_t>(address - mlen + 1);
-            if (matches.size() < PATCH_MATCHES_MAX) {
-                matches.push_back(match);
+            if (result.addresses.size() < PATCH_MATCHES_MAX) {
+                result.addresses.push_back(match);
             }
-            count++;
+            result.count++;
             write_patch(record, match);
             i = 0;
         }
         progress_update(static_cast<int>(std::min<std::uint32_t>(done, INT_MAX)), total);
     }
-    report(name, count, matches);
+    report();
     return 1;
 }
 

@@ -11,6 +11,14 @@ namespace kx {
 
 constexpr std::size_t PATCH_MATCHES_MAX = 64; // addresses kept for the report
 
+/// What the last search did.
+struct PatchResult {
+    std::string name;                     // of the patch
+    int count = 0;                        // places that were patched
+    std::vector<std::uint32_t> addresses; // of the first PATCH_MATCHES_MAX of them
+};
+const PatchResult& patch_last_result();
+
 /// 1, or -1 when the user ended the search with ESC; what was patched by then stays patched.
 int patch_search_apply(const std::string& name, std::span<const std::uint8_t> record,
                        std::uint32_t start, std::uint32_t size);

@@ -55,12 +55,6 @@ std::string installed_base() {
     return (program.parent_path().parent_path() / "share/kx").string();
 }
 
-int use_base(const std::string& path, const char* why) {
-    active_config.base_dir = path + "/";
-    report_detail("base directory " + path + " (" + why + ")");
-    return 0;
-}
-
 /// The first that is not empty of an option, a variable and a value of the file.
 std::string choose(const char* what, const std::string& option, const char* variable,
                    const std::string& file) {
@@ -139,6 +133,36 @@ int choose_port() {
     return 0;
 }
 
+/// Looks at the places a base directory may be, in their order. False, and what is wrong in `why`.
+bool look(std::string& why) {
+    struct Place {
+        std::string path;
+        const char* what;
+        bool named; // by the user: nothing else is looked at
+    };
+    const Place places[] = {{globals.base, "--base", true},
+                            {environment("KXPATH"), "KXPATH", true},
+                            {user_base(), "yours", false},
+                            {installed_base(), "the installed one", false}};
+    for (const Place& place : places) {
+        if (place.path.empty()) {
+            continue;
+        }
+        if (is_base(place.path)) {
+            active_config.base_dir = place.path + "/";
+            report_detail("base directory " + place.path + " (" + place.what + ")");
+            return true;
+        }
+        if (place.named) {
+            why = place.path + ": no base directory: neither config/ nor kx.ini is in it (" +
+                  place.what + ")";
+            return false;
+        }
+    }
+    why = "no base directory: KXPATH is not set, and there is no " + user_base();
+    return false;
+}
+
 } // namespace
 
 std::string baud_rates_text() {
@@ -153,32 +177,13 @@ std::string baud_rates_text() {
 }
 
 int base_find() {
-    struct Named {
-        std::string path;
-        const char* what;
-    };
-    for (const Named& named : {Named{globals.base, "--base"}, {environment("KXPATH"), "KXPATH"}}) {
-        if (named.path.empty()) {
-            continue;
-        }
-        if (is_base(named.path)) {
-            return use_base(named.path, named.what);
-        }
-        return report_fail(KxError::NoBase,
-                           named.path +
-                               ": no base directory: neither config/ nor kx.ini is in it (" +
-                               named.what + ")",
-                           "kx-init makes one");
-    }
-    if (is_base(user_base())) {
-        return use_base(user_base(), "yours");
-    }
-    if (is_base(installed_base())) {
-        return use_base(installed_base(), "the installed one");
-    }
-    return report_fail(KxError::NoBase,
-                       "no base directory: KXPATH is not set, and there is no " + user_base(),
-                       "kx-init makes one");
+    std::string why;
+    return look(why) ? 0 : report_fail(KxError::NoBase, why, "kx-init makes one");
+}
+
+bool base_find_quietly() {
+    std::string why;
+    return look(why);
 }
 
 std::string base_setting(const char* section, const char* key, const std::string& otherwise) {
@@ -187,13 +192,6 @@ std::string base_setting(const char* section, const char* key, const std::string
     const std::string value =
         exists(path) && ini_read(path, document) == 0 ? get_string(document, section, key) : "";
     return value.empty() ? otherwise : value;
-}
-
-bool base_find_quietly() {
-    const std::string named = !globals.base.empty() ? globals.base : environment("KXPATH");
-    const bool there =
-        !named.empty() ? is_base(named) : is_base(user_base()) || is_base(installed_base());
-    return there && base_find() == 0;
 }
 
 std::vector<std::string> base_config_names(const std::string& type) {

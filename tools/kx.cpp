@@ -6,6 +6,7 @@
 #include "tools/nearest.h"
 #include "tools/report.h"
 #include "tools/verbs.h"
+#include "util/signals.h"
 
 #include <algorithm>
 #include <csignal>
@@ -145,6 +146,7 @@ int run_without_verb(const std::vector<std::string>& words) {
 } // namespace
 
 int kx_run(int argc, char** argv) {
+    signals_ignore_failed_writes();
     std::signal(SIGPIPE, SIG_DFL); // a reader that has seen enough ends kx without a word
     std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
     const std::size_t at = find_verb(words);

@@ -224,13 +224,10 @@ std::string options_help(std::span<const Option> options) {
     constexpr std::size_t COLUMN = 24;
     std::string text;
     for (const Option& option : options) {
-        if (is_argument(option)) {
-            continue;
-        }
-        std::string line = "  ";
         const std::vector<std::string> names = split(option.names, ',');
-        line += names.front().starts_with("--") ? "    " + names.front() : names.front();
-        line += names.size() > 1 ? ", " + names.back() : "";
+        const bool long_only = names.front().starts_with("--");
+        std::string line = std::string(long_only ? 6 : 2, ' ') + names.front() +
+                           (names.size() > 1 ? ", " + names.back() : "");
         if (holds<OptionalText*>(option)) {
             line += std::string("[=") + option.value + "]";
         } else if (option.value[0] != '\0') {

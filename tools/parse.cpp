@@ -159,4 +159,8 @@ int parse_seconds(std::string_view text, std::uint32_t& milliseconds, std::strin
     return 0;
 }
 
+std::string address_text(std::uint64_t address) {
+    return text_printf("$%04llX", static_cast<unsigned long long>(address));
+}
+
 } // namespace kx

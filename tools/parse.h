@@ -34,4 +34,7 @@ int parse_range(std::string_view text, const SymTable* symbols, AddressRange& ra
 /// Seconds with up to three decimals, "0.1" to "600", as milliseconds.
 int parse_seconds(std::string_view text, std::uint32_t& milliseconds, std::string& error);
 
+/// "$0801": four digits, or as many as it takes.
+std::string address_text(std::uint64_t address);
+
 } // namespace kx

@@ -115,12 +115,17 @@ void keep_error(const std::string& text) {
     state.told += (state.told.empty() ? "" : "; ") + one_line(text);
 }
 
+// What the library tells is for those who look for something.
 void library_warning(const std::string& text) {
-    report_warning(one_line(text));
+    if (globals.verbose > 0) {
+        report_warning(one_line(text));
+    }
 }
 
 void library_info(const std::string& text) {
-    report_detail(one_line(text));
+    if (globals.verbose > 1) {
+        report_detail(one_line(text));
+    }
 }
 
 /// The INI module says that a file is not there, and goes on, or that a section is not, and ends
@@ -128,7 +133,7 @@ void library_info(const std::string& text) {
 void ini_report(const char* text) {
     const std::string line = one_line(text);
     if (!line.starts_with("error")) {
-        report_detail(line);
+        library_info(line);
         return;
     }
     const int status = report_fail(KxError::BadConfig, line.substr(line.find(' ') + 1));

@@ -7,16 +7,12 @@
 
 namespace kx {
 
-extern const Verb verb_dump;
-extern const Verb verb_ports;
-extern const Verb verb_fake;
+extern const Verb verb_patch, verb_view, verb_dump, verb_symbols, verb_ports, verb_fake;
 
 namespace {
 
 constexpr const Verb* table[] = {
-    &verb_dump,
-    &verb_ports,
-    &verb_fake,
+    &verb_patch, &verb_view, &verb_dump, &verb_symbols, &verb_ports, &verb_fake,
 };
 
 constexpr Option globals_table[] = {

@@ -243,7 +243,7 @@ int view_run(ViewPane& pane, LineSource& source, ViewPane* pane2, LineSource* so
     state.cols = -1;
     state.rows = -1;
     split_standard_input(source);
-    Shown first{.pane = &pane, .source = &source};
+    Shown first{.pane = &pane, .source = &source, .top = pane.first};
     Shown other{.pane = pane2, .source = source2};
     Shown* const second = pane2 != nullptr && source2 != nullptr ? &other : nullptr;
     for (;;) {

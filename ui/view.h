@@ -12,6 +12,7 @@ namespace kx {
 /// One text shown. What the screen has of it is kept, so that it is drawn only when it changed.
 struct ViewPane {
     LineDoc doc;
+    int first = 0;             // line at the top when `view_run` begins, from 0 on
     int offset = 0;            // first column shown
     unsigned drawn_screen = 0; // which cleared screen it was drawn on; 0: none
     int drawn_top = 0;         // the first line and column drawn

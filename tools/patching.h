@@ -1,0 +1,37 @@
+// Smart patches on bytes of the host: for files, and for programs before they are sent.
+#pragma once
+
+#include "link/patch.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace kx {
+
+/// A patch that was applied, and where.
+struct PatchedBy {
+    std::string section;
+    PatchResult result;
+};
+
+/// Applies patches of the file `patch_file` to bytes that belong to the addresses from `address`
+/// on: those of `sections`, without any those that its section `patches_auto` lists. Uses the
+/// simulator, so not while a session is open; the active configuration is left as it was. 0, or the
+/// exit status of the failure, which has been reported; the bytes are as they were then.
+int patching_apply(const std::string& patch_file, const std::vector<std::string>& sections,
+                   std::uint32_t address, std::vector<std::uint8_t>& bytes,
+                   std::vector<PatchedBy>& applied);
+
+/// A patch of a file.
+struct PatchInfo {
+    std::string section;
+    std::string name;
+    bool automatic = false; // `patches_auto` lists it
+};
+int patching_list(const std::string& patch_file, std::vector<PatchInfo>& patches);
+
+/// "no colour marks: 2 places: $0912 $0A40"
+std::string patching_text(const PatchedBy& patch);
+
+} // namespace kx

@@ -1,0 +1,161 @@
+// kx patch: smart patches on a program file.
+#include "core/active_config.h"
+#include "tools/base.h"
+#include "tools/global.h"
+#include "tools/host.h"
+#include "tools/patching.h"
+#include "tools/report.h"
+#include "tools/verbs.h"
+#include "util/ascii.h"
+#include "util/bytes.h"
+#include "util/text.h"
+
+#include <unistd.h>
+#include <vector>
+
+namespace kx {
+
+namespace {
+
+struct State {
+    std::string file;
+    std::string output;
+    bool in_place = false;
+    std::vector<std::string> names;
+    std::string patches;
+    bool list = false;
+};
+State state;
+
+constexpr Option options[] = {
+    {"[FILE]", &state.file, "", "a program; a .prg begins with its load address"},
+    {"-o,--output", &state.output, "FILE", "write the patched program there"},
+    {"-i,--in-place", &state.in_place, "", "write it over FILE, and keep FILE.orig"},
+    {"--name", &state.names, "SECTION",
+     "apply this patch; may come again (those listed as automatic)"},
+    {"--patches", &state.patches, "FILE", "patch file (the target's)"},
+    {"--list", &state.list, "", "the patches of the patch file"},
+};
+
+int find_patch_file() {
+    IniDocument document;
+    if (const int status = state.patches.empty() ? target_load(document) : 0) {
+        return status;
+    }
+    if (state.patches.empty()) {
+        state.patches = active_config.patch_file;
+    }
+    return 0;
+}
+
+int list_patches() {
+    std::vector<PatchInfo> patches;
+    if (const int status = patching_list(state.patches, patches)) {
+        return status;
+    }
+    Json array = Json::array();
+    for (const PatchInfo& patch : patches) {
+        Json json;
+        json.set("section", patch.section);
+        json.set("name", patch.name);
+        json.set("automatic", patch.automatic);
+        array.append(std::move(json));
+        report_line(ascii_escape(text_printf("%-20s %-4s  %s", patch.section.c_str(),
+                                             patch.automatic ? "auto" : "", patch.name.c_str())));
+    }
+    report_json().set("patches", std::move(array));
+    return 0;
+}
+
+int tell(const std::vector<PatchedBy>& applied) {
+    int places = 0;
+    Json array = Json::array();
+    for (const PatchedBy& patch : applied) {
+        places += patch.result.count;
+        report_line(ascii_escape(patching_text(patch)));
+        Json addresses = Json::array();
+        for (const std::uint32_t address : patch.result.addresses) {
+            addresses.append(address);
+        }
+        Json json;
+        json.set("section", patch.section);
+        json.set("name", patch.result.name);
+        json.set("places", patch.result.count);
+        json.set("addresses", std::move(addresses));
+        array.append(std::move(json));
+    }
+    report_json().set("file", state.file);
+    report_json().set("patches", std::move(array));
+    return places;
+}
+
+int write_result(const std::vector<std::uint8_t>& before, const std::vector<std::uint8_t>& after) {
+    const std::string path = state.in_place ? state.file : state.output;
+    if (path.empty() || globals.dry_run) {
+        report_done(globals.dry_run ? "nothing was written (dry run)"
+                                    : "nothing was written: give -o FILE or -i");
+        return 0;
+    }
+    const std::string original = state.file + ".orig";
+    if (state.in_place && access(original.c_str(), F_OK) != 0) {
+        if (const int status = host_write(original, before)) {
+            return status;
+        }
+    }
+    return host_write(path, after);
+}
+
+int patch_file() {
+    std::vector<std::uint8_t> before;
+    if (const int status = host_read(state.file, before)) {
+        return status;
+    }
+    const bool prg = host_ending(state.file) == "prg";
+    if (before.size() < (prg ? 3 : 1)) {
+        return report_fail(KxError::HostFile, state.file + ": too short for a program");
+    }
+    const std::uint32_t address = prg ? get16le(before.data()) : 0;
+    const std::ptrdiff_t head = prg ? 2 : 0;
+    std::vector<std::uint8_t> after(before.begin() + head, before.end());
+    std::vector<PatchedBy> applied;
+    if (const int status = patching_apply(state.patches, state.names, address, after, applied)) {
+        return status;
+    }
+    after.insert(after.begin(), before.begin(), before.begin() + head);
+    if (tell(applied) == 0) {
+        return report_fail(KxError::NotFound, state.file + ": no patch fits; nothing was written");
+    }
+    return write_result(before, after);
+}
+
+int run() {
+    if (state.list ? !state.file.empty() : state.file.empty()) {
+        return report_fail(KxError::Usage, state.list ? "--list takes no FILE" : "FILE is missing");
+    }
+    if (state.in_place && !state.output.empty()) {
+        return report_fail(KxError::Usage, "-i and -o exclude each other");
+    }
+    if (state.in_place && state.file == "-") {
+        return report_fail(KxError::Usage, "-i needs a file, not standard input");
+    }
+    if (globals.json && state.output == "-") {
+        return report_fail(KxError::Usage, "--json and -o - want the same standard output");
+    }
+    if (const int status = find_patch_file()) {
+        return status;
+    }
+    return state.list ? list_patches() : patch_file();
+}
+
+} // namespace
+
+extern const Verb verb_patch = {
+    .name = "patch",
+    .alias = nullptr,
+    .synopsis = "FILE [-o FILE | -i] [--name SECTION]... [--patches FILE]",
+    .summary = "smart patches on a program file",
+    .options = options,
+    .run = run,
+};
+
+} // namespace kx
