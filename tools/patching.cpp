@@ -2,7 +2,6 @@
 #include "tools/patching.h"
 
 #include "core/active_config.h"
-#include "core/config/config.h"
 #include "core/simulator.h"
 #include "ini/ini.h"
 #include "link/target_memory.h"
@@ -10,6 +9,7 @@
 #include "tools/nearest.h"
 #include "tools/parse.h"
 #include "tools/report.h"
+#include "ui/msg_items.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -61,9 +61,8 @@ int read_patch_file(const std::string& path, IniDocument& document) {
 /// The sections that `patches_auto` lists.
 std::vector<std::string> automatic_sections(const IniDocument& document) {
     std::vector<std::string> sections;
-    const int count = ini_find_section(document, AUTOMATIC) != nullptr
-                          ? config_item_count(document, AUTOMATIC)
-                          : 0;
+    const int count =
+        ini_find_section(document, AUTOMATIC) != nullptr ? msg_items_count(document, AUTOMATIC) : 0;
     for (int i = 0; i < count; i++) {
         std::string section;
         ini_get_string(document, section, AUTOMATIC, "n" + std::to_string(i));

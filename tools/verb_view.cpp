@@ -39,10 +39,7 @@ void load_colours() {
         key_backcolour[i] = bar ? WHITE : BLACK;
     }
     if (base_find_quietly()) {
-        col_scheme_path = config_path_of(base_setting("colors", "default", "col_kx"));
-        if (access(col_scheme_path.c_str(), R_OK) == 0) {
-            col_loadscheme("colors");
-        }
+        config_load_scheme(base_setting("colors", "default", "col_kx"));
     }
 }
 
