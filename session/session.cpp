@@ -9,9 +9,11 @@
 #include "files/membank.h"
 #include "fileserver/fileserver.h"
 #include "link/port.h"
+#include "link/stub.h"
 #include "link/target_memory.h"
 #include "symfiles/symfiles.h"
 #include "ui/msg.h"
+#include "util/fd.h"
 #include "util/file.h"
 
 #include <cerrno>
@@ -44,10 +46,9 @@ int fail(Session& session, SessionCause cause, std::string text) {
 
 /// 0 when there is a file with something in it, otherwise the error that keeps it from being read.
 int read_error(const std::string& path) {
-    errno = 0;
     const FilePtr file = file_open(path, "rb");
     if (file == nullptr) {
-        return errno != 0 ? errno : EISDIR;
+        return file_last_error().error;
     }
     return file_size(file.get()) > 0 ? 0 : ENODATA;
 }
@@ -146,7 +147,11 @@ int load_defaults(Session& session) {
     return 1;
 }
 
-int connect_line(Session& session, const SessionOptions& options) {
+std::string line_problem(const Failure& failure) {
+    return failure.kind == FailureKind::System ? std::strerror(failure.error) : "it has hung up";
+}
+
+int connect_line(Session& session, const SessionOptions& options, Fd fd) {
     const ActiveConfig& config = active_config;
     if (!options.line) {
         return 1;
@@ -156,20 +161,21 @@ int connect_line(Session& session, const SessionOptions& options) {
                     session.target + " has no line: its cable is " + config.cable_tag + ".");
     }
     mem_mode = MEM_SIMULATOR_AND_TARGET;
-    errno = 0;
-    const int result = port_open(config.port_name, config.port_baud);
+    stub_set_timeout(options.timeout_ms);
+    const int result = fd.is_open() ? port_adopt(std::move(fd), config.port_name, config.port_baud)
+                                    : port_open(config.port_name, config.port_baud);
     if (result == 1) {
         return 1;
     }
-    const std::string reason = result == 0
-                                   ? "it takes no " + std::to_string(config.port_baud) + " baud."
-                                   : std::strerror(errno);
+    session.failure = port_last_error();
     return fail(session, SessionCause::NoPort,
-                "couldnt open port " + config.port_name + ": " + reason);
+                "couldnt open port " + config.port_name + " at " +
+                    std::to_string(config.port_baud) + " baud: " + line_problem(session.failure));
 }
 
 void release() {
     port_close();
+    stub_set_timeout(0);
     fileserver_reset();
     sym_table_free(sym_store);
     cpu_leave();
@@ -194,6 +200,7 @@ int session_open(Session& session, const SessionOptions& options) {
     }
     session.cause = SessionCause::None;
     session.text.clear();
+    Fd fd(options.fd);
     state.open = &session;
     session.is_open = true;
     active_config_reset();
@@ -201,7 +208,7 @@ int session_open(Session& session, const SessionOptions& options) {
     if (find_base(session, options) == 1 && read_main(session) == 1 &&
         find_target(session, options) == 1 && read_target(session) == 1 &&
         use_target(session, options) == 1 && load_defaults(session) == 1 &&
-        connect_line(session, options) == 1) {
+        connect_line(session, options, std::move(fd)) == 1) {
         return 1;
     }
     session_close(session);
@@ -213,13 +220,19 @@ int session_serve(Session& session, const SessionServing& serving) {
     if (server == 0 || server == fileserver_default_id()) {
         return fail(session, SessionCause::BadConfig, session.target + " names no fileserver.");
     }
-    while (!serving.stop || !serving.stop()) {
+    if (fileserver_start() != 0) { // it has said why
+        return note(session, SessionCause::BadConfig,
+                    "the root " + active_config.fileserver_root + " cannot be opened.");
+    }
+    while (serving.stop == nullptr || !serving.stop()) {
         if (!port_wait_data(STOP_INTERVAL_MS)) {
+            session.failure = port_last_error();
             return fail(session, SessionCause::LineLost,
-                        "the line " + active_config.port_name + " has gone.");
+                        "the line " + active_config.port_name +
+                            " is lost: " + line_problem(session.failure));
         }
         const std::uint8_t byte = port_getc_nowait();
-        if (!port_read_error && fileserver_handle_byte(byte) == -1 && serving.unknown) {
+        if (!port_read_error && fileserver_handle_byte(byte) == -1 && serving.unknown != nullptr) {
             serving.unknown(byte);
         }
     }

@@ -3,9 +3,9 @@
 #pragma once
 
 #include "ini/ini.h"
+#include "util/failure.h"
 
 #include <cstdint>
-#include <functional>
 #include <string>
 
 namespace kx {
@@ -17,7 +17,7 @@ enum class SessionCause {
     NoTarget,  // no target is chosen, or the chosen one has no file
     BadConfig, // a file cannot be used: unreadable, a section missing, machine unknown, ROM missing
     NoMemory,  // for the simulator
-    NoPort,    // the line cannot be had; port_last_error() knows the system's reason
+    NoPort,    // the line cannot be had
     LineLost,  // the line has gone while it was served
 };
 
@@ -31,7 +31,7 @@ struct SessionOptions {
     int fd = -1;          // the device as an open (and locked) descriptor, which the port then owns
                           // in every case; -1: the session opens the device, waiting while it is
                           // busy
-    int timeout_ms = 0;   // for one byte of the target's answers; 0: ten seconds
+    int timeout_ms = 0;   // for one byte of the target's answers; 0: STUB_TIMEOUT_MS
 };
 
 /// A session. One can be open at a time, because configuration, symbol store, simulator and port
@@ -42,6 +42,7 @@ struct Session {
     std::string target;                      // its path
     SessionCause cause = SessionCause::None; // of the last call that failed
     std::string text;                        // what was said then, without a line end
+    Failure failure;                         // of the port, for NoPort and LineLost
     bool is_open = false;
 
     Session() = default;
@@ -59,16 +60,16 @@ struct Session {
 /// nothing is left open.
 int session_open(Session& session, const SessionOptions& options);
 
-/// What a program that serves wants to be asked and told; both may be empty.
+/// What a program that serves wants to be asked and told; null for not.
 struct SessionServing {
-    std::function<bool()> stop;                     // true ends the serving
-    std::function<void(std::uint8_t byte)> unknown; // a byte that begins no request
+    bool (*stop)() = nullptr;                     // true ends the serving
+    void (*unknown)(std::uint8_t byte) = nullptr; // a byte that begins no request
 };
 
 /// Serves the file requests of the target, by the fileserver of the configuration: waits without
 /// using the processor, hands each request to fileserver_handle_byte(), and asks `stop` between
-/// requests and every 50 ms while none comes. Patience and stop within a request are the
-/// fileserver's (fileserver/fileserver.h).
+/// requests and every 50 ms while none comes. Patience and stop within a request, and a call for
+/// each request that was served, are the fileserver's (fileserver/fileserver.h).
 /// 1 when `stop` ended it; -1 with one error message, cause and text, when there is no fileserver,
 /// its root cannot be opened, or the line has gone.
 int session_serve(Session& session, const SessionServing& serving);

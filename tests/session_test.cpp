@@ -10,6 +10,7 @@
 #include "tests/support/pty.h"
 #include "ui/msg.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 
 namespace kx {
@@ -50,7 +51,7 @@ TEST_F(SessionTest, WhatKeepsItFromOpeningIsNamedOnce) {
         {"t", "serial\n[stub]", "none\n[stub]", SessionCause::NoPort,
          "B/config/t.ini has no line: its cable is none."},
         {"t", "/dev/ttyS7", "/none", SessionCause::NoPort,
-         "couldnt open port /none: No such file or directory"},
+         "couldnt open port /none at 38400 baud: No such file or directory"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.text);
@@ -98,18 +99,14 @@ TEST_F(SessionTest, ServesUntilItIsStoppedOrTheLineGoes) {
     test::Pty pty;
     base.dir.write("config/t.ini", test::target_text("cbm", "generic"));
     options.target = base.dir.file("config/t.ini");
-    options.port = pty.device;
+    options.port = "a line of mine"; // its descriptor is all that counts
     options.baud = 9600;
+    options.fd = ::open(pty.device.c_str(), O_RDWR | O_NOCTTY);
     EXPECT_EQ(open(1), "");
     active_config.max_speed = 0;
-    bool stop = false;
-    std::vector<int> unknown;
-    const SessionServing serving = {.stop = [&] { return stop; },
-                                    .unknown =
-                                        [&](std::uint8_t byte) {
-                                            unknown.push_back(byte);
-                                            stop = true;
-                                        }};
+    static std::vector<int> unknown;
+    const SessionServing serving = {.stop = [] { return !unknown.empty(); },
+                                    .unknown = [](std::uint8_t byte) { unknown.push_back(byte); }};
     pty.send({0x01, 0xAC, 0x03, 'x', 0, 0x7E}); // dbgSystem is answered by -1
     EXPECT_EQ(session_serve(session, serving), 1);
     EXPECT_EQ(pty.take(4), "FF FF FF FF");
@@ -117,6 +114,7 @@ TEST_F(SessionTest, ServesUntilItIsStoppedOrTheLineGoes) {
     pty.hang_up();
     EXPECT_EQ(session_serve(session, {}), -1);
     EXPECT_EQ(session.cause, SessionCause::LineLost);
+    EXPECT_EQ(session.failure.kind, FailureKind::Gone);
 }
 
 } // namespace
