@@ -40,19 +40,24 @@ struct ReadDocument : IniDocument {
     }
 };
 
-/// What the next call of that name does: fails with `error`, or raises `signal` first.
+/// What happens at the next call of that name, and the error that it then fails with, if any.
 struct {
     std::string call;
     int error = 0;
-    int signal = 0;
+    std::function<void()> happens;
 } fault;
 
 bool fails(const char* call) {
-    if (fault.call == call && fault.signal != 0) {
-        raise(fault.signal);
+    if (fault.call != call) {
+        return false;
     }
-    errno = fault.error;
-    return fault.call == call && fault.error != 0;
+    const int error = fault.error;
+    if (const auto happens = std::exchange(fault.happens, nullptr)) {
+        fault = {};
+        happens();
+    }
+    errno = error;
+    return error != 0;
 }
 
 long files_in(const std::string& directory) {
@@ -73,6 +78,11 @@ extern "C" int rename(const char* from, const char* to) noexcept {
 }
 extern "C" int fchmod(int fd, mode_t mode) noexcept {
     return fails("fchmod") ? -1 : static_cast<int>(syscall(SYS_fchmod, fd, mode));
+}
+extern "C" int lock_file(int fd, int operation) noexcept
+    __asm__("flock"); // there is a record flock
+int lock_file(int fd, int operation) noexcept {
+    return fails("flock") ? -1 : static_cast<int>(syscall(SYS_flock, fd, operation));
 }
 
 TEST(Ini, StoresWhatTheTextHolds) {
@@ -286,7 +296,7 @@ TEST(File, AFaultAtAnyStepLeavesTheOldFileAndNoLitter) {
         SCOPED_TRACE(std::string(row.call) + ": " + std::strerror(row.error));
         const TempDir dir;
         const std::string path = dir.write("f", "old");
-        fault = {row.call, row.error, 0};
+        fault = {row.call, row.error, nullptr};
         const int result = file_replace(path, "new");
         fault = {};
         EXPECT_EQ(result, row.step != nullptr ? -1 : 0);
@@ -303,14 +313,14 @@ TEST(FileDeathTest, ADeathWhileReplacingLeavesOneWholeFile) {
     const TempDir dir;
     const std::string path = dir.write("f", "old");
     for (int i = 0; i < 3; i++) { // a temporary of the same name each time
-        EXPECT_EXIT((fault = {"fsync", 0, SIGKILL}, file_replace(path, "new")),
+        EXPECT_EXIT((fault = {"fsync", 0, [] { raise(SIGKILL); }}, file_replace(path, "new")),
                     testing::KilledBySignal(SIGKILL), "");
         EXPECT_EQ(read_file(path), "old");
         EXPECT_EQ(files_in(dir.path()), 2);
     }
     for (const int number : {SIGINT, SIGTERM, SIGHUP}) { // those wait until all is done
         const std::string text = std::to_string(number);
-        EXPECT_EXIT((fault = {"fsync", 0, number}, file_replace(path, text)),
+        EXPECT_EXIT((fault = {"fsync", 0, [=] { raise(number); }}, file_replace(path, text)),
                     testing::KilledBySignal(number), "");
         EXPECT_EQ(read_file(path), text);
         EXPECT_EQ(files_in(dir.path()), 1);
@@ -341,6 +351,12 @@ TEST(File, ProcessesThatReplaceOneFileTakeTurns) {
         waitpid(child, &status, 0);
         EXPECT_EQ(status, 0);
     }
+    fault = {"flock", 0, [&] { // between opening and locking one gets ready, another begins
+                 std::filesystem::rename(dir.file(".f.kxnew"), path);
+                 dir.write(".f.kxnew", "another's");
+             }};
+    EXPECT_EQ(file_replace(path, "last"), 0);
+    EXPECT_EQ(read_file(path), "last");
     EXPECT_EQ(files_in(dir.path()), 1);
 }
 
