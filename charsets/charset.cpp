@@ -6,14 +6,16 @@
 
 #include <algorithm>
 #include <span>
+#include <unistd.h>
 
 namespace kx {
 
 namespace {
 
-struct {
+struct State {
     Charset modes[4] = {}; // CHARSET_UPASC to CHARSET_LOSCR
-} state;
+};
+State state;
 
 /// The main configuration's keys, in the order in which they are loaded.
 constexpr struct {
@@ -94,9 +96,14 @@ int charset_load_defaults(const std::string& base_dir, const IniDocument& main_d
     const std::string directory = base_dir + "config/";
     for (const auto& [key, mode] : default_keys) {
         std::string name;
-        ini_get_string(main_doc, name, "charsets", key);
+        const bool named = ini_get_string(main_doc, name, "charsets", key) == 0;
+        // The setup program writes the main configuration without these keys.
+        const std::string shipped = directory + "pet_" + key + ".ini";
         Charset* charset = charset_of_mode(mode);
-        charset_load(charset->to_ascii, charset->from_ascii, directory + name.append(".ini"));
+        charset_load(charset->to_ascii, charset->from_ascii,
+                     !named && access(shipped.c_str(), F_OK) == 0
+                         ? shipped
+                         : directory + name.append(".ini"));
     }
     return 0;
 }

@@ -40,7 +40,8 @@ bool charset_is_loaded(unsigned mode);
 int charset_load(CharsetTable& to_table, CharsetTable& from_table, const std::string& path);
 
 /// Loads all four modes from the files that the section `charsets` of the main configuration
-/// names by the keys upasc, loasc, upscr and loscr. Always 0.
+/// names by the keys upasc, loasc, upscr and loscr. A key that is absent stands for the file
+/// pet_upasc and so on, where that exists. Always 0.
 int charset_load_defaults(const std::string& base_dir, const IniDocument& main_doc);
 
 /// Converts `length` target codes to host text. `destination` has room for one character per

@@ -22,7 +22,9 @@ void report_to_stdout(const char* text) {
 
 struct State {
     void (*report)(const char* text) = report_to_stdout;
-} state;
+    Failure last; // of reading
+};
+State state;
 
 /// Reports `before`, a name from outside with its control characters made harmless, and `after`.
 void report(std::string_view before, std::string_view name, std::string_view after) {
@@ -37,6 +39,11 @@ void report(std::string_view before, std::string_view name, std::string_view aft
     std::exit(-1);
 }
 
+[[noreturn]] void end_without_memory() {
+    state.report("error: couldn't allocate memory.\n");
+    std::exit(-1);
+}
+
 /// What is kept of a name or text: all up to its first NUL, at most `max` characters.
 std::string_view kept(std::string_view text, std::size_t max = std::string_view::npos) {
     return text.substr(0, std::min(text.find('\0'), max));
@@ -44,23 +51,29 @@ std::string_view kept(std::string_view text, std::size_t max = std::string_view:
 
 // The pool ------------------------------------------------------------------------------------
 
-IniPool* pool_of(IniDocument& doc) {
-    if (doc.pool == nullptr) {
-        doc.pool = std::make_unique<IniPool>();
+/// Room for `count` objects in the document's pool.
+template <typename Object>
+Object* take_room(IniDocument& doc, std::size_t count) {
+    try {
+        if (doc.pool == nullptr) {
+            doc.pool = std::make_unique<IniPool>();
+        }
+        return std::pmr::polymorphic_allocator<Object>(doc.pool.get()).allocate(count);
+    } catch (const std::bad_alloc&) {
+        end_without_memory();
     }
-    return doc.pool.get();
 }
 
 /// A record in the document's pool. It is never destroyed, so it must own nothing.
 template <typename Record>
 Record* new_record(IniDocument& doc) {
     static_assert(std::is_trivially_destructible_v<Record>);
-    return std::pmr::polymorphic_allocator<>(pool_of(doc)).new_object<Record>();
+    return std::construct_at(take_room<Record>(doc, 1));
 }
 
 /// A copy of `text` in the document's pool.
 std::string_view stored(IniDocument& doc, std::string_view text) {
-    char* copy = std::pmr::polymorphic_allocator<char>(pool_of(doc)).allocate(text.size());
+    char* copy = take_room<char>(doc, text.size());
     std::ranges::copy(text, copy);
     return {copy, text.size()};
 }
@@ -120,9 +133,8 @@ void merge(IniSection& first, const IniSection& again) {
 template <typename Record>
 void index_table(IniDocument& doc, IniTable<Record>& table) {
     const std::size_t size = std::bit_ceil(table.count + table.count / 2 + 1);
-    std::pmr::polymorphic_allocator<Record*> allocator(pool_of(doc));
     IniTable<Record> indexed;
-    indexed.slots = {allocator.allocate(size), size};
+    indexed.slots = {take_room<Record*>(doc, size), size};
     std::ranges::fill(indexed.slots, nullptr);
     Record* next = nullptr;
     for (Record* record = table.first; record != nullptr; record = next) {
@@ -204,14 +216,36 @@ void parse(IniDocument& doc, std::string_view text) {
     }
 }
 
-/// Reads `size` bytes into a new pool, with room for what will be made of them. Empty when they
-/// cannot be read.
-std::string_view read_bytes(std::FILE* file, std::size_t size, std::unique_ptr<IniPool>& pool) {
+int read_failed(const Failure& why, std::string_view before, std::string_view name,
+                std::string_view after) {
+    state.last = why;
+    report(before, name, after);
+    return -1;
+}
+
+/// Reads the file into a new pool, with room for what will be made of it. 0, or -1 with a report.
+int read_text(const std::string& file_name, std::unique_ptr<IniPool>& pool,
+              std::string_view& text) {
     constexpr std::size_t records_per_text = 4; // how much more than the text its records take
-    pool = std::make_unique<IniPool>(size * (1 + records_per_text));
-    char* bytes = std::pmr::polymorphic_allocator<char>(pool.get()).allocate(size);
-    const long got = file_read(file, {reinterpret_cast<std::uint8_t*>(bytes), size});
-    return {bytes, static_cast<std::size_t>(std::max(got, 0L))};
+    const FilePtr file = file_open(file_name, "rb");
+    const long size = file != nullptr ? file_size(file.get()) : -1;
+    const Failure empty = {"read", FailureKind::Ended, 0};
+    if (size == 0) {
+        return read_failed(empty, "warning: .ini file ", file_name, " is 0 byte long\n");
+    }
+    long got = -1;
+    if (size > 0) {
+        const auto room = static_cast<std::size_t>(size);
+        pool = std::make_unique<IniPool>(room * (1 + records_per_text));
+        char* bytes = std::pmr::polymorphic_allocator<char>(pool.get()).allocate(room);
+        got = file_read(file.get(), {reinterpret_cast<std::uint8_t*>(bytes), room});
+        text = {bytes, static_cast<std::size_t>(std::max(got, 0L))};
+    }
+    if (got <= 0) { // of 0 it has become empty in between
+        return read_failed(got < 0 ? file_last_error() : empty, "warning: couldn't find .ini file ",
+                           file_name, "\n");
+    }
+    return 0;
 }
 
 // Looking up ---------------------------------------------------------------------------------
@@ -404,41 +438,40 @@ std::int32_t ini_parse_number(std::string_view text) {
 }
 
 int ini_read(const std::string& file_name, IniDocument& doc) {
-    FilePtr file = file_open(file_name, "rb");
-    const long size = file != nullptr ? file_size(file.get()) : -1;
-    if (size == 0) {
-        report("warning: .ini file ", file_name, " is 0 byte long\n");
-        return -1;
-    }
     try {
         std::unique_ptr<IniPool> pool;
-        const std::string_view text =
-            size > 0 ? read_bytes(file.get(), static_cast<std::size_t>(size), pool) : "";
-        if (text.empty()) {
-            report("warning: couldn't find .ini file ", file_name, "\n");
+        std::string_view text;
+        if (read_text(file_name, pool, text) != 0) {
             return -1;
         }
-        file.reset();
         ini_create(doc, file_name);
         doc.pool = std::move(pool);
         parse(doc, text);
         return 0;
     } catch (const std::exception&) { // what the standard library throws without memory
-        state.report("error: couldn't allocate memory.\n");
-        std::exit(-1);
+        end_without_memory();
     }
 }
 
+const Failure& ini_last_error() {
+    return state.last;
+}
+
 int ini_write(const std::string& file_name, const IniDocument& doc) {
-    std::string text = comment_lines(doc.comments);
-    for (const IniSection& section : doc.sections) {
-        text.append(comment_lines(section.comments)).append("[").append(section.name).append("]\n");
-        for (const IniItem& item : section.items) {
-            text.append(comment_lines(item.comments)).append(item.name).append("=");
-            text.append(item.value).append("\n");
+    try {
+        std::string text = comment_lines(doc.comments);
+        for (const IniSection& section : doc.sections) {
+            text.append(comment_lines(section.comments));
+            text.append("[").append(section.name).append("]\n");
+            for (const IniItem& item : section.items) {
+                text.append(comment_lines(item.comments)).append(item.name).append("=");
+                text.append(item.value).append("\n");
+            }
         }
+        return file_replace(file_name, text);
+    } catch (const std::bad_alloc&) {
+        end_without_memory();
     }
-    return file_replace(file_name, text);
 }
 
 int ini_write_comments(std::FILE* stream, const IniComments& comments) {

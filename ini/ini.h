@@ -2,6 +2,8 @@
 // Every configuration file of the toolkit has this form; what the keys mean is the users' business.
 #pragma once
 
+#include "util/failure.h"
+
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -101,6 +103,9 @@ struct IniDocument {
 /// itself here, so that a message that ends the program is not lost with the screen.
 void ini_set_reporter(void (*report)(const char* text));
 
+// Where memory is out, whatever stores or reads something reports "error: couldn't allocate
+// memory.\n" and ends the program with status -1.
+
 // Building -----------------------------------------------------------------------------------
 
 /// Empties the document and gives it its file name.
@@ -170,6 +175,10 @@ std::int32_t ini_parse_number(std::string_view text);
 /// opened or read ("warning: couldn't find .ini file %s\n") or is empty ("warning: .ini file %s
 /// is 0 byte long\n"); the document is then left as it was.
 int ini_read(const std::string& file_name, IniDocument& doc);
+
+/// Why the last `ini_read` that failed did: the file's own failure (see util/file.h), or
+/// FailureKind::Ended for an empty file.
+const Failure& ini_last_error();
 
 /// Writes the document; the old file survives whatever goes wrong. 0, or -1 when the file may not
 /// be written or could not be written whole; prints nothing.

@@ -287,7 +287,7 @@ void command_line_usage(const char* program_name) {
     std::fputs("the commandline is processed from left to right. all numeric values may be\n"
                "either decimal (1234), hex (0x1234, $1234) or bin (%1011). short options may\n"
                "change, please use long options in scripts. "
-               "\nreport bugs and suggestions where you got kxsetup from, see its README.md\n",
+               "\nreport bugs and suggestions: section Reporting of README.md or kxsetup(1)\n",
                stderr);
 }
 

@@ -6,10 +6,16 @@
 #include "setup/program.h"
 #include "setup/templates.h"
 #include "symfiles/symfiles.h"
+#include "ui/con.h"
 #include "ui/msg.h"
 #include "util/signals.h"
 
-int main(int argc, char** argv) {
+#include <cstdio>
+#include <new>
+
+namespace {
+
+int run(int argc, char** argv) {
     using namespace kx;
 
     signals_ignore_failed_writes();
@@ -25,8 +31,20 @@ int main(int argc, char** argv) {
     command_line_parse(argc, argv, program.main_doc, program.target_doc);
     scan_configurations(program.new_main);
     run_main_menu(program.new_main);
-    ini_write(main_path, program.new_main); // a failed write is not reported; the old file is whole
+    program_write_main(main_path);
     template_target_annotate(program.target_doc);
-    ini_write("kxtest.ini", program.target_doc);
+    ini_write("kxtest.ini", program.target_doc); // a failed write is not reported
     return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return run(argc, argv);
+    } catch (const std::bad_alloc&) {
+        kx::con_close(); // what follows can be read then
+        std::fputs("error: not enough memory\n", stderr);
+        return 1;
+    }
 }

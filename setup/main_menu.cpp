@@ -12,9 +12,11 @@
 #include "util/ascii.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <dirent.h>
 #include <memory>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace kx {
 
@@ -175,6 +177,16 @@ Menu make_main_menu() {
     return menu;
 }
 
+/// Why the console could not be opened.
+std::string why_no_screen() {
+    if (isatty(STDOUT_FILENO) == 0) {
+        return "standard output is not a terminal";
+    }
+    const char* kind = std::getenv("TERM");
+    return kind == nullptr || *kind == '\0' ? "TERM is not set"
+                                            : "TERM is '" + ascii_escape(kind) + "'";
+}
+
 void clear_screen() {
     col_set(COL_TEXT);
     con_clrscr();
@@ -204,7 +216,8 @@ void scan_configurations(IniDocument& new_main) {
 
 void run_main_menu(IniDocument& new_main) {
     if (con_open() != 1) {
-        msg_error("no usable terminal for the menu, nothing is chosen.");
+        msg_error("no usable terminal for the menu (%s), nothing is chosen.",
+                  why_no_screen().c_str());
         return;
     }
     clear_screen();

@@ -1,12 +1,14 @@
 // The documents of one setup run, the simulator core's start, and the clean-up at every exit.
 #include "setup/program.h"
 
+#include "core/config/config.h"
 #include "core/simulator.h"
 #include "symfiles/symfiles.h"
 #include "ui/msg.h"
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 namespace kx {
 
@@ -51,6 +53,16 @@ void program_init_simulator() {
     if (sim_init() != 1) {
         msg_error("couldn't init simulator core.");
         std::exit(1);
+    }
+}
+
+void program_write_main(const std::string& path) {
+    const Failure& failure = config_main_failure();
+    if (failure.kind == FailureKind::None) {
+        ini_write(path, program.new_main);
+    } else {
+        msg_error("'%s' could not be read (%s): it stays as it is, no choice is kept.",
+                  path.c_str(), std::strerror(failure.error));
     }
 }
 

@@ -3,6 +3,8 @@
 
 #include "ini/ini.h"
 
+#include <string>
+
 namespace kx {
 
 struct Program {
@@ -19,5 +21,10 @@ void program_register_cleanup();
 /// Initialises the simulator core of the active machine; ends the program with status 1 and an
 /// error message when it cannot.
 void program_init_simulator();
+
+/// Writes the new main configuration to `path`; a failure is not reported, and the old file is
+/// whole then. A file that is there and could not be read at the start may hold what is not in the
+/// new one: it is left alone, with an error message.
+void program_write_main(const std::string& path);
 
 } // namespace kx

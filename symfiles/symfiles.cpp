@@ -76,6 +76,22 @@ SymEntry* find_in_buckets(const SymTable* table, std::size_t first, std::size_t 
     return nullptr;
 }
 
+/// The first symbol of that name in the list from `symbol` on, in any bank for 0.
+SymEntry* find_name_from(SymEntry* symbol, std::string_view name, std::uint32_t bank) {
+    while (symbol != nullptr && !(symbol->name == name && bank_matches(*symbol, bank))) {
+        symbol = symbol->next_name;
+    }
+    return symbol;
+}
+
+/// Puts the bucket's first symbol of that name, if any, into the index of names.
+void index_name(SymTable& table, std::string_view name) {
+    SymEntry* first = find_name_from(table.by_name[name_hash(name)], name, 0);
+    if (first != nullptr && !name.empty()) {
+        table.first_by_name[first->name] = first;
+    }
+}
+
 // Makes `symbol` the head of a bucket; `prev` and `next` are the links of that kind of bucket.
 void push_head(SymEntry*& head, SymEntry& symbol, SymEntry* SymEntry::*prev,
                SymEntry* SymEntry::*next) {
@@ -88,17 +104,20 @@ void push_head(SymEntry*& head, SymEntry& symbol, SymEntry* SymEntry::*prev,
 
 SymEntry* new_symbol(SymTable* table, std::uint32_t address, const char* name) {
     try {
-        table->entries.emplace_back();
+        SymEntry& symbol = table->entries.emplace_back();
+        symbol.table = table;
+        symbol.name = text_or_empty(name);
+        push_head(table->by_address[address_hash(address)], symbol, &SymEntry::prev_addr,
+                  &SymEntry::next_addr);
+        push_head(table->by_name[name_hash(symbol.name)], symbol, &SymEntry::prev_name,
+                  &SymEntry::next_name);
+        if (!symbol.name.empty()) {
+            table->first_by_name[symbol.name] = &symbol; // there was none of this name
+        }
+        return &symbol;
     } catch (const std::bad_alloc&) {
         out_of_memory();
     }
-    SymEntry& symbol = table->entries.back();
-    sym_set_name(&symbol, name);
-    push_head(table->by_address[address_hash(address)], symbol, &SymEntry::prev_addr,
-              &SymEntry::next_addr);
-    push_head(table->by_name[name_hash(symbol.name)], symbol, &SymEntry::prev_name,
-              &SymEntry::next_name);
-    return &symbol;
 }
 
 } // namespace
@@ -148,7 +167,16 @@ SymEntry* sym_add(SymTable* table, std::uint32_t address, std::uint32_t end, std
 
 void sym_set_name(SymEntry* symbol, const char* text) {
     try {
-        symbol->name = text_or_empty(text);
+        std::string old(text_or_empty(text));
+        SymTable* table = symbol->table;
+        if (table != nullptr) {
+            table->first_by_name.erase(symbol->name); // its text goes
+        }
+        symbol->name.swap(old);
+        if (table != nullptr) {
+            index_name(*table, old);
+            index_name(*table, symbol->name);
+        }
     } catch (const std::bad_alloc&) {
         out_of_memory();
     }
@@ -175,14 +203,9 @@ SymEntry* sym_find_addr(const SymTable* table, std::uint32_t address, std::uint3
 
 SymEntry* sym_find_name(const SymTable* table, const char* name, std::uint32_t bank) {
     const std::string_view wanted = text_or_empty(name);
-    if (wanted.empty()) {
-        return nullptr; // nameless symbols share a bucket, but no name
-    }
-    SymEntry* symbol = table->by_name[name_hash(wanted)];
-    while (symbol != nullptr && !(symbol->name == wanted && bank_matches(*symbol, bank))) {
-        symbol = symbol->next_name;
-    }
-    return symbol;
+    const auto found = table->first_by_name.find(wanted); // nameless symbols have no name
+    return found == table->first_by_name.end() ? nullptr
+                                               : find_name_from(found->second, wanted, bank);
 }
 
 int sym_name_for_addr(const SymTable* table, std::uint32_t address, std::uint32_t bank,

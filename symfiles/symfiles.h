@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <deque>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 
 namespace kx {
 
@@ -17,7 +19,10 @@ constexpr std::uint32_t SYM_BANK = 0x10000; // matches by bank alone when the qu
 
 constexpr int SYM_BUCKETS = 256;
 
+struct SymTable;
+
 struct SymEntry {
+    SymTable* table = nullptr;
     SymEntry* prev_addr = nullptr; // in its address bucket
     SymEntry* next_addr = nullptr;
     SymEntry* prev_name = nullptr; // in its name bucket
@@ -38,6 +43,8 @@ struct SymTable {
     SymEntry* by_name[SYM_BUCKETS] = {};
     SymEntry* listed = nullptr;   // head of the listing order
     std::deque<SymEntry> entries; // the symbols themselves: they never move and none is taken out
+    /// Of each name the first symbol in its bucket, whose text is the key.
+    std::unordered_map<std::string_view, SymEntry*> first_by_name;
 };
 
 /// The program's symbol store: made at start, filled with the target's default symbol files.

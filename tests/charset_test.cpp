@@ -27,14 +27,31 @@ std::string from_ascii(const std::string& text, std::size_t length, unsigned fla
     return end == start ? out : out.substr(0, static_cast<std::size_t>(end - start));
 }
 
+/// As a main configuration that names none of the four has it.
 void load_shipped() {
     IniDocument doc;
-    ini_create(doc, "kx.ini");
     ini_add_section(doc, "charsets");
-    for (const char* key : {"upasc", "loasc", "upscr", "loscr"}) {
-        ini_set_item(doc, "charsets", key, std::string("pet_") + key);
-    }
     EXPECT_EQ(charset_load_defaults(KX_SOURCE_DIR "/base/", doc), 0);
+}
+
+TEST(Charset, DefaultsAreWhatIsNamedOrElseShipped) {
+    const test::TempDir dir;
+    const auto table = [](const std::string& number) {
+        return "[toasc]\nn0=" + number + "\n[fromasc]\n";
+    };
+    dir.write("config/pet_upasc.ini", table("1"));
+    dir.write("config/pet_loasc.ini", table("2"));
+    dir.write("config/pet_upscr.ini", table("3"));
+    dir.write("config/mine.ini", table("4"));
+    IniDocument doc;
+    ASSERT_EQ(ini_read(dir.write("kx.ini", "[charsets]\nloasc=mine\nupscr=\n"), doc), 0);
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(charset_load_defaults(dir.path() + "/", doc), 0);
+    EXPECT_EQ(charset_of_mode(CHARSET_UPASC)->to_ascii[0], 1);
+    EXPECT_EQ(charset_of_mode(CHARSET_LOASC)->to_ascii[0], 4);
+    EXPECT_EQ(charset_of_mode(CHARSET_UPSCR)->to_ascii[0], 0) << "named, by nothing";
+    const std::string warning = "warning: couldn't find .ini file " + dir.path() + "/config/.ini\n";
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), warning + warning) << "loscr, upscr";
 }
 
 TEST(Charset, EveryFormToAscii) {

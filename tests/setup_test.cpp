@@ -1,14 +1,17 @@
 // The program from end to end: its command line, its menu on a real terminal, the files it leaves.
 #include "tests/support/base_dir.h"
 #include "tests/support/terminal.h"
+#include "util/fd.h"
 
 #include <gmock/gmock.h>
 
 #include <chrono>
 #include <csignal>
+#include <fcntl.h>
 #include <filesystem>
 #include <regex>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace kx::test {
 namespace {
@@ -146,8 +149,16 @@ TEST_F(Setup, RunsWithoutAndWithATerminalLeaveTheSameFiles) {
     const Outcome outcome = run({});
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.out, "");
-    EXPECT_EQ(outcome.err, "error: no usable terminal for the menu, nothing is chosen. \n");
+    EXPECT_EQ(outcome.err, "error: no usable terminal for the menu (standard output is not a "
+                           "terminal), nothing is chosen. \n");
     EXPECT_EQ(main_file(), short_main);
+    for (const auto& [kind, why] :
+         {std::pair{"no-such-terminal", "TERM is 'no-such-terminal'"}, {"", "TERM is not set"}}) {
+        options.env["TERM"] = kind;
+        Terminal plain(80, 25);
+        start(plain, why);
+        EXPECT_EQ(plain.wait_exit(), 0);
+    }
     options.env.erase("TERM");
     Terminal terminal(80, 25);
     start(terminal);
@@ -158,6 +169,24 @@ TEST_F(Setup, RunsWithoutAndWithATerminalLeaveTheSameFiles) {
     EXPECT_EQ(read_file(base.path + "config/c64.ini"), target_text());
     base.dir.write("config/broken.ini", "[conf]\ntype=target\n");
     EXPECT_THAT(run({}).out, HasSubstr("config/broken.ini: couldnt find section config\n"));
+}
+
+TEST_F(Setup, AMainFileThatCouldNotBeReadIsLeftAlone) {
+    const std::string pipe = base.path + "kx.ini";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const Fd reader(open(pipe.c_str(), O_RDWR | O_NONBLOCK));
+    const Outcome outcome = run({});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.out, "warning: couldn't find .ini file " + pipe + "\n");
+    EXPECT_THAT(outcome.err,
+                HasSubstr("'" + pipe + "' could not be read (Illegal seek): it stays"));
+    char byte = 0;
+    EXPECT_EQ(read(reader.get(), &byte, 1), -1) << "written to";
+    EXPECT_TRUE(fs::exists(cwd.file("kxtest.ini")));
+    fs::remove(pipe);
+    base.dir.write("kx.ini", "");
+    EXPECT_EQ(run({}).status, 0);
+    EXPECT_THAT(main_file(), HasSubstr("[targets]\ndefault=none\nn0=c64\n")) << "nothing to lose";
 }
 
 TEST_F(Setup, ScanTakesWhatIsAConfigurationAndHasRoom) {

@@ -84,6 +84,13 @@ TEST_F(Symbols, ANameStandsForOneSymbolThatKeepsItsBucket) {
     EXPECT_EQ(sym_find_name(table, "a!", 7)->address, 2U);
     EXPECT_EQ(sym_find_name(table, "a!", 6), nullptr);
     EXPECT_EQ(sym_find_name(table, "\xC4rger", 0)->address, 3U);
+    sym_set_name(start, "ab"); // of another bucket, where it stays
+    EXPECT_EQ(sym_find_name(table, "start", 0), nullptr);
+    EXPECT_EQ(sym_find_name(table, "ab", 0)->address, 1U);
+    sym_set_name(sym_find_name(table, "a!", 7), "ab"); // the younger one comes first
+    EXPECT_EQ(sym_find_name(table, "ab", 0)->address, 2U);
+    sym_set_name(sym_find_name(table, "ab", 7), "a!");
+    EXPECT_EQ(sym_find_name(table, "ab", 0)->address, 1U);
     const SymEntry* nameless = sym_add(table, 4, 0, 0, nullptr, "", 0);
     EXPECT_NE(sym_add(table, 4, 0, 0, "", "", 0), nameless);
     EXPECT_EQ(sym_find_name(table, "", 0), nullptr);

@@ -10,6 +10,7 @@
 #include "ui/msg.h"
 #include "ui/msg_items.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
@@ -37,6 +38,11 @@ constexpr TargetItem target_items[] = {
     {"patches", "autoload"},  {"symbols", "num"},       {"labels", nullptr},
     {"debuginfo", nullptr},   {"files", "defaulttype"},
 };
+
+struct State {
+    Failure main_failure;
+};
+State state;
 
 std::string get_string(const IniDocument& doc, const char* section, const char* key) {
     std::string value;
@@ -220,6 +226,13 @@ private:
     int silent_;
 };
 
+/// The failure, or none at all when it means that there is nothing to lose.
+Failure unless_missing(const Failure& failure) {
+    const bool missing =
+        failure.kind == FailureKind::Ended || failure.error == ENOENT || failure.error == ENOTDIR;
+    return missing ? Failure() : failure;
+}
+
 } // namespace
 
 std::string config_find_base_dir(const std::string& program_path, const char* variable) {
@@ -249,8 +262,10 @@ void config_load_scheme(const std::string& name) {
 int config_load(IniDocument& main_doc, IniDocument& target_doc, const std::string& program_path,
                 const std::string& main_file_name) {
     active_config.base_dir = config_find_base_dir(program_path, "KXPATH");
+    state = State();
     const std::string main_path = config_make_path(active_config.base_dir, main_file_name);
     if (ini_read(main_path, main_doc) != 0) {
+        state.main_failure = unless_missing(ini_last_error());
         ini_create(main_doc, main_path); // a later look-up that fails names the file
         config_load_scheme("col_kx");
         return -1;
@@ -265,6 +280,15 @@ void config_load_or_exit(IniDocument& main_doc, IniDocument& target_doc,
     if (config_load(main_doc, target_doc, program_path, main_file_name) != 1) {
         std::exit(1);
     }
+}
+
+const Failure& config_main_failure() {
+    return state.main_failure;
+}
+
+void config_load_scheme(const std::string& name) {
+    col_scheme_path = config_path_of(name);
+    col_loadscheme("colors");
 }
 
 int config_load_target(IniDocument& target_doc, const std::string& path) {

@@ -4,6 +4,7 @@
 
 #include "core/active_config.h"
 #include "ini/ini.h"
+#include "util/failure.h"
 
 #include <string>
 
@@ -32,6 +33,13 @@ int config_load(IniDocument& main_doc, IniDocument& target_doc, const std::strin
 /// The same, ending the program with status 1 for any other result than 1.
 void config_load_or_exit(IniDocument& main_doc, IniDocument& target_doc,
                          const std::string& program_path, const std::string& main_file_name);
+
+/// Why the last `config_load` could not read a main file that is there, and that must not be
+/// overwritten therefore. FailureKind::None when it was read, is missing or is empty.
+const Failure& config_main_failure();
+
+/// Loads the colour scheme of that name.
+void config_load_scheme(const std::string& name);
 
 /// Loads one target file and fills the active configuration; unknown components are reported and
 /// replaced. 1, or -1 when no CPU or machine can be selected. A file that cannot be read loads as
