@@ -286,11 +286,6 @@ const Failure& config_main_failure() {
     return state.main_failure;
 }
 
-void config_load_scheme(const std::string& name) {
-    col_scheme_path = config_path_of(name);
-    col_loadscheme("colors");
-}
-
 int config_load_target(IniDocument& target_doc, const std::string& path) {
     if (ini_read(path, target_doc) != 0) {
         ini_create(target_doc, path);
