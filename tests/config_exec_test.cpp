@@ -3,6 +3,9 @@
 
 #include "core/active_config.h"
 #include "core/simulator.h"
+#include "link/port.h"
+#include "link/target_memory.h"
+#include "tests/support/fake_thread.h"
 #include "tests/support/temp_dir.h"
 #include "ui/msg.h"
 
@@ -57,6 +60,32 @@ TEST_F(ConfigExec, LoadsAndStartsProgramsWhereTheFileSays) {
                     HasSubstr("set PC=0x"s + pc + " \nexecute PC=0x" + pc + " "));
         EXPECT_EQ(sim_registers().pc, row.pc);
     }
+}
+
+TEST_F(ConfigExec, StartsTheTargetWithWhatItHasSent) {
+    test::FakeThread target;
+    active_config.port_type = PORT_SERIAL;
+    active_config.stub = TARGET_C64RR;
+    mem_mode = MEM_SIMULATOR_AND_TARGET;
+    ASSERT_EQ(port_open(target.device(), 115200), 1);
+    EXPECT_EQ(core_execfile(dir.write("a.prg", "\0\xC0\x60\x61"s), 0, 0xC001), 1);
+    EXPECT_EQ(mem_read8(0xC000), 0x60); // answered when all before it has been done
+    target.stop();
+    EXPECT_EQ(target.target.memory[0xC001], 0x61);
+    EXPECT_EQ(target.target.pc, 0xC001U);
+    EXPECT_EQ(target.target.runs, 1U);
+}
+
+TEST_F(ConfigExec, AppliesTheDefaultPatchesWhenWanted) {
+    active_config.patch_file =
+        dir.write("p.ini", "[patches_auto]\nnum=1\nn0=p\n[p]\nname=p\nmlen=1\nplen=1\npoffs=0\n"
+                           "match0=0x60\nmask0=255\npatch0=0x61\n");
+    const std::string path = dir.write("a.prg", "\0\xC0\x60"s);
+    EXPECT_EQ(core_execfile(path, 0, 0), 1);
+    EXPECT_EQ(sim_read8(0xC000), 0x60) << "not wanted";
+    active_config.patch_autoload = 1;
+    EXPECT_EQ(core_execfile(path, 0, 0), 1);
+    EXPECT_EQ(sim_read8(0xC000), 0x61);
 }
 
 TEST_F(ConfigExec, LoadsRangesAndSaysWhatIsWrong) {

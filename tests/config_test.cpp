@@ -60,6 +60,7 @@ TEST_F(Config, UnknownComponentsAreReportedAndReplaced) {
         std::string ids; // cpu, machine, port, dropper, stub, console, fileserver, file type
         std::string errors;
         std::string settings = " 38400 0 "; // of console and fileserver
+        std::string numbers = "2 1 1";      // port address, endianness, autoload
     } rows[] = {
         {"cpu=6510", "cpu=Z80", 1, "1 2 1 2 1 1 3 8", "error: (T) unknown cpu 'Z80'. "},
         {"serial\n[stub]", "rope\n[stub]", 1, "2 2 5 2 1 1 3 8",
@@ -78,6 +79,10 @@ TEST_F(Config, UnknownComponentsAreReportedAndReplaced) {
         {"=prg", "=PRG", 1, "2 2 1 2 1 1 3 15", ""},
         {"=cbm\n[console]", "=cbm\nroot=/srv/c64\nreadonly=1\n[console]\nport=/dev/x\nbaud=9600", 1,
          "2 2 1 2 1 1 3 8", "", "/dev/x 9600 1 /srv/c64"},
+        {"=cbm", "=none", 1, "2 2 1 2 1 1 4 8", ""},
+        {"addr=65538", "addr=65535", 1, "2 2 1 2 1 1 3 8", "", " 38400 0 ", "65535 1 1"},
+        {"endianess=1", "endianess=2", 1, "2 2 1 2 1 1 3 8", "", " 38400 0 ", "2 2 1"},
+        {"autoload=1", "autoload=-5", 1, "2 2 1 2 1 1 3 8", "", " 38400 0 ", "2 1 -5"},
     };
     for (const auto& row : rows) {
         load(); // all of them are there before
@@ -93,8 +98,13 @@ TEST_F(Config, UnknownComponentsAreReportedAndReplaced) {
                       std::to_string(c.fileserver_read_only) + " " + c.fileserver_root,
                   row.settings)
             << row.to;
+        EXPECT_EQ(std::to_string(c.port_addr) + " " + std::to_string(c.stub_endianness) + " " +
+                      std::to_string(c.patch_autoload),
+                  row.numbers)
+            << row.to;
         EXPECT_EQ(errors, row.errors) << row.to;
     }
+    EXPECT_EQ(active_config.patch_file, base.path + "patches/c64.ini");
 }
 
 TEST_F(Config, MemoryItemsBecomeRegionsAndBankBlocks) {
@@ -141,8 +151,12 @@ TEST_F(Config, RomsAndSymbolsAreLoaded) {
     ASSERT_EQ(sim_init(), 1);
     sym_table_new(&sym_store);
     mem_mode = MEM_IMAGE;
+    verbosity.verbose = 1; // or the loader silences itself
+    testing::internal::CaptureStderr();
     EXPECT_EQ(config_load_roms(base.path, doc), 0);
     EXPECT_EQ(config_load_symbols(base.path, doc), 0);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::Not(testing::HasSubstr("error:")));
+    msg_reset();
     // A prg file, by the default file type: its first two bytes are its own load address.
     EXPECT_EQ(sim_read8(0xC000) << 8 | sim_read8(0xC001), 0x1122);
     EXPECT_NE(sym_find_name(sym_store, "start", 0), nullptr);

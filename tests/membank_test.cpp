@@ -30,3 +30,24 @@ TEST(Membank, BlocksHoldWhatWasWrittenAndTheRestIsZero) {
     EXPECT_EQ(membank_read(0, 0x1000), 0);
     EXPECT_EQ(membank_find(3), nullptr);
 }
+
+TEST(Membank, ResetLeavesBankZeroAndEveryStepIsTold) {
+    EXPECT_EQ(membank_get(0), nullptr); // no list yet
+    membank_reset();
+    MemBank* const first = membank_find(0);
+    ASSERT_NE(first, nullptr);
+    verbosity.verbose = 1;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(membank_get(0), first);
+    membank_alloc_block(2, 0x1000, 0x10);
+    EXPECT_EQ(membank_get(2), membank_find(2));
+    membank_free_all();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "info: allocating memory bank 0 "
+              "\ninfo: allocating memory block 2:00001000-00001010 "
+              "\ninfo: allocating memory bank 2 "
+              "\ninfo: allocating memory bank 2 "
+              "\ninfo: deallocating memory bank:0 numblocks:0 " // one bank 0
+              "\ninfo: deallocating memory bank:2 numblocks:1 "
+              "\ninfo: deallocating memory block:00001000-00001010 ");
+}
