@@ -1,7 +1,7 @@
 // Opening paths that cannot lead out of a directory, whatever "..", absolute paths and links say.
 #pragma once
 
-#include "fileserver/host_files.h"
+#include "fileserver/host_files_private.h"
 
 #include <string>
 #include <sys/types.h>

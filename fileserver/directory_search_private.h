@@ -2,7 +2,7 @@
 // shown in a directory that is sent as a BASIC program.
 #pragma once
 
-#include "fileserver/host_files.h"
+#include "fileserver/host_files_private.h"
 
 #include <cstdint>
 #include <string>

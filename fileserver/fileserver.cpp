@@ -4,7 +4,7 @@
 #include "core/active_config.h"
 #include "fileserver/cbm.h"
 #include "fileserver/generic.h"
-#include "fileserver/host_files.h"
+#include "fileserver/host_files_private.h"
 #include "fileserver/request_private.h"
 #include "fileserver/serialslave.h"
 #include "ui/msg.h"

@@ -3,7 +3,7 @@
 
 #include "fileserver/directory_search_private.h"
 #include "fileserver/fileserver.h"
-#include "fileserver/host_files.h"
+#include "fileserver/host_files_private.h"
 #include "fileserver/line_private.h"
 #include "fileserver/request_private.h"
 #include "link/rate.h"

@@ -1,6 +1,6 @@
 // The host's disc as the target may use it: within the root, without writing when that is
 // forbidden, and never with a descriptor that is the servers' own.
-#include "fileserver/host_files.h"
+#include "fileserver/host_files_private.h"
 
 #include "core/active_config.h"
 #include "fileserver/beneath_private.h"

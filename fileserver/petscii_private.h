@@ -1,5 +1,6 @@
 // PETSCII of the fileservers: mode 2 of the character sets when it is loaded, otherwise letters
-// with their case swapped and all other codes as they are.
+// with their case swapped and all other codes as they are; to the host, the second code that
+// PETSCII has for capitals (C1 to DA) counts as well.
 #pragma once
 
 #include <cstdint>

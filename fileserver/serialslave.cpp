@@ -5,7 +5,7 @@
 #include "fileserver/basic_listing_private.h"
 #include "fileserver/drive_private.h"
 #include "fileserver/fileserver.h"
-#include "fileserver/host_files.h"
+#include "fileserver/host_files_private.h"
 #include "fileserver/line_private.h"
 #include "fileserver/petscii_private.h"
 #include "fileserver/request_private.h"

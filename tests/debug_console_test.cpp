@@ -25,13 +25,13 @@ TEST(DebugConsole, MovesBytesWordsAndTexts) {
     target_console_putc('\r');
     serial_console_putw(0x1234);
     testing::internal::CaptureStdout();
-    serial_console_puts("Hi\x1B!");
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), ">>KX Hi\\x1b!\n");
+    serial_console_puts("Hi\x1B!\n");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), ">>KX Hi\\x1b!\n\n");
     std::string got;
-    for (char byte = 0; got.size() < 7;) {
+    for (char byte = 0; got.size() < 8;) {
         got += read(pty.master, &byte, 1) == 1 ? std::string(1, byte) : "";
     }
-    EXPECT_EQ(got, "\r\x34\x12hI\x1B!");
+    EXPECT_EQ(got, "\r\x34\x12hI\x1B!\n");
 }
 
 TEST(DebugConsole, EndsTheProgramWhenItCannotBeOpened) {

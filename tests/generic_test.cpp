@@ -6,16 +6,19 @@
 #include "ui/msg.h"
 #include "util/clock.h"
 
+#include <csignal>
 #include <fcntl.h>
 #include <filesystem>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <optional>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace kx {
 
 using namespace test;
+using testing::EndsWith;
 
 namespace {
 
@@ -37,7 +40,8 @@ struct Generic : testing::Test {
         utimensat(0, dir.write("dir/a-name-of-16-long", "0123456789").c_str(), march_15_2009, 0);
         EXPECT_EQ(dup2(open(dir.write("log", "").c_str(), O_WRONLY | O_APPEND), 2), 2);
         int ends[2] = {};
-        EXPECT_EQ(chdir(dir.path().c_str()) + pipe(ends), 0);
+        EXPECT_EQ(chdir(dir.path().c_str()), 0);
+        EXPECT_EQ(pipe(ends), 0);
         for (int fd = dup2(ends[0], 0x60); fd != 0x3F; fd = dup(0)) {
         }
     }
@@ -48,7 +52,8 @@ struct Generic : testing::Test {
         const std::string answer = far->ask(bytes(row.request), hang_up);
         EXPECT_EQ(hang_up ? "" : hex(answer), hex(bytes(row.reply))) << row.request;
         EXPECT_EQ(read_file(dir.file("log")), prefix + row.log) << row.request;
-        EXPECT_TRUE(far->unread == row.unread && far->result == row.result) << row.request;
+        EXPECT_EQ(far->unread, row.unread) << row.request;
+        EXPECT_EQ(far->result, row.result) << row.request;
         std::filesystem::resize_file(dir.file("log"), 0);
     }
 
@@ -59,6 +64,7 @@ struct Generic : testing::Test {
 } // namespace
 
 TEST_F(Generic, AnswersEveryCommand) {
+    const char length = static_cast<char>(dir.path().size() + 4); // of dir/dir
     // clang-format off: a row is a line
     const Row rows[] = {
         {"02 AC", "", "", 1, -1},
@@ -108,6 +114,9 @@ TEST_F(Generic, AnswersEveryCommand) {
         {"01AC 08 00000040 00000123 00000000", "00000123", "dbgLseek(64,291,0) ...ok.\n\r"},
         {"01AC 09 00000040", "00000123", "dbgTell(64) ...ok. (pos 00000123)\n\r"},
         {"01AC 09 00000060", "FFFFFFFF", "dbgTell(96) ...not ok.\n\r"},
+        {"01AC 09 00000002", "FFFFFFFF", "dbgTell(2) ...not ok.\n\r"}, // a file, but the host's
+        {"01AC 08 00000002 00000000 00000000", "FFFFFFFF", "dbgLseek(2,0,0) ...not ok.\n\r"},
+        {"01AC 06 00000002 00000001", "FFFFFFFF", "dbgRead(2,?,1) ...not ok.\n\r"},
         {"01AC 05 00000040", "00000000", "dbgClose(64) ...ok.\n\r"},
         {"01AC 05 00000000", "FFFFFFFF", "dbgClose(0) ...not ok.\n\r"},
         {"01AC 0C 'd' 00", "00000000", "dbgMkdir(\"d\") ...ok.\n\r"},
@@ -121,6 +130,8 @@ TEST_F(Generic, AnswersEveryCommand) {
         {"01AC 0B 7FFFFFFF", "00 '" + dir.path() + "/dir' 00",
          "dbgGetcwd(?,2147483647) ...ok. (is " + dir.path() + "/dir)\n"},
         {"01AC 0B 00000001", "AA", "dbgGetcwd(?,1) ...not ok.\n"},
+        {"01AC 0B 000000" + hex(std::string(1, length)), "AA",
+         "dbgGetcwd(?," + std::to_string(length) + ") ...not ok.\n"}, // no room for its end
         {"01AC 0B FFFFFFFF", "AA", "dbgGetcwd(?,-1) ...not ok.\n"},
         {"01AC 0E 'a-' 00 00000110", "00000000 'a-name-of-16-' 00 00 00000000 00003A6F 0000000A",
          "dbgFindfirst(\"a-\",?,110) ...ok.\n\r"},
@@ -150,6 +161,34 @@ TEST_F(Generic, MovesFilesOfAnySize) {
     EXPECT_EQ(read_file(name), data + data);
     active_config.fileserver_read_only = true;
     EXPECT_EQ(far->ask(bytes("01AC 07 00000040 000493E0") + data), bytes("FFFFFFFF"));
+}
+
+TEST_F(Generic, TellsOfFilesThatComeShortAndOfWritesThatFail) {
+    const std::string data(100000, 'd'); // 0x186A0
+    dir.write("big", data);
+    fileserver_set_stop([] { // no stop, but asked with each piece
+        if (fileserver_last_request().bytes > 0) {
+            EXPECT_EQ(truncate("big", 70000), 0);
+            const rlimit none = {RLIM_INFINITY, RLIM_INFINITY};
+            EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &none), 0);
+        }
+        return false;
+    });
+    EXPECT_EQ(far->ask(bytes("01AC 01 'big' 00")), bytes("00 000186A0") + data);
+    EXPECT_THAT(read_file(dir.file("log")), EndsWith("KX> File came short! (70000 bytes)\n\r"));
+    EXPECT_EQ(open("big", O_RDWR), 0x40);
+    dir.write("big", data);
+    EXPECT_EQ(far->ask(bytes("01AC 06 00000040 000186A0")), bytes("000186A0") + data);
+    EXPECT_THAT(read_file(dir.file("log")), EndsWith("...came short.\n\r"));
+    signal(SIGXFSZ, SIG_IGN);
+    const rlimit small = {2000, RLIM_INFINITY}; // until the first piece has failed
+    EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    EXPECT_EQ(lseek(0x40, 0, SEEK_SET), 0);
+    EXPECT_EQ(far->ask(bytes("01AC 07 00000040 000186A0") + data), bytes("FFFFFFFF"));
+    EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    EXPECT_EQ(far->ask(bytes("01AC 02 'f' 00 000186A0") + data), bytes("00"));
+    EXPECT_THAT(read_file(dir.file("log")), EndsWith("KX> File couldn't be written!\n\r"));
+    EXPECT_EQ(read_file("f"), "hello");
 }
 
 TEST_F(Generic, DoesNothingWithHalfARequestOrHalfAFile) {
