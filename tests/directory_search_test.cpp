@@ -36,7 +36,7 @@ TEST(DirectorySearch, FindsEntriesUntilAStatusFails) {
     for (int i = 0; i < 20; i++)
         std::filesystem::create_directory("big" + std::to_string(i));
     EXPECT_EQ(directory_find("big", entry), 0);
-    EXPECT_EQ(entry.attribute, 0); // the file it names
+    EXPECT_EQ(entry.attribute, 0);                  // the file it names
     EXPECT_EQ(directory_date(2335219199), 0x7F9FU); // the last second of 2043, in UTC
     EXPECT_EQ(directory_date(2335219200), 0x0021U); // 2044, with six bits of year
 }
