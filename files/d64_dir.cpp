@@ -42,6 +42,9 @@ int plain_code(char c, bool lower) {
 }
 
 char plain_character(std::uint8_t code, bool lower) {
+    if (code == DISC_PADDING) {
+        return ' ';
+    }
     constexpr std::uint8_t shifted = 0x80;
     const auto upper = static_cast<char>(code & ~shifted);
     if (!lower || upper < 'A' || upper > 'Z') {

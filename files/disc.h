@@ -195,7 +195,7 @@ struct DiscFile {
     int type = DISC_PRG; // del, seq, prg or usr
     bool locked = false;
     bool replace = false; // one of the same codes, which must not be locked; otherwise Exists
-    std::span<const std::uint8_t> bytes;
+    std::span<const std::uint8_t> bytes = {};
 };
 int disc_write(Disc& disc, const DiscFile& file);
 

@@ -6,6 +6,7 @@
 #include "core/active_config.h"
 #include "files/imgfile.h"
 #include "link/port.h"
+#include "tests/support/disc_image.h"
 #include "tests/support/fake_thread.h"
 #include "tests/support/temp_dir.h"
 #include "ui/msg.h"
@@ -18,55 +19,21 @@
 namespace kx {
 namespace {
 
+using test::at;
+using test::chars;
+using test::formatted;
+using test::put;
+using test::random_bytes;
+using test::slot;
 using testing::HasSubstr;
 using testing::UnorderedElementsAre;
 namespace fs = std::filesystem;
-
-std::size_t at(int track, int sector, int byte = 0) {
-    const int offset = 256 * (d64_sectors_before(track) + sector) + byte;
-    return static_cast<std::size_t>(offset);
-}
-
-void put(std::string& image, std::size_t offset, const std::string& bytes) {
-    image.replace(offset, bytes.size(), bytes);
-}
-
-std::string chars(std::initializer_list<int> codes) {
-    return {codes.begin(), codes.end()};
-}
-
-/// An image with nothing on it, its map as a drive formats it.
-std::string formatted(std::size_t bytes = 174848) {
-    std::string image(bytes, '\0');
-    for (int track = 1; track <= 35; track++) {
-        const int bits = (1 << disc_sectors(track)) - 1;
-        put(image, at(18, 0, 4 * track), chars({disc_sectors(track), bits, bits >> 8, bits >> 16}));
-    }
-    put(image, at(18, 0, 4 * 18), "\x11\xFC");
-    put(image, at(18, 0), chars({18, 1, 'A'}));
-    put(image, at(18, 0, 0x90), "WORK DISC" + std::string(9, '\xA0') + "64\xA0" + "2A");
-    put(image, at(18, 1), chars({0, 255}));
-    return image;
-}
-
-/// A directory slot's bytes from the type on.
-std::string slot(int type, int track, int sector, const std::string& name, int blocks) {
-    return chars({type, track, sector}) + name + std::string(16 - name.size(), '\xA0') +
-           std::string(9, '\0') + chars({blocks, blocks >> 8});
-}
 
 template <typename Print>
 std::string printed(Print print) {
     testing::internal::CaptureStdout();
     print(stdout);
     return testing::internal::GetCapturedStdout();
-}
-
-std::string random_bytes(int count) {
-    std::mt19937 random(static_cast<unsigned>(count));
-    std::string bytes(static_cast<std::size_t>(count), '\0');
-    std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<char>(random()); });
-    return bytes;
 }
 
 /// An image file in a directory that is the current one too.
