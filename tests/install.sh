@@ -59,29 +59,29 @@ refused exists ./init
 [ "$(ls "$XDG_DATA_HOME" | tr '\n' ' ')" = "kx kx.bak kx.bak.1 " ] || fail "$(ls "$XDG_DATA_HOME")"
 
 # The library in a program of the user's own.
-cat >own.cpp <<'EOF'
-#include "core/config/config.h"
-#include <cstdio>
-
-int main(int, char** argv) {
-    kx::IniDocument main_doc, target_doc;
-    kx::config_load(main_doc, target_doc, argv[0], "kx.ini");
-    std::puts(kx::active_config.base_dir.c_str());
-}
-EOF
+mkdir examples
+cat "$source/README.md" "$source/doc/library.md" | awk '
+    /^    \/\/ [a-z]*\.cpp$/ { file = "examples/" $2 }
+    !/^(    |$)/ { file = "" }
+    file { print substr($0, 5) >file }'
 cat >CMakeLists.txt <<'EOF'
 cmake_minimum_required(VERSION 3.25)
-project(own CXX)
+project(start CXX)
 find_package(kx 0.2 REQUIRED)
-add_executable(own own.cpp)
-target_link_libraries(own kx::kx)
+add_executable(start examples/start.cpp)
+target_link_libraries(start kx::kx)
 EOF
 { cmake -G Ninja -S . -B out -DCMAKE_PREFIX_PATH="$work/stage" -DCMAKE_CXX_COMPILER="$cxx" \
     -DCMAKE_CXX_FLAGS="$flags" && cmake --build out; } >log 2>&1 || fail "find_package: $(cat log)"
 export PKG_CONFIG_PATH="$work/stage/lib/pkgconfig"
-eval "$cxx $flags -std=c++20 own.cpp $(pkg-config --cflags --libs kx) -o own"
-for program in out/own ./own; do
-    [ "$($program)" = "$base/" ] || fail "$program printed $($program)"
+for example in examples/*.cpp; do
+    eval "$cxx $flags -std=c++20 $example $(pkg-config --cflags --libs kx) -o ${example%.cpp}" ||
+        fail "$example"
+done
+printf '\000\300\140' >game.prg
+for program in out/start examples/start; do
+    stage/bin/kx fake --log -- sh -c './$0 game.prg $KX_PORT' $program >log 2>&1 &&
+        grep -q 'run .* 41 4B' log || fail "$program: $(cat log)"
 done
 stage/bin/kxsetup --version 2>&1 | grep '^KXSETUP v0.1 '
 
