@@ -51,6 +51,9 @@ extern ActiveConfig active_config;
 /// Puts the record back to the values before anything is loaded.
 void active_config_reset();
 
+/// How many addresses 32 bits can tell: the most that a target has.
+constexpr std::uint64_t ADDRESS_SPACE = std::uint64_t{1} << 32;
+
 /// All addresses of the target: 0xFF, 0xFFFF, 0xFFFFFF for 8, 16 and 24 bits, otherwise 0xFFFFFFFF.
 std::uint32_t addr_mask();
 

@@ -1,6 +1,7 @@
 // Transfers of program files, the parts that all formats have in common.
 #include "files/transfer_private.h"
 
+#include "core/active_config.h"
 #include "link/rate.h"
 #include "link/target_memory.h"
 #include "symfiles/symfiles.h"
@@ -19,8 +20,6 @@ struct State {
     LoadedFile loaded;
 };
 State state;
-
-constexpr std::uint64_t ADDRESS_SPACE = std::uint64_t{1} << 32;
 
 void record(std::span<const TransferPiece> pieces, std::uint32_t execute) {
     LoadedFile loaded = {pieces[0].start, pieces[0].end, execute};

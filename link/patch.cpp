@@ -44,10 +44,6 @@ bool has_keyboard() {
     return con_screen_active() || isatty(STDIN_FILENO);
 }
 
-bool escape_pressed() {
-    return con_kbhit() && con_getkey() == KEYCODE_ESCAPE;
-}
-
 void write_patch(const Record& record, std::uint32_t match_address) {
     const std::uint32_t to = match_address + record.at(REC_POFFS);
     for (std::size_t k = 0; k < record.plen(); k++) {
@@ -97,7 +93,7 @@ std::vector<std::uint8_t> load_record(const IniDocument& doc, const std::string&
 
 int apply_section(const IniDocument& doc, const std::string& section, std::uint32_t start,
                   std::uint32_t size) {
-    const bool simulator = mem_mode == MEM_SIMULATOR;
+    const bool simulator = !mem_reaches_target();
     // Meant: a target behind the Retro Replay stub is never patched, and its patches succeed.
     if (!simulator && active_config.stub == TARGET_C64RR) {
         return 1;
@@ -133,11 +129,11 @@ int patch_search_apply(const std::string& name, std::span<const std::uint8_t> by
         return 1;
     }
     const bool keyboard = has_keyboard();
-    const std::uint32_t key_interval = mem_mode == MEM_SIMULATOR ? KEY_INTERVAL : 1;
+    const std::uint32_t key_interval = mem_reaches_target() ? 1 : KEY_INTERVAL;
     const int total = static_cast<int>(std::min<std::uint32_t>(size, INT_MAX));
     std::size_t i = 0; // pattern bytes matched so far
     for (std::uint32_t done = 0; done < size; done++) {
-        if (keyboard && done % key_interval == 0 && escape_pressed()) {
+        if (keyboard && done % key_interval == 0 && con_take_escape()) {
             return -1;
         }
         const std::uint32_t address = start + done;

@@ -21,22 +21,26 @@ int mem_mode = MEM_SIMULATOR;
 namespace {
 
 constexpr std::array<std::uint8_t, 4> FILLER = {0xDE, 0xAD, 0xBE, 0xAF};
-constexpr std::uint64_t ADDRESS_SPACE = std::uint64_t{1} << 32;
 
 // Large enough that a 16-bit target's whole memory is one command.
 constexpr std::size_t PIECE = 0x10000;
 
-struct {
+struct State {
     std::uint32_t window_start = 0;
     std::vector<std::uint8_t> window;
-} state;
+};
+State state;
 
 bool stub_is_used() {
     return active_config.stub == TARGET_C64RR;
 }
 
-bool to_simulator() {
-    return mem_mode == MEM_SIMULATOR || mem_mode == MEM_SIMULATOR_AND_TARGET;
+bool map_has(std::uint32_t address) {
+    return memory_map_is_mapped(active_config.memory_map, address);
+}
+
+bool image_has(std::uint32_t address) {
+    return address < IMAGE_ACCESS_LIMIT;
 }
 
 /// The byte of the host-side copy for the address; null when it lies outside.
@@ -52,7 +56,15 @@ std::uint8_t filler(std::uint32_t address) {
     return FILLER[address & 3];
 }
 
-void stub_write8(std::uint32_t address, std::uint8_t value) {
+std::uint8_t target_read8(std::uint32_t address) {
+    std::uint8_t byte = 0;
+    if (!stub_is_used() || stub_read_memory(address, {&byte, 1}) != 1) {
+        return 0;
+    }
+    return byte;
+}
+
+void target_write8(std::uint32_t address, std::uint8_t value) {
     if (stub_is_used()) {
         stub_write_memory(address, address + 1, {&value, 1});
     }
@@ -75,7 +87,7 @@ void show(const Progress& progress) {
 void sim_write_piece(std::uint32_t address, std::span<const std::uint8_t> bytes,
                      Progress& progress) {
     for (const std::uint8_t byte : bytes) {
-        if (mem_is_mapped(address)) {
+        if (map_has(address)) {
             sim_write8(address, byte);
         }
         address++;
@@ -89,10 +101,20 @@ std::uint64_t in_address_space(std::uint32_t start, std::uint64_t length) {
     return std::min(length, ADDRESS_SPACE - start);
 }
 
-void sim_write_block(std::uint32_t address, std::span<const std::uint8_t> bytes) {
+int sim_write_block(std::uint32_t address, std::uint32_t /*end*/,
+                    std::span<const std::uint8_t> bytes) {
     bytes = bytes.first(in_address_space(address, bytes.size()));
     Progress progress = {.total = bytes.size()};
     sim_write_piece(address, bytes, progress);
+    return 1;
+}
+
+int sim_read_block(std::span<std::uint8_t> bytes, std::uint32_t address) {
+    for (std::uint8_t& byte : bytes) {
+        byte = map_has(address) ? sim_read8(address) : filler(address);
+        address++;
+    }
+    return 1;
 }
 
 /// From the file's position on. What stands behind a whole address space of the target is not
@@ -115,32 +137,103 @@ int sim_write_file(std::FILE* file, std::uint32_t start, std::uint64_t length) {
     return 1;
 }
 
-/// The target's side of a block write, `end` being the end address as it is sent.
-int target_write_block(std::uint32_t address, std::uint32_t end,
-                       std::span<const std::uint8_t> bytes) {
+/// `end` is the end address as it is sent.
+int both_write_block(std::uint32_t address, std::uint32_t end,
+                     std::span<const std::uint8_t> bytes) {
+    sim_write_block(address, end, bytes);
     if (stub_is_used()) {
         return stub_write_memory(address, end, bytes);
     }
-    // Other stubs are written to byte by byte, and a byte goes nowhere for them: what is left is
-    // that the write error does not survive.
+    // Meant: other stubs are written to byte by byte, mapped or not. As nothing is sent to them,
+    // this shows in the simulator alone, and the write error does not survive.
     port_write_error = false;
+    for (const std::uint8_t byte : bytes.first(in_address_space(address, bytes.size()))) {
+        mem_write8(address++, byte);
+    }
     return 1;
 }
 
-int write_block(std::uint32_t address, std::uint32_t end, std::span<const std::uint8_t> bytes) {
-    if (mem_mode == MEM_IMAGE) {
-        return image_file_write(address, bytes);
+int target_read_block(std::span<std::uint8_t> bytes, std::uint32_t address) {
+    if (stub_is_used()) {
+        return stub_read_memory(address, bytes);
     }
-    if (to_simulator()) {
-        sim_write_block(address, bytes);
+    std::ranges::fill(bytes, std::uint8_t{0});
+    return 1;
+}
+
+int image_write_block(std::uint32_t address, std::uint32_t /*end*/,
+                      std::span<const std::uint8_t> bytes) {
+    return image_file_write(address, bytes);
+}
+
+int image_read_block(std::span<std::uint8_t> bytes, std::uint32_t address) {
+    return image_file_read(address, bytes);
+}
+
+/// Where accesses go in one mode.
+struct Route {
+    int mode;
+    bool simulator; // bytes and numbers are written to the simulator
+    bool target;    // and to the target, which then has the program counter as well
+    bool (*is_mapped)(std::uint32_t address);
+    std::uint8_t (*read8)(std::uint32_t address); // of a mapped address
+    int (*write_block)(std::uint32_t address, std::uint32_t end,
+                       std::span<const std::uint8_t> bytes);
+    int (*read_block)(std::span<std::uint8_t> bytes, std::uint32_t address);
+};
+
+constexpr Route ROUTES[] = {
+    {.mode = MEM_SIMULATOR,
+     .simulator = true,
+     .target = false,
+     .is_mapped = map_has,
+     .read8 = sim_read8,
+     .write_block = sim_write_block,
+     .read_block = sim_read_block},
+    {.mode = MEM_SIMULATOR_AND_TARGET,
+     .simulator = true,
+     .target = true,
+     .is_mapped = map_has,
+     .read8 = target_read8,
+     .write_block = both_write_block,
+     .read_block = target_read_block},
+    {.mode = MEM_IMAGE,
+     .simulator = false,
+     .target = true,
+     .is_mapped = image_has,
+     .read8 = target_read8, // Meant: only blocks are the image's, a single byte is the target's.
+     .write_block = image_write_block,
+     .read_block = image_read_block},
+};
+
+/// The row of the mode in force; an unknown mode stays in the simulator.
+const Route& find_route() {
+    for (const Route& row : ROUTES) {
+        if (row.mode == mem_mode) {
+            return row;
+        }
     }
-    return mem_mode == MEM_SIMULATOR ? 1 : target_write_block(address, end, bytes);
+    return ROUTES[0];
+}
+
+void write8(const Route& route, std::uint32_t address, std::uint8_t value) {
+    if (route.simulator) {
+        sim_write8(address, value);
+    }
+    if (route.target) {
+        target_write8(address, value);
+    }
 }
 
 } // namespace
 
+void mem_reset() {
+    mem_mode = MEM_SIMULATOR;
+    state = {};
+}
+
 bool mem_reaches_target() {
-    return mem_mode != MEM_SIMULATOR;
+    return find_route().target;
 }
 
 void mem_set_window(std::uint32_t start, std::span<const std::uint8_t> bytes) {
@@ -153,10 +246,7 @@ void mem_clear_window() {
 }
 
 bool mem_is_mapped(std::uint32_t address) {
-    if (mem_mode == MEM_IMAGE) {
-        return address < IMAGE_ACCESS_LIMIT;
-    }
-    return memory_map_is_mapped(active_config.memory_map, address);
+    return find_route().is_mapped(address);
 }
 
 std::uint32_t mem_top() {
@@ -167,76 +257,51 @@ std::uint8_t mem_read8(std::uint32_t address) {
     if (const std::uint8_t* byte = window_find(address)) {
         return *byte;
     }
-    if (!mem_is_mapped(address)) {
-        return filler(address);
-    }
-    if (mem_mode == MEM_SIMULATOR) {
-        return sim_read8(address);
-    }
-    // Also in image mode: a single byte always comes from the target, only blocks from the image.
-    std::uint8_t byte = 0;
-    if (!stub_is_used() || stub_read_memory(address, {&byte, 1}) != 1) {
-        return 0;
-    }
-    return byte;
+    const Route& route = find_route();
+    return route.is_mapped(address) ? route.read8(address) : filler(address);
 }
 
 void mem_write8(std::uint32_t address, std::uint8_t value) {
-    if (to_simulator()) {
-        sim_write8(address, value);
-    }
-    if (mem_mode != MEM_SIMULATOR) {
-        stub_write8(address, value);
-    }
+    write8(find_route(), address, value);
 }
 
 void mem_write16(std::uint32_t address, std::uint16_t value) {
+    const Route& route = find_route();
     const auto low = static_cast<std::uint8_t>(value);
     const auto high = static_cast<std::uint8_t>(value >> 8);
     const bool big = active_config.stub_endianness == 1;
-    mem_write8(address, big ? high : low);
-    mem_write8(address + 1, big ? low : high);
+    write8(route, address, big ? high : low);
+    write8(route, address + 1, big ? low : high);
 }
 
 void mem_write32(std::uint32_t address, std::uint32_t value) {
+    const Route& route = find_route();
     const bool big = active_config.stub_endianness == 1;
-    for (std::uint32_t i = 0; to_simulator() && i < 4; i++) {
+    for (std::uint32_t i = 0; route.simulator && i < 4; i++) {
         const std::uint32_t shift = 8 * (big ? 3 - i : i);
         sim_write8(address + i, static_cast<std::uint8_t>(value >> shift));
     }
     // Meant: towards the target the byte order of the stub counts for 16-bit values only, and
     // 32-bit ones always go lowest byte first.
-    for (std::uint32_t i = 0; mem_mode != MEM_SIMULATOR && i < 4; i++) {
-        stub_write8(address + i, static_cast<std::uint8_t>(value >> 8 * i));
+    for (std::uint32_t i = 0; route.target && i < 4; i++) {
+        target_write8(address + i, static_cast<std::uint8_t>(value >> 8 * i));
     }
 }
 
 int mem_write_block(std::uint32_t address, std::span<const std::uint8_t> bytes) {
     // Meant: a block write names an end address one further than a block read does.
-    return write_block(address, address + static_cast<std::uint32_t>(bytes.size()) + 1, bytes);
+    const auto length = static_cast<std::uint32_t>(bytes.size());
+    return find_route().write_block(address, address + length + 1, bytes);
 }
 
 int mem_read_block(std::span<std::uint8_t> bytes, std::uint32_t address) {
-    if (mem_mode == MEM_IMAGE) {
-        return image_file_read(address, bytes);
-    }
-    if (mem_mode != MEM_SIMULATOR) {
-        if (stub_is_used()) {
-            return stub_read_memory(address, bytes);
-        }
-        std::fill(bytes.begin(), bytes.end(), std::uint8_t{0});
-        return 1;
-    }
-    for (std::uint8_t& byte : bytes) {
-        byte = mem_is_mapped(address) ? sim_read8(address) : filler(address);
-        address++;
-    }
-    return 1;
+    return find_route().read_block(bytes, address);
 }
 
 int mem_write_file(std::FILE* file, long offset, std::uint32_t start, std::uint64_t end) {
+    const Route& route = find_route();
     // A command cannot name an end beyond the address space; the simulator leaves the rest out.
-    const bool too_far = end > ADDRESS_SPACE && mem_mode != MEM_SIMULATOR;
+    const bool too_far = end > ADDRESS_SPACE && route.target;
     const std::uint64_t length = end - start;
     const long size = file_size(file);
     if (offset < 0 || end < start || too_far || size < offset ||
@@ -244,7 +309,7 @@ int mem_write_file(std::FILE* file, long offset, std::uint32_t start, std::uint6
         std::fseek(file, offset, SEEK_SET) != 0) {
         return -1;
     }
-    if (mem_mode == MEM_SIMULATOR) {
+    if (!route.target) {
         return sim_write_file(file, start, length);
     }
     std::vector<std::uint8_t> bytes;
@@ -252,11 +317,11 @@ int mem_write_file(std::FILE* file, long offset, std::uint32_t start, std::uint6
         return -1;
     }
     // The end address is sent as the caller gave it, without the one that blocks add.
-    return write_block(start, static_cast<std::uint32_t>(end), bytes);
+    return route.write_block(start, static_cast<std::uint32_t>(end), bytes);
 }
 
 void target_set_pc(std::uint32_t address) {
-    if (mem_mode == MEM_SIMULATOR) {
+    if (!mem_reaches_target()) {
         sim_registers().pc = address;
     } else if (stub_is_used()) {
         stub_set_pc(address);
@@ -264,7 +329,7 @@ void target_set_pc(std::uint32_t address) {
 }
 
 void target_execute() {
-    if (mem_mode != MEM_SIMULATOR && stub_is_used()) {
+    if (mem_reaches_target() && stub_is_used()) {
         stub_execute();
     }
 }

@@ -29,6 +29,9 @@ void mem_clear_window();
 /// Whether the address may be accessed: by the memory map, in mode 3 below 0x57057FFF.
 bool mem_is_mapped(std::uint32_t address);
 
+/// Forgets the window, and back to mode 1.
+void mem_reset();
+
 /// The highest address of the target.
 std::uint32_t mem_top();
 

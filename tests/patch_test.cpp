@@ -5,8 +5,10 @@
 #include "core/simulator.h"
 #include "link/target_memory.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/terminal.h"
 #include "ui/con.h"
 #include "ui/msg.h"
+#include "util/text.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -21,6 +23,8 @@ constexpr std::uint32_t START = 0x1000;
 
 struct Patch : testing::Test {
     Patch() {
+        msg_reset();
+        mem_reset();
         MemoryMap& map = active_config.memory_map;
         memory_map_set_type(map, memory_map_add(map, 0, 0, 0xFFFFFFFF), MEMORY_RAM_ROM);
         EXPECT_EQ(sim_init(), 1);
@@ -84,6 +88,43 @@ TEST_F(Patch, AppliesTheDefaultsInOrderButNotBehindTheRetroReplay) {
               "info: applying default patches (00001000-00001006)... \n"
               "\ninfo: First patch applied 1 time(s). \ninfo: address = 00001000 "
               "\ninfo: Second patch applied 1 time(s). \ninfo: address = 00001003 ");
+}
+
+TEST_F(Patch, CountsAllMatchesAndNamesTheFirst64) {
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(patch_search_apply("p", Bytes{1, 0, 0, 0x55, 255}, START, 0x100), 1);
+    mem_write_block(START, Bytes(70, 0x55));
+    EXPECT_EQ(patch_search_apply("p", Bytes{1, 0, 0, 0x55, 255}, START, 0x100), 1);
+    std::string text = "warning: p not patched \ninfo: p patch applied 70 time(s). ";
+    for (int i = 0; i < 64; i++) {
+        text += text_printf("\ninfo: address = %08x ", START + i);
+    }
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), text);
+}
+
+TEST_F(Patch, EndsAtAnEscapeThatNoKeyFollows) {
+    const struct {
+        std::string typed;
+        int mode, status;
+    } rows[] = {{"\x1b", MEM_SIMULATOR, 255},
+                {"\x1b\x1b", MEM_SIMULATOR, 255},
+                {test::UP, MEM_SIMULATOR, 1},
+                {"x", MEM_SIMULATOR, 1},
+                {"\x1b", MEM_SIMULATOR_AND_TARGET, 1}}; // where only success is told
+    for (const auto& row : rows) {
+        SCOPED_TRACE(test::hex(row.typed));
+        test::Terminal terminal(80, 25);
+        terminal.run([&] {
+            con_rawmode();
+            con_printf("ready");
+            con_idle(60000);
+            mem_mode = row.mode;
+            return patch_apply_named("first", START, 6);
+        });
+        terminal.wait_for("ready");
+        terminal.type(row.typed);
+        EXPECT_EQ(terminal.wait_exit(), row.status);
+    }
 }
 
 TEST_F(Patch, EndsTheProgramWithoutItsSection) {

@@ -9,7 +9,36 @@
 #include "ui/msg.h"
 #include "util/clock.h"
 
+#include <cerrno>
+#include <cstdarg>
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/ioctl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+// Stand before the system's own: an opening fails with the first of these, while there are any,
+// and seconds pass without a wait.
+std::vector<int> refusals;
+int naps = 0;
+
+int open(const char* path, int flags, ...) {
+    va_list rest;
+    va_start(rest, flags);
+    const auto mode = (flags & O_CREAT) != 0 ? va_arg(rest, mode_t) : mode_t{0};
+    va_end(rest);
+    if (!refusals.empty()) {
+        errno = refusals.front();
+        refusals.erase(refusals.begin());
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_openat, AT_FDCWD, path, flags, mode));
+}
+
+unsigned sleep(unsigned seconds) {
+    naps += static_cast<int>(seconds);
+    return 0;
+}
 
 namespace kx {
 
@@ -33,7 +62,12 @@ void set_clock(const FakeClock& clock) {
 }
 
 struct Port : testing::Test {
-    Port() { active_config.port_type = PORT_SERIAL; }
+    Port() {
+        active_config.port_type = PORT_SERIAL;
+        port_reset();
+        serial_reset();
+        msg_reset();
+    }
 
     void open() { ASSERT_EQ(port_open(target.device, 38400), 1); }
 
@@ -65,7 +99,7 @@ TEST_F(Port, SetsTheLineUpAndPutsBackWhatItFound) {
 TEST_F(Port, MovesBytesNumbersAndTexts) {
     open();
     EXPECT_EQ(port_getc_nowait(), 0);
-    EXPECT_EQ(port_read_error, 1);
+    EXPECT_TRUE(port_read_error);
     port_put32(0x12345678);
     port_put_string("ab");
     port_write_block(Bytes{0x11, 0x13, 0x03, 0x0D, 0xFF}); // what a terminal would act on
@@ -83,7 +117,107 @@ TEST_F(Port, MovesBytesNumbersAndTexts) {
     EXPECT_EQ(port_getc_nowait(), 7);
     EXPECT_TRUE(port_wait_data(10000));
     EXPECT_EQ(port_flush_input(), 1);
-    EXPECT_EQ(port_has_data() + port_read_error, 0);
+    EXPECT_EQ(port_has_data(), 0);
+    EXPECT_FALSE(port_read_error);
+}
+
+TEST_F(Port, TriesSixteenTimesAndWaitsForABusyLine) {
+    std::vector<int> busy(20, EBUSY);
+    busy.resize(20 + 16, ENOENT);
+    const struct {
+        const char* what;
+        std::vector<int> refusals;
+        int result, naps, messages;
+    } rows[] = {
+        {"the last attempt", std::vector<int>(15, EACCES), 1, 0, 0},
+        {"one too many", std::vector<int>(16, EACCES), -1, 0, 0},
+        {"busy", std::vector<int>(20, EBUSY), 1, 20, 1},
+        {"busy, then gone", busy, -1, 20, 1},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        port_reset();
+        msg_reset();
+        refusals = row.refusals;
+        naps = 0;
+        CaptureStderr();
+        EXPECT_EQ(port_open(target.device, 38400), row.result);
+        EXPECT_EQ(refusals.size(), 0U);
+        EXPECT_EQ(naps, row.naps);
+        const std::string text = target.device + " is busy, waiting for it.";
+        EXPECT_EQ(GetCapturedStderr(), row.messages == 1 ? text + " " : "");
+    }
+    EXPECT_EQ(port_last_error().error, ENOENT);
+}
+
+int modem = 0; // the line's modem bits
+
+TEST_F(Port, RaisesDtrAndDropsItOnEveryWayOut) {
+    const SerialModem watched = {.get = [](int, int* bits) { return *bits = modem, 0; },
+                                 .set = [](int, int bits) { return modem = bits, 0; }};
+    serial_set_modem(&watched);
+    const std::vector<tcflag_t> before = target.settings();
+    for (const bool adopted : {false, true}) {
+        modem = TIOCM_RTS;
+        if (adopted) {
+            EXPECT_EQ(port_adopt(Fd(dup(target.slave)), "mine", 38400), 1);
+            EXPECT_EQ(port_adopt(Fd(dup(target.slave)), "another", 38400), -1);
+            EXPECT_EQ(port_line.device, "mine");
+        } else {
+            open();
+        }
+        EXPECT_NE(target.settings(), before);
+        EXPECT_EQ(modem, TIOCM_RTS | TIOCM_DTR);
+        port_putc('x');
+        EXPECT_EQ(target.take(1), "78");
+        port_close();
+        EXPECT_EQ(modem, TIOCM_RTS);
+        EXPECT_EQ(target.settings(), before);
+    }
+}
+
+TEST_F(Port, TellsWhyItFailed) {
+    const auto none = [] { active_config.port_type = PORT_NONE; };
+    const struct {
+        std::string device;
+        long baud;
+        int result;
+        const char* step;
+        int error;
+        std::function<void()> before = [] {};
+    } openings[] = {
+        {"/dev/null/none", 9600, -1, "open", ENOTDIR},
+        {"/proc/self/comm", 9600, 0, "settings", ENOTTY}, // can be opened, is no terminal
+        {target.device, 4800, 0, "baud", EINVAL},
+        {target.device, 9600, -1, "open", ENODEV, none},
+    };
+    for (const auto& row : openings) {
+        SCOPED_TRACE(row.device + "/" + std::to_string(row.baud));
+        port_reset();
+        row.before();
+        CaptureStdout();
+        EXPECT_EQ(port_open(row.device, row.baud), row.result);
+        EXPECT_EQ(GetCapturedStdout(), row.baud == 4800 ? "error: 4800baud not supported.\n" : "");
+        EXPECT_STREQ(port_last_error().step, row.step);
+        EXPECT_EQ(port_last_error().error, row.error);
+        EXPECT_EQ(port_getc(), 0);
+    }
+    active_config.port_type = PORT_SERIAL;
+    open();
+    serial_set_write_limit(1); // the far end takes nothing
+    port_write_block(Bytes(1 << 20));
+    EXPECT_TRUE(port_write_error);
+    EXPECT_EQ(port_last_error().kind, FailureKind::Silent);
+    target.hang_up();
+    EXPECT_EQ(port_getc(), 0);
+    EXPECT_STREQ(port_last_error().step, "read");
+    EXPECT_EQ(port_last_error().kind, FailureKind::Gone);
+    port_putc(0);
+    EXPECT_STREQ(port_last_error().step, "write");
+    EXPECT_EQ(port_last_error().kind, FailureKind::Gone);
+    port_close();
+    port_putc(0);
+    EXPECT_EQ(port_last_error().error, ENOTCONN);
 }
 
 TEST_F(Port, SpacesBytesByTheClock) {
@@ -99,6 +233,8 @@ TEST_F(Port, SpacesBytesByTheClock) {
         {"after one millisecond; starts at 1011", 500000, {1001, ~0U, 0}, 1012},
         {"stepped back behind the start; starts at 900", 500000, {900, 900, 900}, 900},
         {"steps back in the wait; starts at 902", 500000, {902, 908, 901}, 903},
+        {"starts at the clock's last millisecond", 500000, {~0U, ~0U, ~0U}, ~0U},
+        {"across the wrap a millisecond is lost", 500000, {0, ~1U, 0}, 1},
         {"too fast for a spacing", 5000001, {903, 903, 903}, 903},
         {"a negative limit", -1, {903, 903, 903}, 903},
     };
@@ -124,6 +260,7 @@ TEST(Rate, ReportsWhatTheLineCarried) {
     } rows[] = {
         {38400, 10000, 38400, {0, 1}, " (3840 bytes/sec, 34560 baud, 90% of 38400 baud)\n\r"},
         {5, 0, 9600, {0, 1}, " (5000 bytes/sec, 45000 baud, 468% of 9600 baud)\n\r"},
+        {5, 0x80000000, 9600, {0, 1}, " (5000 bytes/sec, 45000 baud, 468% of 9600 baud)\n\r"},
         // Single precision shows in the last digits.
         {~0U, 1000000, 2, {0, 1}, " (4294967 bytes/sec, 38654704 baud, 1932735200% of 2 baud)\n\r"},
         {38400, 10000, 1, {0, 1}, ""},

@@ -6,6 +6,7 @@
 #include "link/port.h"
 #include "tests/support/pty.h"
 
+#include <cerrno>
 #include <functional>
 #include <gtest/gtest.h>
 #include <optional>
@@ -45,11 +46,13 @@ TEST(Stub, SendsItsCommandsByteForByte) {
     std::uint8_t byte[1] = {};
     for (const auto& row : rows) {
         const Target target(row.addr_bits, {5});
-        EXPECT_EQ(stub_read_memory(row.address, byte) + byte[0], 6);
+        EXPECT_EQ(stub_read_memory(row.address, byte), 1);
+        EXPECT_EQ(byte[0], 5);
         EXPECT_EQ(target.take(row.count), row.bytes);
     }
     const Target target(24, {9});
-    EXPECT_EQ(stub_read_image({35, 16, 255}, byte) + byte[0], 10);
+    EXPECT_EQ(stub_read_image({35, 16, 255}, byte), 1);
+    EXPECT_EQ(byte[0], 9);
     active_config.addr_bits = 16;
     EXPECT_EQ(stub_write_memory(0x801, 0x805, Bytes{1, 2, 3}), 1);
     stub_set_pc(0x1234);
@@ -70,16 +73,18 @@ TEST(Stub, FailsWithTheTargetAndWorksAgain) {
         std::size_t answer; // bytes of 200 that are there at once
         bool image;
         int result, sleeps, again; // and the result of the next command
+        FailureKind kind;
         std::function<void()> late = [] {};
     } rows[] = {
-        {"silent", 0, false, -1, 9992, 1},
-        {"half", 100, true, -1, 9992, 1},
-        {"slow", 100, false, 1, 18000, 1, [&] { target->send(Bytes(50)); }},
-        {"a byte too many", 201, false, -1, 0, 1},
-        {"hangs up", 100, true, -1, 9000, -1, [&] { target->hang_up(); }},
+        {"silent", 0, false, -1, 9992, 1, FailureKind::Silent},
+        {"half", 100, true, -1, 9992, 1, FailureKind::Silent},
+        {"slow", 100, false, 1, 18000, 1, FailureKind::None, [&] { target->send(Bytes(50)); }},
+        {"a byte too many", 201, false, -1, 0, 1, FailureKind::Surplus},
+        {"hangs up", 100, true, -1, 9000, -1, FailureKind::Gone, [&] { target->hang_up(); }},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.what);
+        stub_reset();
         target.emplace(16, Bytes(row.answer));
         sleeps = 0;
         late = row.late;
@@ -89,12 +94,32 @@ TEST(Stub, FailsWithTheTargetAndWorksAgain) {
             return row.image ? stub_read_image({1, 0, 0}, bytes) : stub_read_memory(0x400, bytes);
         };
         EXPECT_EQ(read(), row.result);
+        EXPECT_EQ(stub_last_error().kind, row.kind);
         EXPECT_NEAR(sleeps, row.sleeps, 50); // the first polls of 10000 may wait without a sleep
-        if (row.again == 1)
+        if (row.again == 1) {
             target->send(Bytes(200, 'x'));
+        }
         EXPECT_EQ(read(), row.again);
         EXPECT_EQ(bytes, Bytes(200, row.again == 1 ? 'x' : 0));
     }
+    EXPECT_EQ(stub_write_memory(0x400, 0x401, Bytes(1)), -1);
+    EXPECT_EQ(stub_last_error().kind, FailureKind::Gone);
+    EXPECT_FALSE(port_write_error) << "stays set";
+}
+
+TEST(Stub, WaitsAsLongAsItIsTold) {
+    const Target target(16, {});
+    Bytes bytes(2);
+    sleeps = 0;
+    stub_set_sleep([] { sleeps++; });
+    stub_set_timeout(100);
+    EXPECT_EQ(stub_read_memory(0x400, bytes), -1);
+    EXPECT_NEAR(sleeps, 92, 8);
+    EXPECT_EQ(stub_last_error().kind, FailureKind::Silent);
+    stub_set_stop([](std::uint32_t waited) { return waited == 50; });
+    EXPECT_EQ(stub_read_memory(0x400, bytes), -1);
+    EXPECT_NEAR(sleeps, 92 + 42, 16);
+    EXPECT_EQ(stub_last_error().error, ECANCELED);
 }
 
 } // namespace kx

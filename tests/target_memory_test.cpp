@@ -27,6 +27,9 @@ namespace {
 /// RAM at 0800 to 0FFF and C000 to FFFF, a hole in it at 0900 to 09FF, the rest not there.
 struct TargetMemory : testing::Test {
     TargetMemory() {
+        port_reset();
+        mem_reset();
+        active_config_reset();
         active_config.addr_bits = 16;
         MemoryMap& map = active_config.memory_map;
         memory_map_set_type(map, memory_map_add(map, 0, 0x900, 0x9FF), MEMORY_NONE);
@@ -85,6 +88,28 @@ TEST_F(TargetMemory, SendsNumbersToBothSidesInTheirByteOrders) {
                                        " 41 42 03 08 02 08 D4 41 42 04 08 03 08 C3"
                                        " 41 42 05 08 04 08 B2 41 42 06 08 05 08 A1");
     }
+}
+
+TEST_F(TargetMemory, SendsBlocksToTheRetroReplayAloneAndTheMappedToTheSimulator) {
+    const test::Pty target;
+    connect(target.device);
+    EXPECT_EQ(mem_write_block(0x8FE, Bytes{1, 2, 3}), 1);
+    EXPECT_EQ(target.take(9), "41 42 02 09 FE 08 01 02 03");
+    EXPECT_EQ(sim_read8(0x8FF), 2);
+    EXPECT_EQ(sim_read8(0x900), 0) << "not mapped";
+    active_config.stub = TARGET_NONE;
+    EXPECT_EQ(mem_write_block(0x8FE, Bytes{4, 5, 6}), 1);
+    EXPECT_EQ(sim_read8(0x8FF), 5);
+    EXPECT_EQ(sim_read8(0x900), 6) << "byte by byte, mapped or not";
+    mem_write32(0x800, 7);
+    Bytes bytes = {8};
+    EXPECT_EQ(mem_read_block(bytes, 0x800), 1);
+    EXPECT_EQ(bytes[0], 0);
+    EXPECT_EQ(mem_read8(0x800), 0);
+    target_set_pc(0x800);
+    target_execute();
+    port_putc('!');
+    EXPECT_EQ(target.take(1), "21");
 }
 
 TEST_F(TargetMemory, ReadsAndWritesImageFilesThemselvesOrAsMemory) {

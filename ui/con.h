@@ -138,6 +138,10 @@ int con_getkey();
 /// 1 when a key is waiting, which stays there; 0 otherwise. At the end of the input always 1.
 int con_kbhit();
 
+/// Takes the key that waits, if any: whether it is Escape. Without a screen `con_getkey` waits for
+/// another key behind an Escape; here one that nothing follows within 25 ms is Escape itself.
+bool con_take_escape();
+
 /// Lets the operating system wait for input, at most `ms` milliseconds. For loops that poll.
 void con_idle(int ms);
 

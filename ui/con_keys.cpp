@@ -20,6 +20,7 @@ namespace {
 constexpr int NO_KEY = -1;
 constexpr int INPUT_ENDED = -2;
 constexpr int IDLE_MS = 10;
+constexpr int SEQUENCE_MS = 25;       // within which a key's bytes follow each other
 constexpr int UNREADABLE_TURNS = 100; // input that says it has bytes and gives none has ended
 
 struct KeyState {
@@ -301,6 +302,15 @@ int line_kbhit() {
     return waiting_bytes(0) != 0 ? 1 : 0;
 }
 
+bool line_take_escape() {
+    const RawInput raw(TCSAFLUSH); // the rest of a sequence goes with it
+    int byte = read_byte();
+    if (byte == KEYCODE_ESCAPE && waiting_bytes(SEQUENCE_MS) != 0) {
+        byte = read_byte();
+    }
+    return byte == KEYCODE_ESCAPE || byte == INPUT_ENDED;
+}
+
 } // namespace
 
 void con_start_keys() {
@@ -336,6 +346,13 @@ int con_getkey() {
 
 int con_kbhit() {
     return con_screen_active() ? screen_kbhit() : line_kbhit();
+}
+
+bool con_take_escape() {
+    if (con_kbhit() == 0) {
+        return false;
+    }
+    return con_screen_active() ? screen_getkey() == KEYCODE_ESCAPE : line_take_escape();
 }
 
 void con_idle(int ms) {
