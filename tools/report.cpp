@@ -37,7 +37,7 @@ constexpr ErrorRow error_table[] = {
     {KxError::Damaged, "damaged", 1},
     {KxError::Differs, "differs", 1},
     {KxError::HostFile, "host-file", 1},
-    {KxError::Unsupported, "unsupported", 1},
+    {KxError::BadType, "bad-type", 1},
     {KxError::NoBase, "no-base", 3},
     {KxError::NoTarget, "no-target", 3},
     {KxError::BadConfig, "bad-config", 3},

@@ -19,7 +19,7 @@ enum class KxError {
     Damaged,
     Differs,
     HostFile, // a file of the host cannot be read or written
-    Unsupported,
+    BadType,  // no file of a kind that the verb works on
     NoBase,
     NoTarget,
     BadConfig,

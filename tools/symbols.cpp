@@ -30,7 +30,7 @@ int symbols_read(SymTable* table, const std::string& path) {
     }
     const bool ini = host_ending(path) == "ini";
     if (!ini && !holds_labels(head)) {
-        return report_fail(KxError::Unsupported,
+        return report_fail(KxError::BadType,
                            path + ": no symbol file: neither .ini nor VICE labels");
     }
     return filehandler_readsymfile(table, path, ini ? FILETYPE_KXSYMS : FILETYPE_VICE) == 1

@@ -193,7 +193,7 @@ int load_memory(const std::string& argument) {
         return status;
     }
     if (!raw && bytes.size() < 3) {
-        return report_fail(KxError::Unsupported, path + ": no program, it has no load address",
+        return report_fail(KxError::BadType, path + ": no program, it has no load address",
                            "raw bytes are given as " + path + "@ADDRESS");
     }
     if (!raw) {

@@ -7,12 +7,28 @@
 
 namespace kx {
 
-extern const Verb verb_patch, verb_view, verb_dump, verb_symbols, verb_ports, verb_fake;
+extern const Verb verb_ls, verb_get, verb_put, verb_rm, verb_mv, verb_check, verb_mkfs, verb_patch,
+    verb_view, verb_dump, verb_symbols, verb_ports, verb_fake;
 
 namespace {
 
 constexpr const Verb* table[] = {
-    &verb_patch, &verb_view, &verb_dump, &verb_symbols, &verb_ports, &verb_fake,
+    // discs
+    &verb_ls,
+    &verb_get,
+    &verb_put,
+    &verb_rm,
+    &verb_mv,
+    &verb_check,
+    &verb_mkfs,
+    // files
+    &verb_patch,
+    &verb_view,
+    &verb_dump,
+    &verb_symbols,
+    // this host
+    &verb_ports,
+    &verb_fake,
 };
 
 constexpr Option globals_table[] = {

@@ -1,0 +1,333 @@
+// What the disc verbs share.
+#include "tools/discs.h"
+
+#include "tools/global.h"
+#include "tools/host.h"
+#include "tools/report.h"
+#include "util/ascii.h"
+#include "util/text.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <iterator>
+#include <unistd.h>
+
+namespace kx {
+
+namespace {
+
+constexpr int DATA_BYTES = 254; // of a block
+
+KxError code_of(const DiscFailure& failure) {
+    struct Row {
+        DiscReason reason;
+        KxError code;
+    };
+    constexpr Row rows[] = {
+        {DiscReason::NoFile, KxError::NotFound},  {DiscReason::Ambiguous, KxError::NotFound},
+        {DiscReason::Exists, KxError::Exists},    {DiscReason::NoRoom, KxError::NoRoom},
+        {DiscReason::Locked, KxError::Locked},    {DiscReason::BadName, KxError::Usage},
+        {DiscReason::Damaged, KxError::Damaged},  {DiscReason::Shared, KxError::Damaged},
+        {DiscReason::NotPlain, KxError::BadType}, {DiscReason::NotImage, KxError::BadType},
+    };
+    if (failure.reason == DiscReason::Host && failure.error == ENOENT) {
+        return KxError::NotFound;
+    }
+    const auto* row =
+        std::ranges::find_if(rows, [&](const Row& each) { return each.reason == failure.reason; });
+    return row != std::end(rows) ? row->code : KxError::HostFile;
+}
+
+std::string without_stop(std::string text) {
+    while (text.ends_with('.')) {
+        text.pop_back();
+    }
+    return text;
+}
+
+/// A text that is meant as it is, not with codes in hexadecimal.
+std::string literal(std::string_view text) {
+    std::string typed;
+    for (const char c : text) {
+        typed += c == '#' ? "##" : std::string(1, c);
+    }
+    return typed;
+}
+
+int type_number(const std::string& name) {
+    int type = DISC_PRG;
+    for (const int each : {DISC_DEL, DISC_SEQ, DISC_PRG, DISC_USR}) {
+        type = name == disc_type_name(each) ? each : type;
+    }
+    return type;
+}
+
+/// One file that goes onto the disc.
+struct Source {
+    std::string path;
+    std::vector<std::uint8_t> bytes;
+    DiscFile file;
+};
+
+int blocks_of(std::size_t bytes) {
+    return std::max(1, static_cast<int>((bytes + DATA_BYTES - 1) / DATA_BYTES));
+}
+
+/// The name that a host file gets: `-N`, or its own without directory and ending.
+int choose_name(Disc& disc, const DiscsPut& how, Source& source) {
+    const std::string host = host_name(source.path);
+    const std::string ending = host_ending(source.path);
+    const bool typed = ending == disc_type_name(type_number(ending));
+    std::string name = !how.name.empty() ? how.name
+                       : typed           ? literal(host.substr(0, host.size() - ending.size() - 1))
+                                         : literal(host);
+    if (how.cut && how.name.empty()) {
+        name.resize(std::min(name.size(), source.file.name.size()));
+    }
+    source.file.type = type_number(!how.type.empty() ? how.type : ending);
+    if (disc_file_name(disc, name, source.file.name) == 1) {
+        return 0;
+    }
+    return discs_fail(disc, how.name.empty() ? "-N gives another name, --cut cuts it" : "");
+}
+
+int read_host_file(Disc& disc, const std::string& path, const DiscsPut& how, Source& source) {
+    source.path = path;
+    source.file.locked = how.lock;
+    source.file.replace = how.replace;
+    if (path == "-" && how.name.empty()) {
+        return report_fail(KxError::Usage, "standard input needs a name: -N NAME");
+    }
+    if (const int status = host_read(path, source.bytes)) {
+        return status;
+    }
+    return choose_name(disc, how, source);
+}
+
+/// "demo.d64: 40 blocks needed, 12 free; nothing was written"
+int fail_room(Disc& disc, const std::vector<std::string>& files, int free_before) {
+    int needed = 0;
+    std::vector<std::uint8_t> bytes;
+    for (const std::string& file : files) {
+        needed += access(file.c_str(), R_OK) == 0 && host_read(file, bytes) == 0
+                      ? blocks_of(bytes.size())
+                      : 0;
+    }
+    const std::string free = std::to_string(free_before);
+    return report_fail(KxError::NoRoom,
+                       disc.path + ": " +
+                           (needed > 0 ? discs_count(needed, "block") + " needed, " + free + " free"
+                                       : without_stop(disc.failure.text)) +
+                           "; nothing was written");
+}
+
+/// Copies the files of another image that the pattern stands for.
+int copy_files(Disc& disc, const std::string& image, const std::string& pattern,
+               const DiscsPut& how, std::vector<int>& written) {
+    Disc from;
+    std::vector<int> numbers;
+    if (const int status = discs_open(from, image, DiscAccess::Read)) {
+        return status;
+    }
+    if (const int status = discs_select(from, {pattern}, numbers)) {
+        return status;
+    }
+    if (!how.name.empty() && numbers.size() > 1) {
+        return report_fail(KxError::Usage, "-N names one file, '" + pattern + "' stands for more");
+    }
+    for (const int number : numbers) {
+        DiscName name = disc_entries(from)[static_cast<std::size_t>(number)].name;
+        if (!how.name.empty() && disc_file_name(disc, how.name, name) != 1) {
+            return discs_fail(disc);
+        }
+        if (disc_copy(disc, from, number, name, how.replace) != 1) {
+            return discs_fail(disc,
+                              disc.failure.reason == DiscReason::Exists ? "-f replaces it" : "");
+        }
+        written.push_back(disc_find(disc, name));
+    }
+    return 0;
+}
+
+/// "A.d64:NAME" for a file A.d64 that is there. A host file of that whole name goes first.
+bool split_image(const std::string& word, std::string& image, std::string& pattern) {
+    const std::size_t colon = word.find(':', 1);
+    if (colon == std::string::npos || access(word.c_str(), F_OK) == 0) {
+        return false;
+    }
+    image = word.substr(0, colon);
+    pattern = word.substr(colon + 1);
+    return access(image.c_str(), F_OK) == 0;
+}
+
+/// The image file's name without its ending, as far as a disc's name can have it.
+std::string name_for_disc(Disc& disc, const std::string& path) {
+    std::string host = host_name(path);
+    host.erase(std::min(host.find_last_of('.'), host.size()));
+    std::string name;
+    DiscName codes;
+    for (const char c : host.substr(0, codes.size())) {
+        const std::string typed = literal({&c, 1});
+        name += disc_codes(disc, typed, codes) == 1 ? typed : "-";
+    }
+    return name;
+}
+
+} // namespace
+
+int discs_fail(const Disc& disc, const std::string& hint) {
+    const DiscFailure& failure = disc.failure;
+    const std::string text = failure.reason == DiscReason::Host ? host_why(disc.path, failure.error)
+                                                                : without_stop(failure.text);
+    const bool named = text.find(ascii_escape(disc.path)) != std::string::npos;
+    return report_fail(code_of(failure), (named ? "" : disc.path + ": ") + text, hint);
+}
+
+int discs_open(Disc& disc, const std::string& path, DiscAccess access) {
+    return disc_open(disc, path, access) == 1 ? 0 : discs_fail(disc);
+}
+
+int discs_set_label(Disc& disc, const DiscsLabel& label) {
+    const DiscInfo info = disc_info(disc);
+    DiscName name = info.name, id{info.id[0], info.id[1]};
+    if (!label.name.empty() && disc_codes(disc, label.name, name) != 1) {
+        return discs_fail(disc);
+    }
+    if (!label.id.empty() && disc_codes(disc, label.id, id) != 1) {
+        return discs_fail(disc);
+    }
+    if (!label.id.empty() && disc_name_length(id) != 2) {
+        return report_fail(KxError::Usage,
+                           "'" + label.id + "' is no identifier: two characters are");
+    }
+    return disc_set_label(disc, name, {id[0], id[1]}) == 1 ? 0 : discs_fail(disc);
+}
+
+int discs_create(Disc& disc, const std::string& path, const DiscsFormat& format) {
+    DiscFormat made;
+    made.tracks = format.tracks;
+    made.replace = format.replace;
+    made.name.fill(DISC_PADDING);
+    if (disc_create(disc, path, made) != 1) {
+        return discs_fail(disc, disc.failure.reason == DiscReason::Exists ? "-f replaces it" : "");
+    }
+    DiscsLabel label = format.label;
+    if (label.name.empty()) {
+        label.name = name_for_disc(disc, path);
+    }
+    return discs_set_label(disc, label);
+}
+
+int discs_commit(Disc& disc) {
+    if (globals.dry_run) {
+        report_done("nothing was changed (dry run)");
+        return 0;
+    }
+    return disc_commit(disc) == 1 ? 0 : discs_fail(disc);
+}
+
+int discs_select(Disc& disc, const std::vector<std::string>& patterns, std::vector<int>& numbers) {
+    numbers.clear();
+    for (const DiscEntry& entry : disc_entries(disc)) {
+        if (patterns.empty() && entry.raw_type != 0) {
+            numbers.push_back(entry.number);
+        }
+    }
+    for (const std::string& pattern : patterns) {
+        std::vector<int> found;
+        if (disc_match(disc, pattern, found) != 1) {
+            return discs_fail(disc);
+        }
+        std::ranges::copy_if(found, std::back_inserter(numbers),
+                             [&](int number) { return std::ranges::count(numbers, number) == 0; });
+    }
+    return 0;
+}
+
+std::string discs_typed_name(Disc& disc, const DiscEntry& entry) {
+    std::string typed;
+    for (std::size_t i = 0; i < disc_name_length(entry.name); i++) {
+        const char c = i < entry.text.size() ? entry.text[i] : '.';
+        DiscName name;
+        // Control characters are none of a text; the rest would mean something else.
+        const bool plain =
+            ascii_is_print(c) && std::string_view("#*?:").find(c) == std::string::npos &&
+            disc_codes(disc, std::string(1, c), name) == 1 && name[0] == entry.name[i];
+        typed += plain ? std::string(1, c) : text_printf("#%02x", entry.name[i]);
+    }
+    return typed;
+}
+
+std::string discs_type(const DiscEntry& entry) {
+    std::string type = entry.type <= DISC_REL ? disc_type_name(entry.type) : "???";
+    std::ranges::transform(type, type.begin(), [](char c) {
+        return static_cast<char>(c >= 'a' && c <= 'z' ? c - 'a' + 'A' : c);
+    });
+    return type;
+}
+
+Json discs_entry_json(const DiscEntry& entry) {
+    std::string hex;
+    for (std::size_t i = 0; i < disc_name_length(entry.name); i++) {
+        hex += text_printf("%02x", entry.name[i]);
+    }
+    Json json;
+    json.set("number", entry.number);
+    json.set("name", entry.text);
+    json.set("name_hex", hex);
+    json.set("type", disc_type_name(entry.type));
+    json.set("blocks", entry.blocks);
+    json.set("locked", entry.locked);
+    json.set("closed", entry.closed);
+    json.set("track", entry.start.track);
+    json.set("sector", entry.start.sector);
+    return json;
+}
+
+std::string discs_count(std::int64_t count, const std::string& noun) {
+    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
+int discs_put(Disc& disc, const std::vector<std::string>& files, const DiscsPut& how,
+              std::vector<int>& written) {
+    if (files.size() > 1 && !how.name.empty()) {
+        return report_fail(KxError::Usage, "-N names one file, there are more");
+    }
+    const int free_before = disc_info(disc).blocks_free;
+    for (const std::string& file : files) {
+        std::string image, pattern;
+        if (split_image(file, image, pattern)) {
+            if (const int status = copy_files(disc, image, pattern, how, written)) {
+                return status;
+            }
+            continue;
+        }
+        Source source;
+        if (const int status = read_host_file(disc, file, how, source)) {
+            return status;
+        }
+        source.file.bytes = source.bytes;
+        if (disc_write(disc, source.file) != 1) {
+            const DiscReason reason = disc.failure.reason;
+            return reason == DiscReason::NoRoom
+                       ? fail_room(disc, files, free_before)
+                       : discs_fail(disc, reason == DiscReason::Exists ? "-f replaces it" : "");
+        }
+        written.push_back(disc_find(disc, source.file.name));
+    }
+    return 0;
+}
+
+void discs_tell_written(Disc& disc, const std::vector<int>& written) {
+    Json array = Json::array();
+    for (const int number : written) {
+        const DiscEntry& entry = disc_entries(disc)[static_cast<std::size_t>(number)];
+        report_done(disc.path + ": " + entry.text + "  " + discs_count(entry.blocks, "block"));
+        array.append(discs_entry_json(entry));
+    }
+    report_json().set("image", disc.path);
+    report_json().set("files", std::move(array));
+    report_json().set("blocks_free", disc_info(disc).blocks_free);
+}
+
+} // namespace kx

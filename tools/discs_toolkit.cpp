@@ -1,0 +1,86 @@
+// The disc verbs by the toolkit's own rules.
+#include "tools/discs_toolkit.h"
+
+#include "files/imgfile.h"
+#include "tools/global.h"
+#include "tools/host.h"
+#include "tools/report.h"
+
+#include <cerrno>
+#include <functional>
+#include <unistd.h>
+
+namespace kx {
+
+namespace {
+
+/// Runs `work` with the image open; it gives the library's 1 or -1.
+int with_image(const std::string& path, bool writing,
+               const std::function<int(ImageHandle& image)>& work) {
+    if (globals.dry_run) {
+        return report_fail(KxError::Usage,
+                           "--toolkit-rules changes at once: -n does not go with it");
+    }
+    ImageHandle image;
+    if (image_open(image, path, false, writing) != 1) {
+        return report_fail_library(KxError::HostFile, "", path + ": cannot be opened");
+    }
+    const int result = work(image);
+    image_close(image);
+    return result == 1 ? 0 : report_fail_library(KxError::HostFile, path + ": ", "failed");
+}
+
+} // namespace
+
+int toolkit_get(const std::string& image_path, const std::vector<std::string>& names,
+                const std::string& directory, const std::string& output) {
+    if (output == "-" || (!output.empty() && names.size() != 1)) {
+        return report_fail(KxError::Usage, "-o takes one NAME and a file");
+    }
+    return with_image(image_path, false, [&](ImageHandle& image) {
+        if (names.empty()) {
+            return chdir(directory.c_str()) == 0 ? imgfile_extract_all(image) : -1;
+        }
+        for (const std::string& name : names) {
+            const std::string path =
+                !output.empty() ? output : directory + "/" + host_name(name) + ".prg";
+            if (imgfile_extract_file(image, name, path) != 1) {
+                return -1;
+            }
+            report_done(path);
+        }
+        return 1;
+    });
+}
+
+int toolkit_put(const std::string& image_path, const std::vector<std::string>& files,
+                const std::string& name) {
+    if (!name.empty() && files.size() > 1) {
+        return report_fail(KxError::Usage, "-N names one file, there are more");
+    }
+    return with_image(image_path, true, [&](ImageHandle& image) {
+        for (const std::string& file : files) {
+            std::string own = host_name(file);
+            own.erase(host_ending(file) == "prg" ? own.size() - 4 : own.size());
+            if (imgfile_write_file(image, file, name.empty() ? own : name) != 1) {
+                return -1;
+            }
+            report_done(image_path + ": " + (name.empty() ? own : name));
+        }
+        return 1;
+    });
+}
+
+int toolkit_rm(const std::string& image_path, const std::vector<std::string>& names) {
+    return with_image(image_path, true, [&](ImageHandle& image) {
+        for (const std::string& name : names) {
+            if (imgfile_delete_file(image, name) != 1) {
+                return -1;
+            }
+            report_done(image_path + ": " + name + " scratched");
+        }
+        return 1;
+    });
+}
+
+} // namespace kx
