@@ -300,8 +300,8 @@ DiscInfo disc_info(const Disc& disc) {
     info.id = {id[0], id[1]};
     info.dos_type = {id[3], id[4]};
     info.name_text = printable(disc, info.name);
-    std::fill(info.name_text.begin() + static_cast<std::ptrdiff_t>(disc_name_length(info.name)),
-              info.name_text.end(), ' ');
+    info.name_text.resize(disc_name_length(info.name));
+    info.name_text.resize(info.name.size(), ' ');
     info.id_text = printable(disc, info.id);
     info.dos_text = printable(disc, info.dos_type);
     const std::int64_t size = image_size(image);
