@@ -47,6 +47,21 @@ void load_table(CharsetTable& table, std::int32_t (&row)[16], const IniDocument&
     }
 }
 
+/// The file of a mode's tables.
+std::string default_path(const std::string& base_dir, const IniDocument& main_doc,
+                         const std::string& key) {
+    const std::string directory = base_dir + "config/";
+    std::string name;
+    // The setup program writes the main configuration without these keys.
+    if (ini_get_string(main_doc, name, "charsets", key) != 0) {
+        const std::string shipped = directory + "pet_" + key + ".ini";
+        if (access(shipped.c_str(), F_OK) == 0) {
+            return shipped;
+        }
+    }
+    return directory + name.append(".ini");
+}
+
 char* put_escaped(char* out, std::uint8_t code) {
     static constexpr char digits[] = "0123456789abcdef";
     *out++ = '%';
@@ -93,19 +108,27 @@ int charset_load(CharsetTable& to_table, CharsetTable& from_table, const std::st
 
 int charset_load_defaults(const std::string& base_dir, const IniDocument& main_doc) {
     msg_info("loading default charsets.");
-    const std::string directory = base_dir + "config/";
     for (const auto& [key, mode] : default_keys) {
-        std::string name;
-        const bool named = ini_get_string(main_doc, name, "charsets", key) == 0;
-        // The setup program writes the main configuration without these keys.
-        const std::string shipped = directory + "pet_" + key + ".ini";
         Charset* charset = charset_of_mode(mode);
-        charset_load(charset->to_ascii, charset->from_ascii,
-                     !named && access(shipped.c_str(), F_OK) == 0
-                         ? shipped
-                         : directory + name.append(".ini"));
+        charset_load(charset->to_ascii, charset->from_ascii, default_path(base_dir, main_doc, key));
     }
     return 0;
+}
+
+std::string charset_check_defaults(const std::string& base_dir, const IniDocument& main_doc) {
+    for (const auto& [key, mode] : default_keys) {
+        const std::string path = default_path(base_dir, main_doc, key);
+        IniDocument doc;
+        if (access(path.c_str(), F_OK) != 0 || ini_read(path, doc) != 0) {
+            continue;
+        }
+        for (const char* section : {"toasc", "fromasc"}) {
+            if (ini_find_section(doc, section) == nullptr) {
+                return path + " has no section [" + section + "].";
+            }
+        }
+    }
+    return {};
 }
 
 char* charset_to_ascii(char* destination, const std::uint8_t* source, std::size_t length,

@@ -44,6 +44,10 @@ int charset_load(CharsetTable& to_table, CharsetTable& from_table, const std::st
 /// pet_upasc and so on, where that exists. Always 0.
 int charset_load_defaults(const std::string& base_dir, const IniDocument& main_doc);
 
+/// Why `charset_load_defaults` would end the program: a file of it that is there lacks a section.
+/// Empty when it would not.
+std::string charset_check_defaults(const std::string& base_dir, const IniDocument& main_doc);
+
 /// Converts `length` target codes to host text. `destination` has room for one character per
 /// code, three in the escape form; no zero byte is added. Returns the start of the destination in
 /// the plain forms and the position after the last character in the escape and dot forms.

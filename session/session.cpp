@@ -131,6 +131,10 @@ int use_target(Session& session, const SessionOptions& options) {
 
 int load_defaults(Session& session) {
     ini_add_section(session.main_doc, "charsets"); // without, the loader would end the process
+    const std::string problem = charset_check_defaults(active_config.base_dir, session.main_doc);
+    if (!problem.empty()) {
+        return fail(session, SessionCause::BadConfig, problem);
+    }
     charset_load_defaults(active_config.base_dir, session.main_doc);
     if (sim_init() != 1) {
         return fail(session, SessionCause::NoMemory, "couldn't init simulator core.");

@@ -181,7 +181,9 @@ TEST_F(Load, EveryTypeGoesToItsPlaceOrNowhere) {
                   (row.said[0] == '\'' ? "error: '"s + row.name : "") + row.said);
         EXPECT_EQ(after(), refused ? before : row.after);
         const std::uint32_t told = &row < &rows[3] ? 0 : file_loaded().execute; // not by raw files
-        EXPECT_TRUE(refused || file_start_address(row.name) == told);
+        if (!refused) {
+            EXPECT_EQ(file_start_address(row.name), told);
+        }
     }
 }
 
@@ -219,7 +221,9 @@ TEST_F(Load, SavesWhatItCanSaveAndNothingElse) {
             return file_save(name, start, end);
         };
         EXPECT_EQ(said(content.empty() ? -1 : 1, save), text);
-        EXPECT_TRUE(content.empty() || test::read_file(name) == content) << name;
+        if (!content.empty()) {
+            EXPECT_EQ(test::read_file(name), content) << name;
+        }
         EXPECT_EQ(std::filesystem::remove(name), !content.empty()) << name; // nothing is left
     }
 }

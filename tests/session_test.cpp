@@ -69,6 +69,8 @@ TEST_F(SessionTest, WhatKeepsItFromOpeningIsNamedOnce) {
         EXPECT_FALSE(sim_is_initialised());
         EXPECT_EQ(mem_mode, MEM_SIMULATOR);
     }
+    base.dir.write("config/pet_loscr.ini", "[toasc]\n");
+    EXPECT_THAT(open(-1), testing::HasSubstr("config/pet_loscr.ini has no section [fromasc]."));
     options.base_dir = base.dir.file("config");
     EXPECT_THAT(open(-1), testing::HasSubstr("is no base directory"));
     EXPECT_EQ(session.cause, SessionCause::NoBase);
