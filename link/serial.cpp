@@ -118,6 +118,13 @@ termios raw_settings(speed_t speed) {
     return settings;
 }
 
+// In a signal handler: what closing does for the next user of the device.
+void restore_line(void* context) {
+    const SerialLine& line = *static_cast<SerialLine*>(context);
+    set_modem_bit(line, TIOCM_DTR, false);
+    tcsetattr(line.fd, TCSANOW, &line.saved);
+}
+
 // Saves the settings of the attached device and sets its own. 1 or 0, as serial_open gives them.
 int set_up(SerialLine& line, long baud) {
     const bool blocks = fcntl(line.fd, F_SETFL, 0) == 0; // reads do from here on
@@ -133,6 +140,9 @@ int set_up(SerialLine& line, long baud) {
         return 0;
     }
     line.settings = raw_settings(speed->speed);
+    line.ending.restore = restore_line;
+    line.ending.context = &line;
+    ending_add(line.ending);
     if (tcsetattr(line.fd, TCSAFLUSH, &line.settings) != 0 || tcflush(line.fd, TCIOFLUSH) != 0) {
         line.failure = {"settings", FailureKind::System, errno};
         return 0;
@@ -275,6 +285,7 @@ void serial_close(SerialLine& line) {
     if (line.has_saved) {
         tcsetattr(line.fd, TCSANOW, &line.saved);
     }
+    ending_remove(line.ending);
     SerialLine** link = &state.first;
     while (*link != &line) {
         link = &(*link)->next;

@@ -1,6 +1,7 @@
 // One serial line: a terminal device set to raw 8N1 with hardware flow control.
 #pragma once
 
+#include "util/ending.h"
 #include "util/failure.h"
 #include "util/fd.h"
 #include "util/file.h"
@@ -25,7 +26,8 @@ struct SerialLine {
     bool read_error = true; // whether the last read of one byte gave none
     bool write_error = true;
     std::uint8_t last_byte = 0;
-    Failure failure; // of the last operation on the line that failed, see below
+    EndingRestorer ending; // for as long as there are settings to put back
+    Failure failure;       // of the last operation on the line that failed, see below
 
     SerialLine() = default;
     ~SerialLine();
@@ -59,7 +61,8 @@ void serial_set_write_stop(bool (*stop)(std::uint32_t waited_ms));
 /// message says so once.
 /// 1; 0 when the terminal settings cannot be read, set or flushed, or the baud rate is not
 /// supported ("error: %ldbaud not supported.\n" on standard output; the device stays open); -1
-/// when the device cannot be opened. The line is closed when the program exits.
+/// when the device cannot be opened. The line is closed when the program exits; a signal that ends
+/// the program drops DTR and puts the saved settings back.
 int serial_open(SerialLine& line, const std::string& device, long baud);
 
 /// The same with a device that the caller has opened for reading and writing, checked and perhaps

@@ -10,6 +10,7 @@
 #include "util/clock.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -173,6 +174,22 @@ TEST_F(Port, RaisesDtrAndDropsItOnEveryWayOut) {
         port_close();
         EXPECT_EQ(modem, TIOCM_RTS);
         EXPECT_EQ(target.settings(), before);
+    }
+}
+
+TEST_F(Port, IsRestoredWhenASignalEndsTheProgram) {
+    static constexpr SerialModem watched = {
+        .get = [](int, int* bits) { return *bits = TIOCM_DTR, 0; },
+        .set = [](int, int bits) { return write(2, bits == 0 ? "low " : "high", 4) > 0 ? 0 : -1; }};
+    const std::vector<tcflag_t> before = target.settings();
+    const auto end_by = [&](int number) {
+        serial_set_modem(&watched);
+        const bool opened = port_open(target.device, 9600) == 1;
+        raise(opened && target.settings() != before ? number : SIGKILL);
+    };
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        EXPECT_EXIT(end_by(number), testing::KilledBySignal(number), "high.*low");
+        EXPECT_EQ(target.settings(), before) << number;
     }
 }
 
