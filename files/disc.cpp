@@ -300,7 +300,7 @@ DiscInfo disc_info(const Disc& disc) {
     info.id = {id[0], id[1]};
     info.dos_type = {id[3], id[4]};
     info.name_text = printable(disc, info.name);
-    info.name_text.resize(disc_name_length(info.name));
+    info.name_text.resize(disc_name_length(info.name), ' ');
     info.name_text.resize(info.name.size(), ' ');
     info.id_text = printable(disc, info.id);
     info.dos_text = printable(disc, info.dos_type);

@@ -8,7 +8,7 @@
 namespace kx {
 
 extern const Verb verb_ls, verb_get, verb_put, verb_rm, verb_mv, verb_check, verb_mkfs, verb_patch,
-    verb_view, verb_dump, verb_symbols, verb_ports, verb_fake;
+    verb_view, verb_dump, verb_symbols, verb_lint, verb_ports, verb_fake;
 
 namespace {
 
@@ -26,6 +26,7 @@ constexpr const Verb* table[] = {
     &verb_view,
     &verb_dump,
     &verb_symbols,
+    &verb_lint,
     // this host
     &verb_ports,
     &verb_fake,

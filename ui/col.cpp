@@ -107,6 +107,14 @@ const ColourName* find_colour(std::string_view name) {
 
 } // namespace
 
+std::vector<std::string> col_names() {
+    std::vector<std::string> names;
+    for (const ColourName& colour : colour_names) {
+        names.emplace_back(colour.name);
+    }
+    return names;
+}
+
 void col_loadscheme(const char* section) {
     IniDocument scheme;
     if (ini_read(col_scheme_path, scheme) != 0) {

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace kx {
 
@@ -31,6 +32,9 @@ constexpr int COL_WINDOW_PROGRESS = 96;
 
 /// The keys in index order: an element's text key is even, its background key follows.
 extern const char* const col_keys[COL_KEYS];
+
+/// The names that colours have in scheme files.
+std::vector<std::string> col_names();
 
 /// What each key of the scheme gives, 0 to 15; all 0 before a scheme is loaded.
 extern std::int8_t key_textcolour[COL_KEYS];
