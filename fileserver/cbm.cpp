@@ -68,7 +68,8 @@ std::string directory_program(const std::vector<ListedEntry>& entries, std::stri
         add(0, listing_header(BANNER), true);
     }
     for (const auto& [entry, text] : entries) {
-        add(directory_blocks(entry), text); // its low 16 bits, which is all that a line has: meant
+        // Meant: directories by their size too, and the low 16 bits, all that a line has.
+        add(directory_blocks(entry), text);
     }
     add(0, std::string(LISTING_END));
     listing_add_end(program);
@@ -187,7 +188,7 @@ int open_channel() {
     const int secondary = state.channels[logical] & CHANNEL_MASK;
     const std::string name = drive_get_name(0);
     if (!request_is_dropped()) {
-        // The 7 stands there whatever the device's number is.
+        // Meant: the 7, whatever the device's number is.
         fileserver_log("KX> opening %s (%d,7,%d,\"%s\")...\r\n",
                        secondary == COMMAND_CHANNEL ? "cmd-channel" : "file", logical, secondary,
                        ascii_escape(petscii_to_host(name)).c_str());
@@ -209,6 +210,10 @@ int cbm_fileserver_request(std::uint8_t byte) {
     }
     const RequestScope scope;
     const std::uint8_t code = line_get();
+    if (request_is_dropped()) {
+        request_event().request = UNKNOWN_REQUEST;
+        return 0;
+    }
     const Command* command = std::ranges::find(commands, code, &Command::code);
     if (command == std::end(commands)) {
         return -1;

@@ -15,9 +15,10 @@ namespace kx {
 
 namespace {
 
-struct {
+struct State {
     SerialLine line; // beside the link's own
-} state;
+};
+State state;
 
 struct Console {
     int id; // of the registry; a console without a row does nothing
@@ -78,7 +79,7 @@ void target_console_putc(std::uint8_t byte) {
     }
 }
 
-// No console has these two, the serial one included: meant, whoever reads one polls.
+// Meant: no console has these two, the serial one included. Whoever reads one polls.
 int target_console_getc() {
     return -1;
 }

@@ -1,6 +1,8 @@
 // The directory search of all fileservers, and the texts of BASIC directories.
 #include "fileserver/directory_search_private.h"
 
+#include "fileserver/line_private.h"
+
 #include <algorithm>
 #include <ctime>
 #include <limits>
@@ -9,7 +11,6 @@ namespace kx {
 
 namespace {
 
-constexpr std::size_t PATTERN_MAX = 255;
 constexpr std::uint32_t BLOCK_SIZE = 254; // of a 1541's block, without its link
 constexpr std::uint32_t ANY = std::numeric_limits<std::uint32_t>::max();
 
@@ -55,7 +56,7 @@ int find_next(DirectorySearch& search, DirectoryEntry& entry, std::string& hidde
             hidden = name;
             continue;
         }
-        if (result == HostStat::Failed) { // a link that leads nowhere, and it is meant to end here
+        if (result == HostStat::Failed) { // Meant: a link that leads nowhere ends the search.
             break;
         }
         entry.name = name;
@@ -72,7 +73,7 @@ int find_next(DirectorySearch& search, DirectoryEntry& entry, std::string& hidde
 
 int directory_find_first(DirectorySearch& search, const std::string& pattern,
                          DirectoryEntry& entry) {
-    search.pattern = pattern.substr(0, PATTERN_MAX);
+    search.pattern = pattern.substr(0, LINE_NAME_MAX);
     std::string hidden;
     const int result = search.directory.open() ? find_next(search, entry, hidden) : -1;
     if (result == -1 && !hidden.empty()) { // a request for it, and not a listing that leaves it out
@@ -139,7 +140,8 @@ std::uint32_t directory_date(std::int64_t seconds) {
     if (::gmtime_r(&time, &parts) == nullptr) { // a year beyond what an int counts
         return 0;
     }
-    // Six bits of the year and not the seven of MS-DOS: 2044 is 1980 again, as targets expect.
+    // Meant: six bits of the year and not the seven of MS-DOS: 2044 is 1980 again, as targets
+    // expect.
     const std::uint32_t year = (static_cast<std::uint32_t>(parts.tm_year) - 80) & 0x3F;
     return year << 9 | static_cast<std::uint32_t>(parts.tm_mon + 1) << 5 |
            static_cast<std::uint32_t>(parts.tm_mday);

@@ -82,9 +82,10 @@ int drive_save(const Drive& drive, const std::string& name) {
     }
     line_put(drive.ready);
     const std::uint32_t length = line_get16() + drive.uncounted;
-    // 16 bits of the sum are shown, but all of it comes.
-    fileserver_log("KX> getting file \"%s\" (%d bytes.)...%s", shown.c_str(),
-                   static_cast<int>(length & 0xFFFF), drive.line_end);
+    if (!request_is_dropped()) { // 16 bits of the sum are shown, but all of it comes
+        fileserver_log("KX> getting file \"%s\" (%d bytes.)...%s", shown.c_str(),
+                       static_cast<int>(length & 0xFFFF), drive.line_end);
+    }
     rate_start();
     bool written = false;
     line_receive_file(file.fd(), length, written);

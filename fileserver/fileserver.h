@@ -25,7 +25,8 @@ int fileserver_handle_byte(std::uint8_t byte);
 
 /// How long a request waits for its next byte, and its answer for a line that takes no byte, in
 /// milliseconds; 0, at first, is for ever (an answer waits for SERIAL_WRITE_LIMIT_MS at most). When
-/// it is over the request is dropped.
+/// it is over the request is dropped. Longer than any pause that a target makes, please: what comes
+/// after that is taken for requests.
 void fileserver_set_patience(int milliseconds);
 
 /// `stop` is asked about ten times a second while a request waits, and with each piece of its data:

@@ -25,7 +25,7 @@ constexpr std::uint8_t SIGNATURE = 0xAC;
 constexpr std::uint8_t STATUS_OK = 0x00;
 constexpr std::uint8_t STATUS_FAILED = 0xAA;
 
-constexpr const char* BAD_HANDLE = "no such handle"; // where the host gives no reason
+constexpr const char* BAD_HANDLE = "no such handle"; // the target gave no good one
 
 constexpr std::size_t FIND_NAME = 13;   // octets of a name in a find record
 constexpr std::size_t FIND_RECORD = 27; // name, its end, attribute, time, date and size
@@ -50,8 +50,8 @@ void reply(std::int32_t number) {
     line_put32(static_cast<std::uint32_t>(number));
 }
 
-// 0 or -1, as the host's call gave it. The lines of some commands end in a way of their own, which
-// is meant throughout this file.
+// 0 or -1, as the host's call gave it.
+// Meant: here and throughout this file, lines of some commands end in a way of their own.
 void reply_result(int result, const char* failed, const char* ok) {
     reply(result);
     if (result == -1) {
@@ -101,7 +101,7 @@ void load(const Request& request) {
 
 void save(const Request& request) {
     const std::int32_t announced = request.numbers[0];
-    // Without quotes, unlike the others: meant.
+    // Meant: without quotes, unlike the others.
     fileserver_log("KX> CMD: %s(%s,?,%ld)\n\r", request.name, shown(request.text).c_str(),
                    static_cast<long>(announced));
     HostSave file(request.text);
@@ -125,7 +125,7 @@ void save(const Request& request) {
     log_transfer_end(received, size);
 }
 
-// Never executed: a shell for the target is switched off, for safety.
+// Meant: never executed, a shell for the target is switched off for safety.
 void system_line(const Request& request) {
     fileserver_log("%s()\n\r", request.name);
     fileserver_log("KX> CmdLine: %s (currently disabled for safety!)\n\r",
@@ -170,7 +170,15 @@ void close_handle(const Request& request) {
 }
 
 off_t seek(std::int32_t handle, std::int32_t offset, int whence) {
-    return host_is_handle(handle) ? lseek(handle, offset, whence) : -1;
+    if (!host_is_handle(handle)) {
+        request_note(BAD_HANDLE);
+        return -1;
+    }
+    const off_t position = lseek(handle, offset, whence);
+    if (position == -1) {
+        request_note_errno();
+    }
+    return position;
 }
 
 // The bytes from the handle's position to the end of its file, 0 or less at the end. None when it
@@ -181,6 +189,7 @@ std::optional<std::int64_t> bytes_left(std::int32_t handle) {
     char first = 0;
     if (position < 0 || fstat(handle, &status) != 0 ||
         (position < status.st_size && ::pread(handle, &first, 1, position) == -1)) {
+        request_note_errno();
         return std::nullopt;
     }
     return status.st_size - position;
@@ -199,7 +208,7 @@ void read_handle(const Request& request) {
     const std::int64_t own = std::min<std::int64_t>(*left, count);
     reply(static_cast<std::int32_t>(own));
     request_event().expected = static_cast<std::uint64_t>(own);
-    // All that was asked for, past the end too: targets read that many.
+    // Meant: all that was asked for is sent, past the end too, since targets read that many.
     const std::uint32_t sent = line_send_file(handle, static_cast<std::uint32_t>(count));
     if (sent < own) {
         request_fail("the file came short");
@@ -219,9 +228,12 @@ void write_handle(const Request& request) {
         return;
     }
     const bool allowed = host_is_handle(handle) && !host_refuses_write(request.name);
+    if (!allowed) {
+        request_note(BAD_HANDLE);
+    }
     bool written = true;
     const std::uint32_t received = line_receive_file(allowed ? handle : -1, count, written);
-    // The last call of write for a single byte gives 1.
+    // Meant: not the count, but what writing the last byte alone would give.
     reply_result(allowed && written && received == count ? 1 : -1, "not ok.\n\r", "ok.\n\r");
 }
 
@@ -304,7 +316,7 @@ void reply_found(int result, const DirectoryEntry& entry) {
     fileserver_log("ok.\n\r");
 }
 
-// The attributes asked for play no part in the search: meant.
+// Meant: the attributes asked for play no part in the search.
 void find_first(const Request& request) {
     fileserver_log("KX> CMD: %s(\"%s\",?,%02x) ...", request.name, shown(request.text).c_str(),
                    static_cast<unsigned>(request.numbers[0]));
@@ -334,7 +346,7 @@ constexpr Command commands[] = {
     {.code = 0x04, .name = "dbgOpen", .text = true, .numbers = 1, .run = open_handle},
     {.code = 0x05, .name = "dbgClose", .text = false, .numbers = 1, .run = close_handle},
     {.code = 0x06, .name = "dbgRead", .text = false, .numbers = 2, .run = read_handle},
-    // Without the "dbg" of all others: meant.
+    // Meant: without the "dbg" of all others.
     {.code = 0x07, .name = "dhWrite", .text = false, .numbers = 2, .run = write_handle},
     {.code = 0x08, .name = "dbgLseek", .text = false, .numbers = 3, .run = seek_handle},
     {.code = 0x09, .name = "dbgTell", .text = false, .numbers = 1, .run = tell_handle},
@@ -353,14 +365,18 @@ int generic_fileserver_request(std::uint8_t byte) {
         return -1;
     }
     const RequestScope scope;
+    request_event().request = UNKNOWN_REQUEST;
     if (line_get() != SIGNATURE) {
-        request_event().request = UNKNOWN_REQUEST;
         request_fail("no signature");
         return 0;
     }
     const std::uint8_t code = line_get();
+    if (request_is_dropped()) {
+        return 0;
+    }
     const auto* command = std::ranges::find(commands, code, &Command::code);
     if (command == std::end(commands)) {
+        request_event().request = ""; // the result tells
         fileserver_log("KX> unknown CMD (0x%02x).\n", code);
         return -1;
     }

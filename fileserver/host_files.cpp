@@ -10,7 +10,6 @@
 #include "util/ascii.h"
 
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <set>
@@ -55,7 +54,7 @@ void log_refusal(const std::string& what, const char* reason) {
 /// 0 or -1, as the system's call gave it, with its reason noted.
 int noted(int result) {
     if (result != 0) {
-        request_note(std::strerror(errno));
+        request_note_errno();
     }
     return result;
 }
@@ -64,11 +63,13 @@ bool has_root() {
     return !active_config.fileserver_root.empty();
 }
 
-/// Opens the root unless it is open; false with errno when it cannot be. It is tried again with
-/// each request: the disc may be mounted later.
+/// Opens the root unless it is open and still there; false with errno when it cannot be. It is
+/// tried again with each request: the disc may be mounted later.
 bool open_root() {
     const std::string& name = active_config.fileserver_root;
-    if (state.root && state.root_name == name) {
+    struct stat status = {};
+    if (state.root && state.root_name == name && ::fstat(state.root.get(), &status) == 0 &&
+        status.st_nlink > 0) {
         return true;
     }
     std::error_code error;
@@ -404,11 +405,9 @@ HostDirectory::~HostDirectory() {
 bool HostDirectory::open() {
     close();
     HostFd fd = open_path(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (!fd) {
-        return false;
-    }
-    stream_ = ::fdopendir(fd.get());
+    stream_ = fd ? ::fdopendir(fd.get()) : nullptr;
     if (stream_ == nullptr) {
+        noted(-1);
         return false;
     }
     fd_ = std::move(fd);

@@ -159,7 +159,10 @@ std::uint32_t line_receive_file(int fd, std::uint32_t length, bool& written) {
         received += static_cast<std::uint32_t>(got);
         request_event().bytes = received;
         // Nothing more after a failure: it would stand at the wrong place.
-        written = written && fd_write_all(fd, std::span(piece).first(got)) == 0;
+        if (written && fd_write_all(fd, std::span(piece).first(got)) != 0) {
+            request_note_errno();
+            written = false;
+        }
     }
     return received;
 }

@@ -6,6 +6,8 @@
 #include "util/text.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 
 namespace kx {
 
@@ -86,6 +88,10 @@ void request_note(const std::string& why) {
     if (state.event.why.empty()) {
         state.event.why = why;
     }
+}
+
+void request_note_errno() {
+    request_note(std::strerror(errno));
 }
 
 void request_fail(const std::string& why) {

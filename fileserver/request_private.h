@@ -25,6 +25,7 @@ FileserverEvent& request_event();
 
 /// Why the request will have failed, should it; the first reason stays.
 void request_note(const std::string& why);
+void request_note_errno();
 
 /// It has failed, for the reason noted before, otherwise for this one.
 void request_fail(const std::string& why);

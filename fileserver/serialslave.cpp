@@ -119,7 +119,7 @@ std::string directory_program(const std::vector<ListedEntry>& entries, const std
 }
 
 int send_directory() {
-    const std::string header = listing_header(BANNER); // untranslated, as is the last line
+    const std::string header = listing_header(BANNER); // Meant: untranslated, as is the last line.
     // The entries sent are those of this search, so that the length announced holds whatever
     // becomes of the directory.
     const std::vector<ListedEntry> entries = listing_collect(
@@ -284,10 +284,12 @@ int ping() {
 }
 
 int block() {
-    if (const Command* command = find_command(block_commands, line_get())) {
+    const std::uint8_t code = line_get();
+    request_event().request = UNKNOWN_REQUEST;
+    if (const Command* command = find_command(block_commands, code)) {
         run(*command);
-    } else {
-        request_event().request = UNKNOWN_REQUEST;
+    } else if (!request_is_dropped()) {
+        request_fail("no such command");
         fileserver_log("KX> ?! B<%02x>\n\r", 'B'); // Meant: the 'B' itself, not what follows it
     }
     return 0;
@@ -313,6 +315,7 @@ int serialslave_request(std::uint8_t byte) {
         const char character = static_cast<char>(byte);
         request_event().request = UNKNOWN_REQUEST;
         request_event().name = character;
+        request_fail("no such command");
         fileserver_log("KX> ?! <%02x> %s\n\r", byte, ascii_escape({&character, 1}).c_str());
     }
     return 0;

@@ -116,6 +116,9 @@ TEST_F(Served, DropsHalfARequestWithoutAnswerAndGoesOn) {
         {FILESERVER_GENERIC, "01AC 02 'f' 00 00000005 'ha'", "00", "dbgSave f f 2/5"},
         {FILESERVER_GENERIC, "01AC 02 'n' 00 00000005 'ha'", "00", "dbgSave n n 2/5"},
         {FILESERVER_GENERIC, "01AC 07 00000001 00000005 'ha'", "", "dhWrite   2/5"},
+        {FILESERVER_GENERIC, "01AC", "", "unknown   0/0"},
+        {FILESERVER_CBM, "02", "", "unknown   0/0"},
+        {FILESERVER_SERIALSLAVE, "'B'", "", "unknown   0/0"},
         {FILESERVER_GENERIC, "01AC 0C 'f'", "", "dbgMkdir f  0/0"},
         {FILESERVER_SERIALSLAVE, "'>F' 0D0A 0500 'ha'", "21", "save F f 2/7"},
         {FILESERVER_SERIALSLAVE, "'<F' 0D", "", "load F  0/0"},
@@ -193,7 +196,7 @@ TEST_F(Served, TellsWhatBecameOfARequest) {
         {FILESERVER_SERIALSLAVE, "'<GAME' 0D0A", "load GAME game.prg 5/5 0 d \n"},
         {FILESERVER_SERIALSLAVE, "'<GAMES' 0D0A", "load GAMES ~/games 0/0 0 d \n"},
         {FILESERVER_SERIALSLAVE, "'<*' 0D0A", "load *  " + none}, // and not "."
-        {FILESERVER_SERIALSLAVE, "'x'", "unknown x  0/0 0 d \n"},
+        {FILESERVER_SERIALSLAVE, "'x'", "unknown x  0/0 0 f no such command\n"},
         {FILESERVER_GENERIC, "01AC 01 '../f' 00", "dbgLoad ../f ../f 3/3 0 d \n"},
         {FILESERVER_GENERIC, "01AC 0D '..' 00", "dbgRmdir ..  0/0 0 f Directory not empty\n"},
         {FILESERVER_GENERIC, "01AC 09 00000000", "dbgTell   0/0 0 f no such handle\n"},
