@@ -32,7 +32,7 @@ int change_directory(const Drive& drive, const std::string& name, const char* ki
 } // namespace
 
 std::string drive_get_name(int behind) {
-    const std::string name = line_get_name('\r');
+    std::string name = line_get_name('\r');
     for (int i = 0; i < behind; i++) {
         line_get();
     }

@@ -15,8 +15,9 @@ TEST(DirectorySearch, MatchesNamesByThePatternRule) {
         "0 ?b ac 1 *b abc 1 *b x 1 *b b 1 *bc bc 0 *bc abbc 1 a*c*d abcxd "
         "0 a*c*d bcd 1 *?z a?z 0 *?z x?y 1 a*.prg ab.prgs 0 a*.prg a.p.prg");
     bool matches = false;
-    for (std::string pattern, name; rows >> matches >> pattern >> name;)
+    for (std::string pattern, name; rows >> matches >> pattern >> name;) {
         EXPECT_EQ(directory_matches(name, pattern), matches) << name << " " << pattern;
+    }
 }
 
 TEST(DirectorySearch, FindsEntriesUntilAStatusFails) {
@@ -33,8 +34,9 @@ TEST(DirectorySearch, FindsEntriesUntilAStatusFails) {
     EXPECT_EQ(directory_find_next(search, entry), -1);
     std::filesystem::create_symlink("nowhere", "link");
     EXPECT_EQ(directory_find_first(search, "l", entry), -1);
-    for (int i = 0; i < 20; i++)
+    for (int i = 0; i < 20; i++) {
         std::filesystem::create_directory("big" + std::to_string(i));
+    }
     EXPECT_EQ(directory_find("big", entry), 0);
     EXPECT_EQ(entry.attribute, 0);                  // the file it names
     EXPECT_EQ(directory_date(2335219199), 0x7F9FU); // the last second of 2043, in UTC

@@ -106,8 +106,9 @@ TEST(Drive, AnswersEveryCommand) {
         active_config.fileserver = server.id;
         for (auto [requests, reply, log, result] : server.rows) {
             verbosity.silent = log == "silent" ? 1 : 0;
-            if (const std::size_t at = log.find('~'); at != std::string::npos)
+            if (const std::size_t at = log.find('~'); at != std::string::npos) {
                 log.replace(at, 1, dir.path());
+            }
             std::istringstream each(requests);
             for (std::string request; std::getline(each, request, ';');) {
                 CaptureStderr();
@@ -148,7 +149,7 @@ static void list_three_hundred(const Server& server, std::size_t longest) {
         const std::string name = std::to_string(1000 + i) + kinds[i % 4];
         dir.write(name + std::string(longest - i % 20, 'x'), std::string(i, ' '));
     }
-    const std::uint32_t huge = 70000; // blocks
+    const std::uint64_t huge = 70000; // blocks
     std::filesystem::resize_file(dir.write("9", ""), huge * 254);
     std::filesystem::current_path(dir.path());
     active_config.fileserver = server.id;

@@ -63,8 +63,9 @@ TEST_P(Fileservers, StayInTheirRootAndAnswerAfterAnyStream) {
         active_config.fileserver_read_only = seed % 2 != 0;
         std::optional<test::FarEnd> target(std::in_place);
         target->handle = [](std::uint8_t byte) {
-            for (; !port_read_error; byte = port_getc())
+            for (; !port_read_error; byte = port_getc()) {
                 fileserver_handle_byte(byte);
+            }
             return 0;
         };
         EXPECT_EQ(target->ask(stream, true).find("secret"), std::string::npos);
@@ -76,8 +77,9 @@ TEST_P(Fileservers, StayInTheirRootAndAnswerAfterAnyStream) {
         }
         target.emplace();
         EXPECT_GT(target->ask(test::bytes(requests[seed % 3].back())).size(), 2U); // is no failure
-        for (int fd = 0; fd < 64; fd++)
+        for (int fd = 0; fd < 64; fd++) {
             host_close(fd);
+        }
     }
     fileserver_reset();
     EXPECT_EQ(entries("/proc/self/fd"), open);

@@ -138,16 +138,18 @@ TEST_F(Generic, AnswersEveryCommand) {
         {"01AC 0F", "FFFFFFFF", "dbgFindnext(?) ...not ok!\n\r"},
     };
     // clang-format on
-    for (const Row& row : rows)
+    for (const Row& row : rows) {
         expect(row);
+    }
     EXPECT_EQ(read_file("..\\"), "xyz");
     EXPECT_EQ(far->ask(bytes("01AC 0E '.' 00 00000000")).substr(17, 6), bytes("00 10 00000000"));
 }
 
 TEST_F(Generic, MovesFilesOfAnySize) {
     std::string data(300000, '\0'); // 0x493E0
-    for (std::size_t i = 0; i < data.size(); i++)
+    for (std::size_t i = 0; i < data.size(); i++) {
         data[i] = static_cast<char>(i * 7 / 5);
+    }
     const std::string name(255, 'n');
     const std::string path = name + "is cut here" + '\0';
     EXPECT_EQ(far->ask(bytes("01AC 02") + path + bytes("000493E0") + data), bytes("00"));

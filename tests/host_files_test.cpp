@@ -44,8 +44,9 @@ TEST_P(Root, HoldsEveryPath) {
         "sub/deep/./file in ../secret out ../served/top back loop sub/loop .. up "
         "new dangling deep//file sub/near near sub/far ../top sub/up " +
         dir.write("secret", "out") + " absolute " + root + " self");
-    for (std::string target, name; links >> target >> name;)
+    for (std::string target, name; links >> target >> name;) {
         std::filesystem::create_symlink(target, dir.file("served/" + name));
+    }
     active_config.fileserver_root = root + "/self"; // its real path counts
     host_files_force_walk(GetParam());
     ::umask(0);
@@ -60,8 +61,9 @@ TEST_P(Root, HoldsEveryPath) {
                         root + "-not/file " + root + "/../new"}};
     for (const auto& [text, paths] : rows) {
         std::istringstream each(paths);
-        for (std::string path; each >> path;)
+        for (std::string path; each >> path;) {
             EXPECT_EQ(opened(path), text) << path;
+        }
     }
     EXPECT_EQ(host_chdir(""), -1);
     EXPECT_EQ(opened("../dangling", O_RDWR | O_CREAT | 1 << 30), ""); // makes what it leads to
@@ -79,8 +81,9 @@ TEST_P(Root, HoldsEveryPath) {
     DirectoryEntry entry;
     std::set<std::string> shown; // all that does not lead out, wherever the program goes meanwhile
     for (int found = directory_find_first(search, "", entry); found == 0;
-         found = directory_find_next(search, entry) + host_chdir(root + "/sub"))
+         found = directory_find_next(search, entry) + host_chdir(root + "/sub")) {
         shown.insert(entry.name);
+    }
     EXPECT_EQ(shown, (std::set<std::string>{".", "dangling", "in", "new", "sub", "top"}));
     testing::internal::CaptureStderr();
     EXPECT_EQ(host_chdir(".."), 0);
@@ -102,8 +105,9 @@ TEST(HostFiles, OnlyFilesOfTheTargetAreItsHandles) {
     EXPECT_FALSE(host_open_file(file, size, 2));
     EXPECT_TRUE(ours = host_open_file(file, size, 3));
     EXPECT_EQ(size, 3U);
-    for (const int handle : {-1, 0, 1, 2, ours.get(), ours.get() + 100})
+    for (const int handle : {-1, 0, 1, 2, ours.get(), ours.get() + 100}) {
         EXPECT_EQ(host_close(handle), -1) << handle;
+    }
     const int handle = host_open(file, O_RDWR);
     EXPECT_EQ(::fcntl(handle, F_GETFL) & (O_NONBLOCK | O_ACCMODE), O_RDWR);
     active_config.fileserver_root = dir.path();
@@ -112,8 +116,9 @@ TEST(HostFiles, OnlyFilesOfTheTargetAreItsHandles) {
     EXPECT_EQ(::dup(0), handle);
     EXPECT_FALSE(host_is_handle(handle)); // the target never got this one
     active_config.fileserver_read_only = true;
-    for (const int flags : {O_WRONLY, O_RDWR, O_ACCMODE, O_TRUNC, O_CREAT, O_TMPFILE})
+    for (const int flags : {O_WRONLY, O_RDWR, O_ACCMODE, O_TRUNC, O_CREAT, O_TMPFILE}) {
         EXPECT_EQ(opened(file, flags), "refused") << flags;
+    }
     std::filesystem::create_directory(dir.file("empty"));
     EXPECT_EQ(host_rmdir(dir.file("empty")), -1);
     EXPECT_EQ(host_mkdir(dir.file("other")), -1);

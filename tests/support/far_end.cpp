@@ -73,13 +73,15 @@ std::string FarEnd::ask(const std::string& request, bool hang_up) {
             }
         }
     });
-    while (hang_up && !arrived && port_wait_data(10))
+    while (hang_up && !arrived && port_wait_data(10)) {
         arrived = waiting(pty_.slave) == request.size();
+    }
     result = handle(port_getc());
     unread = 0;
     std::uint8_t dropped[256];
-    while (port_wait_data(0) && (sent < request.size() || port_has_data() != 0))
+    while (port_wait_data(0) && (sent < request.size() || port_has_data() != 0)) {
         unread += port_read_waiting(dropped);
+    }
     port_write_block({reinterpret_cast<const std::uint8_t*>(mark.data()), mark.size()});
     target.join();
     return answer.ends_with(mark) ? answer.substr(0, answer.size() - mark.size()) : answer;
