@@ -3,6 +3,7 @@
 
 #include "core/config/config.h"
 #include "setup/version.h"
+#include "ui/cells.h"
 #include "ui/col.h"
 #include "ui/con.h"
 #include "ui/menu.h"
@@ -38,11 +39,20 @@ List make_list(const char* type, const char* section) {
     return {type, section, Menu{{}, menu_title, menu_hint, 0, 0, 50, 12}};
 }
 
+// What Escape does, as the bottom line says it.
+constexpr const char* escape_leaves = "ESC leaves and writes";
+constexpr const char* escape_back = "ESC back";
+
 // The lists are filled once per run and keep where the user left them.
 struct State {
     List targets = make_list("target", "targets");
     List colours = make_list("colors", "colors");
     List charsets = make_list("charset", "charsets"); // type in the singular, unlike its section
+    // While the menu runs:
+    Menu main;
+    const Menu* list = nullptr; // that is open over it
+    const char* escape = escape_leaves;
+    std::string chosen; // as the bottom line tells it
 };
 State state;
 
@@ -108,10 +118,53 @@ void scan_directory(const std::string& path, IniDocument& new_main) {
 
 // The menu -------------------------------------------------------------------------------------
 
+/// The bottom line's account of what is chosen. The names of schemes and character sets tell what
+/// they are, those of targets do not.
+std::string describe_choices(const IniDocument& new_main) {
+    std::string text = "target ";
+    for (const List* list : {&state.targets, &state.colours, &state.charsets}) {
+        std::string name;
+        ini_get_string(new_main, name, list->section, "default");
+        text += (list == &state.targets ? "" : ", ") + name;
+    }
+    return text;
+}
+
+bool covers_last_row(const Menu* menu) {
+    const ConRect frame = menu != nullptr ? menu_frame(*menu) : ConRect();
+    return frame.y + frame.height == con_rows();
+}
+
+/// The last row but for its last cell. It stays empty where a frame reaches into it, which would
+/// leave pieces of the text to both sides.
+void draw_bottom_line() {
+    const int room = con_cols() - 1;
+    const bool covered = covers_last_row(&state.main) || covers_last_row(state.list);
+    const ColScope colours(covered ? COL_TEXT : COL_STATUSBAR);
+    con_gotoxy(0, con_rows() - 1);
+    int column = 0;
+    if (!covered) {
+        const std::string text = std::string(" ") + state.escape + "  " + state.chosen + "  ";
+        column = cell_puts(text + state.main.hint, room);
+    }
+    con_spaces(room - column);
+}
+
+/// The screen without the list or box on top.
+void draw_below() {
+    col_set(COL_TEXT);
+    con_clrscr();
+    draw_bottom_line();
+    menu_draw(state.main);
+}
+
 /// Lets the user choose from the list and makes the choice the default. Whether one was made.
 bool choose_default(List& list, IniDocument& new_main) {
     menu_centre(list.menu);
+    state.list = &list.menu;
+    draw_bottom_line();
     const int choice = menu_run(list.menu);
+    state.list = nullptr;
     if (choice < 0) {
         return false;
     }
@@ -187,17 +240,15 @@ std::string why_no_screen() {
                                             : "TERM is '" + ascii_escape(kind) + "'";
 }
 
-void clear_screen() {
-    col_set(COL_TEXT);
-    con_clrscr();
-}
-
 /// Shows the main menu once and acts on the choice. False when the user leaves.
-bool run_choice(Menu& menu, IniDocument& new_main) {
-    const int result = menu_run(menu);
+bool run_choice(IniDocument& new_main) {
+    const int result = menu_run(state.main);
     for (const Entry& entry : entries) {
         if (entry.result == result && entry.run != nullptr) {
+            state.escape = escape_back;
+            draw_bottom_line();
             entry.run(new_main);
+            state.escape = escape_leaves;
             return true;
         }
     }
@@ -220,14 +271,17 @@ void run_main_menu(IniDocument& new_main) {
                   why_no_screen().c_str());
         return;
     }
-    clear_screen();
-    Menu menu = make_main_menu();
-    menu_centre(menu); // once: the main menu stays where it opened
+    state.main = make_main_menu();
+    menu_centre(state.main); // once: the main menu stays where it opened
+    con_set_redraw(draw_below);
     con_drain();
-    while (run_choice(menu, new_main)) {
-        clear_screen();
-    }
-    clear_screen();
+    do {
+        state.chosen = describe_choices(new_main);
+        draw_below();
+    } while (run_choice(new_main));
+    con_set_redraw(nullptr);
+    col_set(COL_TEXT);
+    con_clrscr();
     // The files are written on a terminal that is the user's again: what is printed from here on
     // stays readable, and a signal ends the program as it would any other.
     con_close();

@@ -92,7 +92,15 @@ void check_colours(const IniDocument& doc) {
         // colours have no background but black, on which blue can hardly be read.
         EXPECT_TRUE((text & 7) > 1 && (text & 7) != (back & 7)) << col_keys[key];
     }
-    EXPECT_NE(key_textcolour[COL_MENU_SELECTED], key_textcolour[COL_MENU]);
+    for (const auto& [selected, normal] : {std::pair{"menuselectedtext", "menutext"},
+                                           {"windowlistselectedtext", "windowlisttext"}}) {
+        const auto is_bold = [](const char* key) {
+            return key_textcolour[std::ranges::find(col_keys, std::string_view(key)) - col_keys] >
+                   7;
+        };
+        EXPECT_NE(is_bold(selected), is_bold(normal))
+            << "no difference without colours: " << normal;
+    }
 }
 
 void check_charset(const IniDocument& doc) {

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -149,10 +150,39 @@ TEST(Con, ClearingLeavesTheLastTwoCellsUncoloured) {
     EXPECT_EQ(terminal.looks({{7, 2}, {5, 3}, {6, 3}, {7, 3}}), "7/1 7/1 7/0 7/0");
 }
 
-TEST(Con, EightBitLocaleGetsTheCornerAsAByte) {
-    Drawn terminal(20, 5, [] { con_frame(0, 0, 4, 2); }, {.env = {{"LANG", "C"}}});
-    EXPECT_NE(terminal.output().find("\xb7--\xb7"), std::string::npos)
-        << testing::PrintToString(terminal.output());
+TEST(Con, CornersAreCharactersOfTheLocale) {
+    struct {
+        bool screen;
+        const char *locale, *edge;
+    } const cases[] = {
+        {true, "C", "\xb7--\xb7"},
+        {false, "C", "\xb7--\xb7"},
+        {false, "C.UTF-8", "\u00b7--\u00b7"},
+    };
+    for (const auto& row : cases) {
+        Terminal terminal(20, 5);
+        const auto body = [&] {
+            row.screen ? con_open() : 0;
+            con_frame(0, 0, 4, 2);
+            con_puts("done");
+            return con_getkey();
+        };
+        terminal.run(body, {.env = {{"LANG", row.locale}}});
+        terminal.wait_for("done");
+        EXPECT_NE(terminal.output().find(row.edge), std::string::npos)
+            << row.screen << row.locale << testing::PrintToString(terminal.output());
+    }
+}
+
+TEST(Con, DrainingEndsWhereInputNeverDoes) {
+    Terminal terminal(40, 10);
+    terminal.run([&] {
+        dup2(open("/dev/zero", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
+        con_open();
+        con_drain();
+        return 0;
+    });
+    EXPECT_EQ(terminal.wait_exit(), 0);
 }
 
 TEST(Con, EndOfInputActsAsEscape) {

@@ -1,4 +1,5 @@
 // Messages and progress: whole texts on both streams, and what a user sees of them on a terminal.
+#include "tests/support/pty.h"
 #include "tests/support/temp_dir.h"
 #include "tests/support/terminal.h"
 #include "ui/col.h"
@@ -111,13 +112,28 @@ TEST(Progress, RedrawsInPlaceAtMostFourTimesASecond) {
                         "[\\] 7/9 077% ( 3/10)" + times(20, "\b") + "[error]             \n\r&");
 }
 
+TEST(Progress, StaysBehindATitleOfWideCharactersThatLeavesRoom) {
+    setenv("LC_ALL", "C.UTF-8", 1);
+    const auto shown = [](const std::string& title) {
+        return told([&] {
+            progress_begin("%s", title.c_str());
+            progress_update(1, 1);
+        });
+    };
+    EXPECT_EQ(shown(times(67, "\u00e4")).find('\n'), std::string::npos);
+    EXPECT_NE(shown(times(34, "\u6f22")).find("\n\r"), std::string::npos);
+    EXPECT_NE(shown(times(68, "\u00e4")).find("\n\r"), std::string::npos);
+}
+
 TEST(Msg, MessagesNeitherSpoilTheScreenNorAreLostWithIt) {
-    for (const bool split : {false, true}) {
-        const test::TempDir dir;
-        const std::string path = dir.write("errors", "");
+    const test::TempDir dir;
+    const test::Pty other; // a terminal as well
+    const std::string file = dir.write("errors", "");
+    for (const std::string& path : {std::string("/dev/tty"), file, other.device}) {
+        const bool split = path != "/dev/tty";
         test::Terminal terminal(40, 5);
         terminal.run([&] {
-            split ? dup2(open(path.c_str(), O_WRONLY | O_CLOEXEC), 2) : 0;
+            dup2(open(path.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY), 2);
             con_open();
             msg_error("first");
             msg_message("second");
@@ -126,12 +142,13 @@ TEST(Msg, MessagesNeitherSpoilTheScreenNorAreLostWithIt) {
         });
         terminal.wait_for("shown");
         EXPECT_EQ(terminal.screen(), "shown\n\n\n\n\n");
-        EXPECT_EQ(test::read_file(path), split ? "error: first second " : "");
         terminal.type("x");
         terminal.wait_exit();
         const bool held = terminal.screen().find("error: first\nsecond\n") != std::string::npos;
-        EXPECT_NE(held, split) << terminal.screen();
+        EXPECT_NE(held, split) << path << terminal.screen();
     }
+    EXPECT_EQ(test::read_file(file), "error: first second ");
+    EXPECT_EQ(other.take(20), test::hex(std::string("error: first second ")));
 }
 
 } // namespace

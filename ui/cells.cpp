@@ -3,6 +3,7 @@
 
 #include "ui/cells.h"
 
+#include "ui/con_private.h"
 #include "util/ascii.h"
 
 #include <cwchar>
@@ -36,6 +37,17 @@ CellChar cell_char(std::string_view text) {
         return {.bytes = bytes, .columns = 1, .shown = "."};
     }
     return {.bytes = bytes, .columns = columns, .shown = text.substr(0, bytes)};
+}
+
+int cell_columns(std::string_view text) {
+    con_use_locale(); // or without a screen yet, nothing but ASCII would be known
+    int columns = 0;
+    while (!text.empty()) {
+        const CellChar c = cell_char(text);
+        columns += c.columns;
+        text.remove_prefix(c.bytes);
+    }
+    return columns;
 }
 
 int cell_puts(std::string_view text, int room) {

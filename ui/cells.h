@@ -19,6 +19,9 @@ struct CellChar {
 /// text around it, as ".".
 CellChar cell_char(std::string_view text);
 
+/// The columns that the whole text takes.
+int cell_columns(std::string_view text);
+
 /// Writes as much of `text` at the cursor as fits into `room` columns; returns the columns taken.
 int cell_puts(std::string_view text, int room);
 

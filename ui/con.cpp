@@ -4,9 +4,11 @@
 
 #define NCURSES_NOMACROS 1
 #include <algorithm>
+#include <clocale>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <curses.h>
 #include <cwchar>
 #include <memory>
@@ -33,6 +35,7 @@ struct DrawState {
     std::mbstate_t partial = {};
     bool in_character = false;
     chtype normal_attribute = 0;
+    void (*redraw)() = nullptr;
 };
 DrawState state;
 
@@ -182,6 +185,11 @@ void put_repeated(int n, char c) {
 void put_corner() {
     if (con_screen_active()) {
         con_multibyte() ? draw_wide(CORNER) : draw_byte(CORNER);
+        return;
+    }
+    con_use_locale();
+    if (con_multibyte()) {
+        std::printf("%lc", static_cast<wint_t>(CORNER));
     } else {
         std::putchar(CORNER);
     }
@@ -200,6 +208,12 @@ std::uint8_t folded(chtype attribute) {
 }
 
 } // namespace
+
+void con_use_locale() {
+    if (std::strcmp(std::setlocale(LC_CTYPE, nullptr), "C") == 0) {
+        std::setlocale(LC_CTYPE, "");
+    }
+}
 
 bool con_multibyte() {
     return MB_CUR_MAX > 1;
@@ -401,6 +415,17 @@ void con_refresh() {
         std::fflush(stderr);
         std::fflush(stdout);
     }
+}
+
+void con_set_redraw(void (*redraw)()) {
+    state.redraw = redraw;
+}
+
+bool con_redraw() {
+    if (state.redraw != nullptr) {
+        state.redraw();
+    }
+    return state.redraw != nullptr;
 }
 
 ConRect* con_rect_new(int x, int y, int w, int h) {

@@ -56,6 +56,10 @@ void con_after_screen(const char* text);
 int con_cols();
 int con_rows();
 
+/// Counts the changes of the screen's size. Curses may take one in during any drawing, whose places
+/// then were for another screen: whoever draws compares the count from before it.
+unsigned con_size_changes();
+
 /// The cursor's column and row; 1 without a screen.
 int con_wherex();
 int con_wherey();
@@ -129,6 +133,18 @@ void con_clrscr();
 /// Brings the screen up to date; without a screen flushes standard error and standard output.
 void con_refresh();
 
+/// Installs what draws again all that lies below the menu or box on top, the background included;
+/// null: nothing, as at the start. A menu or box calls it after the screen has changed its size,
+/// and then draws itself.
+void con_set_redraw(void (*redraw)());
+
+/// Calls it. False when there is none: a menu or box then touches nothing but its own frame.
+bool con_redraw();
+
+/// Whether what is written to the descriptor would land on the open screen: it is the same
+/// terminal.
+bool con_screen_covers(int fd);
+
 // Input -------------------------------------------------------------------------------------
 
 /// Waits for a key and returns its code. The end of the input and a terminal that has gone act
@@ -145,7 +161,7 @@ bool con_take_escape();
 /// Lets the operating system wait for input, at most `ms` milliseconds. For loops that poll.
 void con_idle(int ms);
 
-/// Discards the keys that wait; ends also at the end of the input.
+/// Discards the keys that wait, 64 KiB at most; ends also at the end of the input.
 void con_drain();
 
 /// Makes `c` the next key; nothing without a screen.

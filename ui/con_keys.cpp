@@ -21,11 +21,13 @@ constexpr int NO_KEY = -1;
 constexpr int INPUT_ENDED = -2;
 constexpr int IDLE_MS = 10;
 constexpr int SEQUENCE_MS = 25;       // within which a key's bytes follow each other
+constexpr int DRAIN_MAX = 0x10000;    // keys or bytes: input may never pause
 constexpr int UNREADABLE_TURNS = 100; // input that says it has bytes and gives none has ended
 
 struct KeyState {
     WINDOW* pad = nullptr;
     int unreadable = 0;
+    unsigned size_changes = 0;
     bool raw_active = false;
     TerminalSettings before_raw;
     int mouse_x = 0;
@@ -71,8 +73,12 @@ void take_mouse_event() {
     }
 }
 
-// Curses has drawn for the new size when it reports it.
-void take_resize() {
+// Curses may have taken the new size in amidst drawing. Then it thinks that it has drawn what was
+// only written, and that the terminal shows what its new size has cut.
+void repaint() {
+    con_take_size_change();
+    touchwin(stdscr);
+    clearok(curscr, TRUE);
     con_gotoxy(con_wherex(), con_wherey());
     con_refresh();
 }
@@ -90,12 +96,16 @@ int read_key() {
     const int key = wgetch(state.pad);
     switch (key) {
     case ERR:
+        if (con_take_size_change()) { // to and fro, too quickly for curses
+            repaint();
+        }
         return no_key_or_end();
     case KEY_MOUSE:
         take_mouse_event();
         return NO_KEY;
     case KEY_RESIZE:
-        take_resize();
+        ++state.size_changes;
+        repaint();
         return NO_KEY;
     case 255: // what a read without result looks like as a byte
         return NO_KEY;
@@ -320,6 +330,10 @@ void con_start_keys() {
     state.unreadable = 0;
 }
 
+unsigned con_size_changes() {
+    return state.size_changes;
+}
+
 void con_rawmode() {
     if (con_screen_active() || state.raw_active) {
         return;
@@ -364,13 +378,16 @@ void con_idle(int ms) {
 
 void con_drain() {
     if (con_screen_active()) {
-        int key = NO_KEY;
-        do {
-            key = read_key();
-        } while (key >= 0 || (key == NO_KEY && waiting_bytes(0) > 0));
+        for (int i = 0; i < DRAIN_MAX; ++i) {
+            const int key = read_key();
+            if (key == INPUT_ENDED || (key == NO_KEY && waiting_bytes(0) <= 0)) {
+                break;
+            }
+        }
     } else {
         const RawInput raw(TCSANOW);
-        while (waiting_bytes(0) > 0 && read_byte() != INPUT_ENDED) {
+        for (int i = 0; i < DRAIN_MAX && waiting_bytes(0) > 0; ++i) {
+            read_byte();
         }
     }
 }

@@ -35,6 +35,13 @@ void con_leave_rawmode();
 void con_start_drawing();
 void con_start_keys();
 
+/// Takes the environment's locale for what is drawn, unless the program has chosen one.
+void con_use_locale();
+
+/// Whether the terminal has changed its size since the last time this was asked, if only to and
+/// fro.
+bool con_take_size_change();
+
 /// Whether a character may have several bytes in the terminal's locale.
 bool con_multibyte();
 

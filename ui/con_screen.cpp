@@ -4,11 +4,13 @@
 #include "ui/con_private.h"
 
 #define NCURSES_NOMACROS 1
-#include <clocale>
+#include <csignal>
 #include <cstdint>
 #include <cstdlib>
 #include <curses.h>
+#include <optional>
 #include <string>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <term.h> // last: its macros have the plainest names
@@ -23,11 +25,15 @@ constexpr short CURSES_COLOUR[16] = {0, 4, 2, 6, 1, 5, 3, 7, 7, 4, 2, 6, 1, 5, 3
 
 constexpr mmask_t EVERY_MOUSE_EVENT = 0xfffffff;
 
+volatile std::sig_atomic_t size_changed = 0;
+
 struct ScreenState {
     bool active = false;
     SCREEN* screen = nullptr;
     TerminalSettings found;
     std::string reset;
+    struct sigaction winch_found = {};
+    struct sigaction winch_of_curses = {};
 };
 ScreenState state;
 
@@ -50,6 +56,28 @@ void start_colours() {
     } else if (COLOR_PAIRS >= 64) {
         make_pairs(8);
     }
+}
+
+// The terminal behind a descriptor, by the system's number for it: the same for /dev/tty and for
+// the terminal's own device. None when it is no terminal.
+std::optional<unsigned> terminal_of(int fd) {
+    unsigned number = 0;
+    return ioctl(fd, TIOCGDEV, &number) == 0 ? std::optional(number) : std::nullopt;
+}
+
+void note_size_change(int number) {
+    size_changed = 1;
+    const auto pass_on = state.winch_of_curses.sa_handler;
+    if (pass_on != SIG_DFL && pass_on != SIG_IGN) {
+        pass_on(number);
+    }
+}
+
+void watch_size() {
+    sigaction(SIGWINCH, nullptr, &state.winch_of_curses);
+    struct sigaction action = state.winch_of_curses;
+    action.sa_handler = note_size_change;
+    sigaction(SIGWINCH, &action, nullptr);
 }
 
 int collect(int c) {
@@ -103,7 +131,7 @@ bool usable_terminal() {
 }
 
 SCREEN* new_screen() {
-    std::setlocale(LC_CTYPE, "");
+    con_use_locale();
     SCREEN* screen = usable_terminal() ? newterm(nullptr, stdout, stdin) : nullptr;
     if (screen != nullptr) {
         set_term(screen);
@@ -141,6 +169,17 @@ bool con_screen_active() {
     return state.active;
 }
 
+bool con_take_size_change() {
+    const bool changed = size_changed != 0;
+    size_changed = 0;
+    return changed;
+}
+
+bool con_screen_covers(int fd) {
+    const std::optional<unsigned> terminal = terminal_of(fd);
+    return state.active && terminal && terminal == terminal_of(STDOUT_FILENO);
+}
+
 int con_open() {
     if (state.active) {
         return 1;
@@ -148,11 +187,13 @@ int con_open() {
     state.found = con_settings_now();
     // Before newterm, which would put handlers of its own where there are none.
     con_hold_terminal();
+    sigaction(SIGWINCH, nullptr, &state.winch_found);
     state.screen = new_screen();
     if (state.screen == nullptr) {
         con_release_terminal();
         return -1;
     }
+    watch_size();
     prepare_reset(false);
     state.active = true;
     set_modes();
@@ -173,6 +214,7 @@ void con_close() {
     endwin();
     delscreen(state.screen);
     state.screen = nullptr;
+    sigaction(SIGWINCH, &state.winch_found, nullptr);
     con_settings_restore(state.found);
     con_set_reset("", nullptr);
     con_release_terminal();

@@ -18,8 +18,6 @@ constexpr int POLL_MS = 10;
 
 // A menu as the screen has room for it.
 struct View {
-    int cols = 0; // the screen it was laid out for
-    int rows = 0;
     ConRect box{};   // the frame
     int visible = 0; // rows for items
     int lines = 0;   // rows that hold an item
@@ -41,13 +39,10 @@ void keep_selection_in_view(Menu& menu, const View& view) {
     menu.selected = index - menu.top;
 }
 
-// A frame that does not fit is moved and cut, so that every item stays within reach.
+// Every item stays within reach, however small the frame.
 View lay_out(Menu& menu) {
-    View view{.cols = con_cols(), .rows = con_rows()};
-    view.box.width = std::min(menu.width, view.cols);
-    view.box.height = std::min(menu.height, view.rows);
-    view.box.x = std::clamp(menu.x, 0, view.cols - view.box.width);
-    view.box.y = std::clamp(menu.y, 0, view.rows - view.box.height);
+    View view;
+    view.box = menu_frame(menu);
     view.visible = std::max(view.box.height - 2, 0);
     view.lines = std::min(item_count(menu), view.visible);
     view.maxtop = item_count(menu) - view.visible;
@@ -88,6 +83,11 @@ void draw_items(const Menu& menu, const View& view) {
         }
     }
     col_set(COL_MENU);
+}
+
+void draw_frame(const View& view) {
+    cell_blank(view.box);
+    con_frame(view.box.x, view.box.y, view.box.width, view.box.height);
 }
 
 // The key that waits, or 0. The operating system does the waiting: an open menu costs nothing.
@@ -166,15 +166,13 @@ void normalise(Menu& menu, const View& view) {
     }
 }
 
-// Draws the menu and handles keys, until one ends it or the screen changes its size: no result
-// then. The caller's colours are in force again afterwards.
-std::optional<int> run_in_view(Menu& menu, const View& view) {
+// Draws the menu and handles keys, until one ends it or the screen has changed its size since
+// `changes` were counted: no result then. The caller's colours are in force again afterwards.
+std::optional<int> run_in_view(Menu& menu, const View& view, unsigned changes) {
     const ColScope border(COL_MENU_BORDER);
-    cell_blank(view.box);
-    con_frame(view.box.x, view.box.y, view.box.width, view.box.height);
-
+    draw_frame(view);
     bool changed = true;
-    while (con_cols() == view.cols && con_rows() == view.rows) {
+    while (con_size_changes() == changes) {
         if (changed) {
             draw_items(menu, view);
         }
@@ -198,15 +196,34 @@ void menu_centre(Menu& menu) {
     menu.y = con_rows() / 2 - menu.height / 2;
 }
 
+ConRect menu_frame(const Menu& menu) {
+    ConRect frame;
+    frame.width = std::min(menu.width, con_cols());
+    frame.height = std::min(menu.height, con_rows());
+    frame.x = std::clamp(menu.x, 0, con_cols() - frame.width);
+    frame.y = std::clamp(menu.y, 0, con_rows() - frame.height);
+    return frame;
+}
+
+void menu_draw(Menu& menu) {
+    const View view = lay_out(menu);
+    const ColScope border(COL_MENU_BORDER);
+    draw_frame(view);
+    draw_items(menu, view);
+}
+
 int menu_run(Menu& menu) {
     con_showcursor(0);
-    for (;;) {
+    for (unsigned changes = con_size_changes();;) {
         const View view = lay_out(menu);
-        const std::optional<int> result = run_in_view(menu, view);
+        const std::optional<int> result = run_in_view(menu, view, changes);
         if (result) {
             return *result;
         }
-        cell_blank(view.box); // the next frame may stand elsewhere
+        changes = con_size_changes();
+        if (!con_redraw()) {
+            cell_blank(view.box); // the next frame may stand elsewhere
+        }
     }
 }
 

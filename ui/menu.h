@@ -1,6 +1,8 @@
 // Menus: a framed, scrolling list of items chosen by cursor keys, Enter, Escape or a hotkey.
 #pragma once
 
+#include "ui/con.h"
+
 #include <string>
 #include <vector>
 
@@ -28,10 +30,16 @@ struct Menu {
 /// Puts the menu in the middle of the screen.
 void menu_centre(Menu& menu);
 
+/// Where its frame stands: moved and cut where the screen has no room for it.
+ConRect menu_frame(const Menu& menu);
+
+/// Draws the menu as it is, and returns.
+void menu_draw(Menu& menu);
+
 /// Shows the menu until an item is chosen. Returns its result code; -1 for Escape, for the end
 /// of the input, and for Enter where no item is. Hides the cursor. A frame that the screen has no
 /// room for is moved and cut, also when the screen changes its size; labels are clipped at the
-/// frame. What was on the screen is not restored.
+/// frame. What was on the screen is not restored; after a change of its size see `con_redraw`.
 int menu_run(Menu& menu);
 
 } // namespace kx

@@ -105,10 +105,9 @@ char next_spinner() {
 
 // Console ------------------------------------------------------------------------------------
 
-// Standard error is the terminal that the screen covers: what is written there now would spoil
-// the screen and be gone with it.
+// What is written to the terminal under the screen would spoil the screen and be gone with it.
 bool is_covered() {
-    return con_screen_active() && isatty(STDERR_FILENO) != 0;
+    return con_screen_covers(STDERR_FILENO);
 }
 
 void emit(const std::string& text) {
@@ -200,7 +199,7 @@ void console_tick() {
 
 void console_begin(const std::string& title) {
     break_line();
-    state.line_len = static_cast<int>(title.size());
+    state.line_len = cell_columns(title);
     state.progress_width = 0;
     start_counters();
     if (verbosity.silent == 0) {

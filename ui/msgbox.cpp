@@ -65,10 +65,10 @@ std::size_t line_up(std::string_view text, std::size_t pos) {
     return pos;
 }
 
-// The key pressed; none when the screen is no longer `cols` by `rows`.
-std::optional<int> wait_key(int cols, int rows) {
+// The key pressed; none when the screen has changed its size since `changes` were counted.
+std::optional<int> wait_key(unsigned changes) {
     while (con_kbhit() == 0) {
-        if (con_cols() != cols || con_rows() != rows) {
+        if (con_size_changes() != changes) {
             return std::nullopt;
         }
         con_idle(POLL_MS);
@@ -109,16 +109,17 @@ void msgbox_draw(const ConRect& rect, std::string_view text) {
 int msgbox_run(std::string_view text) {
     con_showcursor(0);
     std::size_t pos = 0; // of the first character shown
-    for (;;) {
+    for (unsigned changes = con_size_changes();;) {
         ConRect rect;
-        const int cols = con_cols();
-        const int rows = con_rows();
         msgbox_size(rect, text);
         msgbox_draw(rect, text.substr(pos));
         con_refresh();
-        const std::optional<int> key = wait_key(cols, rows);
+        const std::optional<int> key = wait_key(changes);
         if (!key) {
-            cell_blank(rect); // the next frame may stand elsewhere
+            changes = con_size_changes();
+            if (!con_redraw()) {
+                cell_blank(rect); // the next frame may stand elsewhere
+            }
         } else if (*key == KEYCODE_DOWN) {
             pos = line_down(text, pos);
         } else if (*key == KEYCODE_UP) {
