@@ -1,5 +1,5 @@
-// Copying all 144 files of a full disc to a new directory: the library, in a program started
-// afresh, beside cbmconvert. Run with --extract IMAGE it is that program.
+// Copying all 144 files of a full disc to a new directory: the library, by itself and in a program
+// started afresh, beside cbmconvert. Run with --extract IMAGE it is that program.
 #include "files/d64.h"
 #include "files/disc.h"
 #include "files/imgfile.h"
@@ -48,8 +48,20 @@ std::string make_disc() {
     return path;
 }
 
-/// Whether the program ended with status 0.
+int extract(const char* path) {
+    kx::d64_dos_mode = 1;
+    kx::msg_set_output(kx::MSG_QUIET);
+    kx::ImageHandle image;
+    return kx::image_open(image, path, false, false) == 1 && kx::imgfile_extract_all(image) == 1
+               ? 0
+               : 1;
+}
+
+/// Whether the program, or without one the library, did it.
 bool run(const Program& program, const std::string& image) {
+    if (program.arguments.empty()) {
+        return extract(image.c_str()) == 0;
+    }
     std::vector<char*> arguments;
     for (const char* argument : program.arguments) {
         arguments.push_back(const_cast<char*>(argument));
@@ -83,15 +95,6 @@ void extract_all(benchmark::State& state, const Program& program, const std::str
     fs::remove_all(directory);
 }
 
-int extract(const char* path) {
-    kx::d64_dos_mode = 1;
-    kx::msg_set_output(kx::MSG_QUIET);
-    kx::ImageHandle image;
-    return kx::image_open(image, path, false, false) == 1 && kx::imgfile_extract_all(image) == 1
-               ? 0
-               : 1;
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
@@ -100,8 +103,9 @@ int main(int argc, char** argv) {
     }
     const std::string self = fs::read_symlink("/proc/self/exe");
     const std::string image = make_disc();
-    const std::array<Program, 2> programs = {
-        {{"kx", {self.c_str(), "--extract"}}, {"cbmconvert", {"cbmconvert", "-v0", "-N", "-d"}}}};
+    const std::array<Program, 3> programs = {{{"library", {}},
+                                              {"program", {self.c_str(), "--extract"}},
+                                              {"cbmconvert", {"cbmconvert", "-v0", "-N", "-d"}}}};
     for (const Program& program : programs) {
         benchmark::RegisterBenchmark(
             program.name, [&](benchmark::State& state) { extract_all(state, program, image); })

@@ -2,6 +2,7 @@
 #include "files/d64_private.h"
 
 #include "ui/msg.h"
+#include "util/ascii.h"
 #include "util/fd.h"
 #include "util/file.h"
 
@@ -67,17 +68,24 @@ int check_plain(ImageHandle& image, const DiscEntry& entry) {
     return 1;
 }
 
+int fail_write(ImageHandle& image, const std::string& path) {
+    return d64_fail_host(image, "could not write '" + ascii_escape(path) + "'");
+}
+
 /// Straight to a new file, which has nothing to lose: a whole disc of them is done much faster this
-/// way. An old one is replaced by a whole one. errno tells why not.
-int write_host(const std::string& path, const D64Bytes& bytes) {
+/// way. An old one is replaced by a whole one, and never the image itself.
+int write_host(ImageHandle& image, const std::string& path, const D64Bytes& bytes) {
     Fd file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
     if (!file.is_open() && errno == EEXIST) {
+        if (image_is_file(image, path)) {
+            return d64_fail(image, DiscReason::InUse, "'%s' is the image itself.", path.c_str());
+        }
         const int result = file_replace(path, bytes);
         errno = file_last_error().error;
-        return result == 0 ? 1 : -1;
+        return result == 0 ? 1 : fail_write(image, path);
     }
     if (!file.is_open()) {
-        return -1;
+        return fail_write(image, path);
     }
     if (fd_write_all(file.get(), bytes) == 0 && file.close() == 0) {
         return 1;
@@ -85,7 +93,7 @@ int write_host(const std::string& path, const D64Bytes& bytes) {
     const int error = errno;
     unlink(path.c_str());
     errno = error;
-    return -1;
+    return fail_write(image, path);
 }
 
 int extract(ImageHandle& image, const DiscEntry& entry, const std::string& host_path) {
@@ -190,7 +198,7 @@ int add_by_drive_rules(ImageHandle& image, const std::string& host_path, const s
         return -1;
     }
     if (!read_host(host_path, size, bytes)) {
-        return d64_fail_host(image, "could not read '" + host_path + "'");
+        return d64_fail_host(image, "could not read '" + ascii_escape(host_path) + "'");
     }
     file.bytes = bytes;
     bool begun = false;
@@ -302,20 +310,12 @@ int d64_read_file(ImageHandle& image, const DiscEntry& entry, D64Bytes& bytes) {
 }
 
 int d64_copy_out(ImageHandle& image, const DiscEntry& entry, const std::string& host_path) {
-    if (image_is_file(image, host_path)) {
-        return d64_fail(image, DiscReason::InUse, "'%s' is the image itself.", host_path.c_str());
-    }
     D64Bytes bytes;
     // Over the link reading is slow work, which should not be for nothing.
     if (image.held && !file_can_write(host_path)) {
-        return d64_fail_host(image, "could not write '" + host_path + "'");
+        return fail_write(image, host_path);
     }
-    if (d64_read_file(image, entry, bytes) != 1) {
-        return -1;
-    }
-    return write_host(host_path, bytes) == 1
-               ? 1
-               : d64_fail_host(image, "could not write '" + host_path + "'");
+    return d64_read_file(image, entry, bytes) == 1 ? write_host(image, host_path, bytes) : -1;
 }
 
 int d64_blocks_of(std::int64_t bytes) {
