@@ -4,8 +4,10 @@
 
 #include "charsets/charset.h"
 #include "core/active_config.h"
+#include "files/filetype.h"
 #include "files/imgfile.h"
 #include "link/port.h"
+#include "link/stub.h"
 #include "tests/support/disc_image.h"
 #include "tests/support/fake_thread.h"
 #include "tests/support/temp_dir.h"
@@ -57,6 +59,12 @@ struct D64 : testing::Test {
     std::string check() {
         return printed(
             [&](std::FILE* out) { std::fputs(d64_check(image, out) == 1 ? "" : "wrong\n", out); });
+    }
+    static void connect(const std::string& device) {
+        active_config.addr_bits = 16;
+        active_config.stub = TARGET_C64RR;
+        active_config.port_type = PORT_SERIAL;
+        ASSERT_EQ(port_open(device, 38400), 1);
     }
     int write(const std::string& name, const std::string& bytes) {
         dir.write("host", bytes);
@@ -321,12 +329,216 @@ TEST_F(D64, OtherProgramsAgree) {
     }
 }
 
+TEST_F(D64, SaysWhatItDoesAndWhatFailed) {
+    std::string disc = formatted();
+    put(disc, at(18, 1, 2), slot(0x82, 17, 0, "GOOD", 1));
+    put(disc, at(18, 1, 34), slot(0xC1, 17, 1, "LOCKED", 1));
+    put(disc, at(18, 1, 66), slot(0x82, 17, 2, "CIRCLE", 1));
+    put(disc, at(17, 0), chars({0, 9}));
+    put(disc, at(17, 1), chars({0, 9}));
+    put(disc, at(17, 2), chars({17, 2}));
+    dir.write("host", "x");
+    dir.write("huge", random_bytes(254 * 700));
+    using Operation = std::function<int()>;
+    const auto write_to = [&](const char* host, const char* name) {
+        return [this, host, name] { return imgfile_write_file(image, host, name); };
+    };
+    const auto extract_to = [&](const char* name, const char* host) {
+        return [this, name, host] { return imgfile_extract_file(image, name, host); };
+    };
+    const auto remove = [&](const char* name) {
+        return [this, name] { return imgfile_delete_file(image, name); };
+    };
+    // In the toolkit's rules, and in the drive's; "" for success.
+    const std::tuple<const char*, Operation, std::string, std::string> rows[] = {
+        {"exists", write_to("host", "GOOD"), "error: file exists. \nerror: could not write file",
+         "error: file exists. \nerror: could not write file"},
+        {"no host file", write_to("none", "N"), "error: could not write file to image.",
+         "error: could not write file to image."},
+        {"too large", write_to("huge", "N"), "error: image full. ", "error: image full. "},
+        {"absent", extract_to("N", "out"),
+         "error: file does not exist. \nerror: could not extract file.",
+         "error: file does not exist. \nerror: could not extract file."},
+        {"to a directory", extract_to("GOOD", "."), "error: could not extract file.",
+         "error: could not extract file."},
+        {"a circle", extract_to("CIRCLE", "out"),
+         "warning: the chain of 'CIRCLE' runs in a circle.",
+         "error: the chain of 'CIRCLE' runs in a circle."},
+        {"remove absent", remove("N"),
+         "error: file does not exist. \nerror: could not remove file.",
+         "error: file does not exist. \nerror: could not remove file."},
+        {"remove locked", remove("LOCKED"), "", "error: file is locked. \nerror: could not remove"},
+    };
+    msg_set_output(MSG_CONSOLE);
+    verbosity.warn = 1;
+    for (const auto& [what, operation, own, drive] : rows) {
+        for (const int mode : {0, 1}) {
+            d64_dos_mode = mode;
+            open(disc);
+            testing::internal::CaptureStdout();
+            testing::internal::CaptureStderr();
+            const int result = operation();
+            const std::string& message = mode == 0 ? own : drive;
+            const std::string told = testing::internal::GetCapturedStderr();
+            const std::string shown = testing::internal::GetCapturedStdout();
+            EXPECT_THAT(told, HasSubstr(message)) << what << mode;
+            EXPECT_EQ(result, message.empty() ? 1 : -1) << what << mode;
+            // A progress line that was begun says how it ended.
+            EXPECT_TRUE(shown.empty() || shown.find("error") != std::string::npos || result == 1)
+                << what << mode << shown;
+        }
+    }
+    EXPECT_EQ(content()[at(18, 1, 34)], '\xC1'); // by the drive's rules
+    d64_dos_mode = 0;
+    open(disc);
+    EXPECT_EQ(d64_delete_file(image, "LOCKED"), 1);
+    EXPECT_EQ(content()[at(18, 1, 34)], '\x40'); // the lock stays
+    const std::string shown = printed([&](std::FILE*) { extract("GOOD"); });
+    EXPECT_THAT(shown, HasSubstr("extracting 'out' (offs:00015000 len:254)... "));
+    EXPECT_THAT(shown, HasSubstr("ok"));
+}
+
+TEST_F(D64, FrontEndSaysWhatItCannotDo) {
+    msg_set_output(MSG_CONSOLE);
+    open(formatted(196608));
+    const std::tuple<std::function<int()>, const char*, const char*> rows[] = {
+        {[&] { return imgfile_extract_all(image); }, "could not extract image.", ""},
+        {[&] { return imgfile_extract_file(image, "A", "a"); }, "could not extract file.",
+         "file does not exist."},
+        {[&] { return imgfile_write_file(image, "a", "A"); }, "could not write file to image.",
+         "could not write file to image."},
+        {[&] { return imgfile_delete_file(image, "A"); }, "could not remove file.",
+         "file does not exist."},
+        {[&] { return imgfile_create(image, "A"); }, "could not create image.",
+         "function not implemented."},
+        {[&] { return imgfile_make_directory(image, "A"); }, "could not make directory.",
+         "function not implemented."},
+        {[&] { return imgfile_remove_directory(image, "A"); }, "could not remove directory.",
+         "function not implemented."},
+        {[&] { return imgfile_print_info(image, stdout); }, "could not print info.", ""},
+        {[&] { return imgfile_list_directory(image, stdout); }, "could not list directory.", ""},
+    };
+    for (const auto& [operation, failure, of_disc] : rows) {
+        image.type = FILETYPE_RAW; // no file system
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(operation(), -1) << failure;
+        EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                    HasSubstr("error: " + std::string(failure)));
+        image.type = FILETYPE_D64;
+        testing::internal::CaptureStderr();
+        testing::internal::CaptureStdout();
+        EXPECT_EQ(operation(), *of_disc == '\0' ? 1 : -1) << failure;
+        testing::internal::GetCapturedStdout();
+        EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr(of_disc)) << failure;
+    }
+    verbosity.warn = 1;
+    image.access_limit = 100;
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(imgfile_getrawimg(image, "raw", 20, 81), 1); // it goes on
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                HasSubstr("file 'raw' exceeds access limit:00000064 offs:00000014 end:00000065"));
+    EXPECT_EQ(fs::file_size("raw"), 81);
+    EXPECT_EQ(imgfile_getrawimg(image, "whole", 0, 0), 1);
+    EXPECT_EQ(fs::file_size("whole"), 174848); // whatever the tracks
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(imgfile_getrawimg(image, "raw", 196600, 9), -1); // the image ends
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("could not extract image."));
+    EXPECT_EQ(fs::file_size("raw"), 81);
+}
+
+TEST_F(D64, ExtractingAllStopsOrGoesOn) {
+    std::string disc = formatted();
+    const std::pair<const char*, int> files[] = {{"ONE", 0}, {"BAD", 1}, {"TWO", 0}};
+    for (int i = 0; i < 3; i++) {
+        put(disc, at(18, 1, 32 * i + 2), slot(0x82, 17, files[i].second, files[i].first, 1));
+    }
+    put(disc, at(17, 0), chars({0, 9}));
+    put(disc, at(17, 1), chars({17, 1}));
+    open(disc);
+    for (const int mode : {0, 1}) {
+        d64_dos_mode = mode;
+        EXPECT_EQ(d64_extract_all(image), mode == 0 ? 1 : -1);
+        EXPECT_TRUE(fs::exists("ONE")) << mode;
+        EXPECT_FALSE(fs::exists("BAD")) << mode;
+        EXPECT_EQ(fs::exists("TWO"), mode == 1);
+    }
+}
+
+TEST_F(D64, KeepsNamesWithAShiftedBlankInside) {
+    std::string disc = formatted();
+    put(disc, at(18, 1, 2),
+        slot(0x82, 0, 0,
+             "A\xA0"
+             "B",
+             0));
+    for (const int mode : {0, 1}) {
+        d64_dos_mode = mode;
+        open(disc);
+        EXPECT_EQ(list(), "......+.  0: 0 prg       0 A B\n");
+        EXPECT_EQ(d64_delete_file(image, "A B"), 1) << mode;
+        EXPECT_EQ(content().substr(at(18, 1, 5), 16), disc.substr(at(18, 1, 5), 16)) << mode;
+    }
+}
+
+/// By the toolkit's own rules a write touches free blocks, its slot and the map, and no count.
+TEST_F(D64, RandomStepsOfTheOwnRulesTouchOnlyWhatIsTheirs) {
+    std::mt19937 random(64);
+    open(formatted());
+    int written = 0;
+    for (int step = 0; step < 200; step++) {
+        const std::string before = content();
+        const std::string name = "N" + std::to_string(random() % 12);
+        const std::string bytes = random_bytes(static_cast<int>(random() % 9000));
+        testing::internal::CaptureStdout();
+        const bool deletes = random() % 3 == 0;
+        const int result = deletes ? d64_delete_file(image, name) : write(name, bytes);
+        testing::internal::GetCapturedStdout();
+        const std::string after = content();
+        const bool added = result == 1 && !deletes;
+        written += added ? 1 : 0;
+        for (int track = 1; track <= 35; track++) {
+            EXPECT_EQ(after[at(18, 0, 4 * track)], before[at(18, 0, 4 * track)]) << step;
+            for (int sector = 0; sector < disc_sectors(track); sector++) {
+                const std::size_t map = at(18, 0, 4 * track + 1 + sector / 8);
+                const bool was_free = (before[map] >> sector % 8 & 1) != 0;
+                const bool is_free = (after[map] >> sector % 8 & 1) != 0;
+                const bool same =
+                    before.compare(at(track, sector), 256, after, at(track, sector), 256) == 0;
+                EXPECT_TRUE(same || track == 18 || was_free) << step << ":" << track << sector;
+                EXPECT_TRUE(was_free == is_free || (deletes ? is_free : added)) << step;
+            }
+        }
+        const std::string read = added ? extract(name) : "(none)";
+        EXPECT_TRUE(!added || bytes.empty() || read.starts_with(bytes)) << step;
+    }
+    EXPECT_GT(written, 50);
+}
+
+TEST_F(D64, HeldImageOfATargetThatDoesNotAnswer) {
+    msg_set_output(MSG_CONSOLE);
+    for (const auto& [failure, after, commands] : {std::tuple{FakeFailure::Silent, 0U, 1U},
+                                                   {FakeFailure::Silent, 200U, 4U},
+                                                   {FakeFailure::Short, 0U, 1U},
+                                                   {FakeFailure::Surplus, 0U, 1U}}) {
+        FakeSettings settings;
+        settings.failure = failure;
+        settings.failure_after = after;
+        test::FakeThread target(settings);
+        connect(target.device());
+        stub_set_sleep([] {}); // of the ten seconds for a byte
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(image_open(image, "d64", true, true), -1);
+        EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                    HasSubstr("error: couldn't open remote image 'd64'."));
+        target.stop();
+        EXPECT_EQ(target.commands.size(), commands) << after; // none behind the first that failed
+        port_close();
+    }
+}
+
 TEST_F(D64, ImageHeldByTheTarget) {
     const test::FakeThread target;
-    active_config.addr_bits = 16;
-    active_config.stub = TARGET_C64RR;
-    active_config.port_type = PORT_SERIAL;
-    ASSERT_EQ(port_open(target.device(), 38400), 1);
+    connect(target.device());
     dir.write("new", formatted());
     d64_dos_mode = 1;
     ASSERT_EQ(image_open(image, "d64", true, true), 1);
