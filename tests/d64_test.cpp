@@ -407,7 +407,7 @@ TEST_F(D64, FrontEndSaysWhatItCannotDo) {
          "file does not exist."},
         {[&] { return imgfile_write_file(image, "a", "A"); }, "could not write file to image.",
          "could not write file to image."},
-        {[&] { return imgfile_delete_file(image, "A"); }, "could not remove file.",
+        {[&] { return imgfile_delete_file(image, "B"); }, "could not remove file.",
          "file does not exist."},
         {[&] { return imgfile_create(image, "A"); }, "could not create image.",
          "function not implemented."},
