@@ -21,9 +21,11 @@ std::string to_ascii(const std::string& codes, unsigned flags) {
 }
 
 std::string from_ascii(const std::string& text, std::size_t length, unsigned flags) {
-    std::string out(length, '\xEE');
+    std::string out(length + 4, '\xEE');
     auto* start = reinterpret_cast<std::uint8_t*>(out.data());
     const auto* end = charset_from_ascii(start, text.data(), text.size(), length, flags);
+    EXPECT_EQ(out.substr(length), "\xEE\xEE\xEE\xEE") << text << ": written behind the end";
+    out.resize(length);
     return end == start ? out : out.substr(0, static_cast<std::size_t>(end - start));
 }
 
@@ -76,13 +78,15 @@ TEST(Charset, EveryFormToAscii) {
 TEST(Charset, EscapesFromAscii) {
     load_shipped();
     EXPECT_EQ(from_ascii("aB%1", 4, CHARSET_LOASC), "A\xC2%1");
+    EXPECT_EQ(from_ascii("aB%1", 2, CHARSET_LOASC), "A\xC2");
+    EXPECT_EQ(from_ascii("aB%1", 2, 0), "aB");
     const struct {
         const char* text;
         std::size_t length; // of the output
         std::string expected;
     } rows[] = {
-        {"%41x", 2, "AX"},  {"%4a", 1, "\x40"}, {"%1f", 1, "\x15"},
-        {"%z1", 1, "\xF1"}, {"%2z", 1, "\x1F"}, {"a%4", 9, "A"}, // cut off at the text's end
+        {"%41x", 2, "AX"},  {"%4a", 1, "\x40"}, {"%1f", 1, "\x15"}, {"%z1", 1, "\xF1"},
+        {"%2z", 1, "\x1F"}, {"ab", 1, "A"},     {"a%4", 9, "A"}, // cut off at the text's end
     };
     for (const auto& row : rows) {
         EXPECT_EQ(from_ascii(row.text, row.length, CHARSET_LOASC | CHARSET_ESCAPE), row.expected)

@@ -1,4 +1,5 @@
 // The program from end to end: its command line, its menu on a real terminal, the files it leaves.
+#include "setup/command_line.h"
 #include "tests/support/base_dir.h"
 #include "tests/support/terminal.h"
 #include "util/fd.h"
@@ -60,11 +61,18 @@ struct Setup : testing::Test {
 };
 
 TEST_F(Setup, OptionsPrintAndEndTheProgram) {
+    const std::string main = base.path + "kx.ini";
+    EXPECT_EQ(run({"--show-targets"}).out, "warning: couldn't find .ini file " + main +
+                                               "\nerror in ini file " + main +
+                                               ": couldnt find section targets\n");
     base.write_main();
     base.dir.write("config/a23456789012345.ini", target_text("cpu=6510", "cpu=none"));
     base.dir.write("config/refused.ini", target_text("machine=c64", "machine=c65"));
     base.dir.write("config/broken.ini", "[conf]\n");
     base.dir.write("config/romless.ini", target_text("n0=roms/a.bin", "n0=roms/gone.bin"));
+    base.dir.write("config/symless.ini", target_text("n0=symbols/a.lbl", "n0=symbols/gone.lbl"));
+    base.dir.write("config/mute.ini", target_text("name=serial\n[target]", "name=x\n[target]"));
+    const std::string mute = "warning: (" + base.path + "config/mute.ini) unknown console 'x', ";
     const std::string usage = "usage: " KX_PROGRAM " [options] - setup program\n";
     const std::string unknown = "error: unknown option or file:";
     const std::string file = base.path + "kx.ini";
@@ -80,7 +88,6 @@ TEST_F(Setup, OptionsPrintAndEndTheProgram) {
     } rows[] = {
         {{"--help"}, 0, usage + data_text("usage.txt"), ""},
         {{"help"}, 0, usage, ""},
-        {{"--version"}, 0, "KXSETUP v0.1 [built ", ""},
         {{"--show-supported"}, 0, data_text("supported.txt"), ""},
         {{"--show-config"}, 0, data_text("active.txt"), ""},
         {{"--show-targets"}, 0, targets, gone},
@@ -88,8 +95,16 @@ TEST_F(Setup, OptionsPrintAndEndTheProgram) {
         {{"--show-charsets"}, 0, "available charset configurations:\nmap_ascii\t- plain\n\n", ""},
         {{"-s", "--exit"}, 0, "", ""},
         {{"-v", "--exit"}, 0, data_text("verbose.txt"), ""},
-        {{"-s", "-v", "--exit"}, 0, "info: running in verbose mode \ninfo: arg no 3:[--exit]", ""},
+        {{"--verbose", "--exit"}, 0, "info: arg no 1:[--verbose] \n", ""},
+        {{"-s", "-v", "--exit"},
+         0,
+         "info: running in verbose mode \ninfo: arg no 3:[--exit] \ninfo: cleaning up \n"
+         "info: cleanup done \n",
+         ""},
+        {{"-s", "-W", "-t", "mute", "--exit"}, 0, mute + "console disabled. \n\n", ""},
+        {{"-v", "-s", "-W", "-t", "mute", "--exit"}, 0, "no 2:[-s] \n" + mute, ""},
         {{"-vW"}, 1, unknown + "-vW\n\n", ""},
+        {{base.path + "config"}, 1, unknown + base.path + "config\n\n", ""},
         {{"no\x1b[2Jfile"}, 1, unknown + "no\\x1b[2Jfile\n\n", ""},
         {{file, "-f", "x", "-o", "--nonsense", "--extfs", "--remote", "--exit"}, 0, "\n", ""},
         {{"-o"}, 1, unknown + "-o\n\n", ""},
@@ -99,19 +114,58 @@ TEST_F(Setup, OptionsPrintAndEndTheProgram) {
         {{"--target", "refused"}, 1, "refused.ini) unknown machine 'c65'. ", ""},
         {{"-t", "broken"}, 255, "\n", broken},
         {{"-t", "romless"}, 1, "error: couldn't load default roms.\n", ""},
+        {{"-t", "symless", "--exit"}, 0, "couldn't read symbol file " + base.path, ""},
     };
     for (const auto& row : rows) {
         const Outcome outcome = run(row.args);
         const std::string name = testing::PrintToString(row.args);
         EXPECT_EQ(outcome.status, row.status) << name;
         EXPECT_EQ(outcome.out, row.out) << name;
-        if (row.err.ends_with("\n\n") || row.err.size() < 2) {
+        if (row.err.ends_with("\n\n") || row.err.ends_with("done \n") || row.err.size() < 2) {
             EXPECT_EQ(outcome.err, row.err) << name;
         } else {
             EXPECT_THAT(outcome.err, HasSubstr(row.err)) << name;
         }
     }
     EXPECT_FALSE(fs::exists(cwd.file("kxtest.ini"))) << "nothing is written on these ways";
+    EXPECT_THAT(run({"-v", "-t", "c64", "--exit"}).err,
+                HasSubstr("reading symbols from file " + base.path + "symbols/a.lbl"));
+    EXPECT_THAT(run({"--version"}).err,
+                testing::MatchesRegex("KXSETUP v0\\.1 \\[built [A-Z][a-z]+ [ 0-9]+, "
+                                      "[0-9:]+ for Linux\\] by the kxsetup authors\n\n"));
+}
+
+TEST_F(Setup, OptionsForOtherProgramsAreKept) {
+    const std::string file = base.path + "roms/a.bin";
+    const auto parse = [](std::vector<std::string> args) {
+        std::vector<char*> argv = {args[0].data()};
+        for (std::string& arg : args) {
+            argv.push_back(arg.data());
+        }
+        IniDocument doc;
+        return command_line_parse(static_cast<int>(argv.size()), argv.data(), doc, doc);
+    };
+    EXPECT_EQ(parse({"-o", "out", "--file", "in", "--extfs", "--remote"}), "out");
+    EXPECT_EQ(command_line.output_file, "out");
+    EXPECT_EQ(command_line.input_file, "in");
+    EXPECT_EQ(command_line.extfs, 1);
+    EXPECT_EQ(command_line.remote, 1);
+    parse({"-f", "in", file});
+    EXPECT_EQ(command_line.input_file, file);
+}
+
+TEST_F(Setup, WhatTheMainFileNamesIsInForceAtTheStart) {
+    base.dir.write("config/col_red.ini", scheme_text("red"));
+    base.dir.write("config/refused.ini", target_text("machine=c64", "machine=c65"));
+    base.dir.write("kx.ini", "[colors]\ndefault=col_red\n[targets]\ndefault=refused\n"
+                             "[charsets]\ndefault=mine\n");
+    Terminal terminal(80, 25);
+    start(terminal);
+    EXPECT_EQ(terminal.looks({{27, 11}}), "1/0");
+    leave(terminal);
+    for (const std::string kept : {"col_red", "refused", "mine"}) { // though it was not loaded
+        EXPECT_THAT(main_file(), HasSubstr("default=" + kept + "\n"));
+    }
 }
 
 TEST_F(Setup, FirstRunThroughEveryEntry) {
@@ -120,6 +174,7 @@ TEST_F(Setup, FirstRunThroughEveryEntry) {
     base.dir.write("config/map_two.ini", "[config]\ntype=charset\ndesc=second\n");
     Terminal terminal(80, 25);
     start(terminal);
+    EXPECT_EQ(terminal.looks({{27, 11}}), "7/0+") << "col_kx";
     walk(terminal, {{F1, "how to use it"}, {"q", menu}});
     fs::remove(base.path + "docs/kxsetup.txt");
     walk(terminal, {{F1, "couldn't open file '"},
@@ -131,9 +186,13 @@ TEST_F(Setup, FirstRunThroughEveryEntry) {
     pick(terminal, " " + times(5, UP) + "\r", "Famicom");
     pick(terminal, DOWN + "\r", "all red");
     EXPECT_EQ(terminal.looks({{27, 11}}), "1/0") << "applied at once";
+    fs::remove(base.path + "config/col_red.ini");
+    pick(terminal, "\r", "all red"); // the list opens where it was left
+    EXPECT_THAT(terminal.screen(), testing::Not(HasSubstr("warning:"))) << "nothing but the menu";
     pick(terminal, DOWN + "\r", "second"); // "Setup Target" chooses the charset
     walk(terminal, {{PAGE_UP + "\r", "Famicom"}, {UP + ESCAPE, menu}}); // cancelled
     leave(terminal);
+    EXPECT_THAT(terminal.output(), HasSubstr("col_red.ini\r\n")) << "the warning";
     for (const std::string chosen : {"nes", "col_red", "map_two"}) {
         EXPECT_THAT(main_file(), HasSubstr("default=" + chosen + "\n"));
     }
@@ -204,6 +263,7 @@ TEST_F(Setup, ScanTakesWhatIsAConfigurationAndHasRoom) {
     Terminal terminal(80, 25);
     start(terminal);
     walk(terminal, {{"\r", "many"}, {times(8, PAGE_DOWN) + "\r", menu}}); // the last one
+    walk(terminal, {{"\r", "many"}, {"\r", menu}});                       // where it was left
     leave(terminal);
     const std::string text = main_file();
     const std::size_t at = text.find("\nn63=");

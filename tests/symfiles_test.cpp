@@ -3,6 +3,8 @@
 
 #include "core/file_type_ids.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/terminal.h"
+#include "ui/con.h"
 #include "ui/msg.h"
 #include "util/file.h"
 
@@ -75,6 +77,8 @@ TEST_F(Symbols, ANameStandsForOneSymbolThatKeepsItsBucket) {
     SymEntry* start = sym_add(table, 0x1000, 0, 0, "start", "old", 0);
     EXPECT_EQ(sym_add(table, 0x2004, 0, 3, "start", nullptr, SYM_CODE), start);
     EXPECT_EQ(start->comment, "");
+    EXPECT_EQ(start->bank, 3U);
+    EXPECT_EQ(start->flags, SYM_CODE);
     EXPECT_EQ(sym_find_addr(table, 0x2004, 0, 0), nullptr) << "not moved to its new bucket";
     EXPECT_EQ(sym_find_addr(table, 0x2004, 0, SYM_RANGE), start);
     sym_add(table, 1, 0, 0, "ab", "", 0);
@@ -115,6 +119,9 @@ TEST_F(Symbols, FilesAreReadItemByItem) {
                  "missing sections: registers datazones syscalls "},
              {1, item("registers", "a,0xffffffff,w,b"), 1, "00:ffffffff .w. (0) a [b]\n",
               "missing sections: datazones syscalls labels "},
+             {1, item("registers", "a,1,rw") + item("syscalls", "b,2") + item("labels", "c,3"), 1,
+              "00:000003 ??. (0) c\n00:000002 ??x (0) b\n00:000001 rw. (0) a\n",
+              "missing sections: datazones "},
              {1, item("datazones", "a,2,1"), 1, "", "n0 in section datazones is malformed."},
              {1, item("labels", "a,0x100000000"), 1, "", bad_ini},
              {1, item("labels", "a,1:2:3"), 1, "", bad_ini},
@@ -145,6 +152,48 @@ TEST_F(Symbols, FilesAreReadItemByItem) {
         sym_table_new(&table);
     }
     EXPECT_EQ(filehandler_readsymfile(table, dir.path(), FILETYPE_VICE), -1) << "a directory";
+}
+
+TEST_F(Symbols, ZonesOfAFileAreRanges) {
+    filehandler_readsymfile(table, dir.write("a.ini", item("datazones", "zone,0x10,0x1f")),
+                            FILETYPE_KXSYMS);
+    EXPECT_EQ(name_of(sym_find_addr(table, 0x1F, 0, SYM_RANGE)), "zone");
+    EXPECT_EQ(name_of(sym_find_addr(table, 0x20, 0, SYM_RANGE)), "-");
+}
+
+TEST_F(Symbols, AreListedAndWrittenInBucketOrder) {
+    sym_add(table, 0x3FC, 0x400, 1, "last bucket", "", SYM_READ);
+    sym_add(table, 0x12345678, 0, 0, "first", "with a comment", SYM_CODE | SYM_WRITE);
+    sym_add(table, 0x678, 0, 0, "younger", "", 0);
+    sym_list(FilePtr(std::fopen(dir.file("list").c_str(), "w")).get(), table);
+    EXPECT_EQ(test::read_file(dir.file("list")),
+              "\n\rbank:address flags (size) symbol [comment]\n\r"
+              "00:000678 ??. (0) younger\n\r"
+              "00:12345678 .wx (0) first [with a comment]\n\r"
+              "01:0003fc r.. (400) last bucket\n\r");
+    EXPECT_EQ(sym_write_vice(table, file_open(dir.file("labels"), "w").get()), 1);
+    EXPECT_EQ(test::read_file(dir.file("labels")),
+              "al 000678 .younger\nal 12345678 .first\nal 0003fc .last bucket\n");
+    test::Terminal terminal(80, 25);
+    terminal.run([&] {
+        con_rawmode();
+        con_printf("ready");
+        while (con_kbhit() == 0) {
+            con_idle(100);
+        }
+        sym_list(stdout, table);
+        return con_kbhit();
+    });
+    terminal.wait_for("ready");
+    terminal.type("12345"); // each line takes two keys, once one is waiting
+    terminal.wait_for("last bucket");
+    terminal.type("6");
+    EXPECT_EQ(terminal.wait_exit(), 0) << "keys are left";
+    EXPECT_THAT(terminal.screen(),
+                HasSubstr("\nbank:address-address flags (size) symbol [comment]\n"
+                          "??. 00:000678                               younger\n"
+                          ".wx 00:12345678                                 first [with a comment]\n"
+                          "r.. 01:0003fc-0007fb (     400)         last bucket\n"));
 }
 
 } // namespace
