@@ -115,6 +115,34 @@ TEST(Ini, StoresWhatTheTextHolds) {
     }
 }
 
+TEST(Ini, DocumentsAreBuiltInMemory) {
+    const std::string n31(31, 'n'), v255(255, 'v');
+    IniDocument doc;
+    ini_create(doc, "made.ini");
+    EXPECT_EQ(ini_add_section(doc, ""), nullptr);
+    EXPECT_EQ(ini_add_section(doc, n31 + "1"), ini_add_section(doc, n31 + "2"));
+    IniItem* item = ini_set_item(doc, n31, "k", "old");
+    EXPECT_EQ(ini_set_item(doc, n31, "", "lost"), nullptr);
+    EXPECT_EQ(ini_set_item(doc, "none", "k", "lost"), nullptr);
+    for (const char* text : {"#", "x", ";x", "-", "xy"}) {
+        EXPECT_EQ(ini_add_item_comment(doc, n31, "k", text), 0) << text;
+    }
+    EXPECT_EQ(ini_set_item(doc, n31, "k", v255 + "1"), item);
+    EXPECT_EQ(ini_add_item_comment(doc, n31, "none", "lost"), -1);
+    EXPECT_EQ(ini_add_item_comment(doc, "none", "k", "lost"), -1);
+    EXPECT_EQ(ini_add_section_comment(doc, "none", "lost"), -1);
+    const TempDir dir;
+    EXPECT_EQ(ini_write(dir.path(), doc), -1);
+    EXPECT_EQ(ini_write(dir.file("out"), doc), 0);
+    EXPECT_EQ(read_file(dir.file("out")), "[" + n31 + "]\n;" + std::string(78, '#') + "\n;;x\n;# " +
+                                              std::string(76, '-') + "\n;# xy\nk=" + v255 + "\n");
+    ini_free(doc);
+    EXPECT_EQ(doc.file_name, "");
+    EXPECT_EQ(ini_find_section(doc, n31), nullptr);
+    EXPECT_EQ(ini_write(dir.file("out"), doc), 0);
+    EXPECT_EQ(read_file(dir.file("out")), "");
+}
+
 TEST(Ini, LongListsKeepOrderAndPlaces) {
     ReadDocument doc("[long]\n");
     std::vector<IniItem*> items;
@@ -136,12 +164,16 @@ TEST(Ini, LongListsKeepOrderAndPlaces) {
 
 TEST(Ini, ConvertsNumbersWithBaseDetection) {
     const ReadDocument doc("[s]\nl=0x1F,010,12abc,, -1,$10,0x1FFFFFFFF,4294967297\n"
-                           "b0=1,2\nb1=\nb2=258,4\nb4=9\nu=0xDE000000\ne=\n");
+                           "b0=1,2\nb1=\nb2=258,4\nb4=9\nu=0xDE000000\n"
+                           "l32=0x1DE000001\nmax=9223372036854775809\ne=\n");
     std::int32_t numbers[] = {9, 9, 9, 9, 9, 9, 9, 9, 9};
     EXPECT_EQ(ini_get_number_list(doc, numbers, "s", "l"), 8);
     EXPECT_THAT(numbers, ElementsAre(31, 8, 12, 0, -1, 0, -1, 1, 9));
     EXPECT_EQ(ini_get_number(doc, "s", "u"), 0xDE000000);
-    EXPECT_EQ(ini_get_number(doc, "s", "e") + ini_get_number(doc, "s", "none"), 0U);
+    EXPECT_EQ(ini_get_number(doc, "s", "l32"), 0xDE000001);
+    EXPECT_EQ(ini_get_number(doc, "s", "max"), 1U);
+    EXPECT_EQ(ini_get_number(doc, "s", "e"), 0U);
+    EXPECT_EQ(ini_get_number(doc, "s", "none"), 0U);
     EXPECT_EQ(ini_get_number_list(doc, numbers, "s", "none"), 0);
     std::uint8_t bytes[] = {9, 9, 9, 9, 9};
     EXPECT_EQ(ini_get_byte_array(doc, std::span(bytes, 3), "s", "b"), 3);
@@ -170,7 +202,8 @@ TEST(Ini, SplitsLists) {
     std::string text = "cleared", list[] = {"old"};
     EXPECT_EQ(ini_get_string(doc, text, "s", "none"), -1);
     EXPECT_EQ(ini_get_string_list(doc, list, "s", "none"), -1);
-    EXPECT_EQ(text + list[0], "old");
+    EXPECT_EQ(text, "");
+    EXPECT_EQ(list[0], "old");
 }
 
 TEST(Ini, ReportsUnreadableFilesAndLeavesTheDocument) {
