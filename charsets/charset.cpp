@@ -36,8 +36,9 @@ unsigned form_of(unsigned flags) {
     return flags & (CHARSET_ESCAPE | CHARSET_DOT);
 }
 
-/// Sixteen rows of sixteen numbers. The row that is read into is not cleared between them, so a
-/// missing or short row repeats the one before in the places it lacks; this is meant.
+/// Sixteen rows of sixteen numbers.
+/// Meant: the row that is read into is not cleared between them, so a missing or short one repeats
+/// the one before in the places it lacks.
 void load_table(CharsetTable& table, std::int32_t (&row)[16], const IniDocument& doc,
                 const char* section) {
     for (std::size_t k = 0; k < 16; k++) {
@@ -70,8 +71,9 @@ char* put_escaped(char* out, std::uint8_t code) {
     return out;
 }
 
-/// The value of an escape's digit. Letters give their distance from "a", not 10 to 15, and
-/// anything else -1: programs on the target rely on how such names were read so far.
+/// The value of an escape's digit.
+/// Meant: letters give their distance from "a", not 10 to 15, and anything else -1. Programs on the
+/// target rely on how such names were read so far.
 int digit_value(char c) {
     if (ascii_is_digit(c)) {
         return c - '0';
@@ -98,7 +100,7 @@ int charset_load(CharsetTable& to_table, CharsetTable& from_table, const std::st
     if (ini_read(path, doc) != 0) {
         return 1;
     }
-    std::int32_t row[16] = {}; // zeroed once per file: fromasc starts with the last row of toasc
+    std::int32_t row[16] = {}; // Meant: zeroed once per file; fromasc starts with toasc's last row.
     msg_info("loading: %s (toasc)", path.c_str());
     load_table(to_table, row, doc, "toasc");
     msg_info("loading: %s (fromasc)", path.c_str());
@@ -134,7 +136,7 @@ std::string charset_check_defaults(const std::string& base_dir, const IniDocumen
 char* charset_to_ascii(char* destination, const std::uint8_t* source, std::size_t length,
                        unsigned flags) {
     const Charset* charset = charset_of_mode(mode_of(flags));
-    // Without a translation only the dot bit counts, also beside the escape bit.
+    // Meant: without a translation only the dot bit counts, also beside the escape bit.
     const unsigned form = charset ? form_of(flags) : flags & CHARSET_DOT;
     char* out = destination;
     for (const std::uint8_t code : std::span(source, length)) {

@@ -32,8 +32,8 @@ void report(std::string_view before, std::string_view name, std::string_view aft
 }
 
 [[noreturn]] void end_without_section(const IniDocument& doc, std::string_view section) {
-    // "couldnt" stands without its apostrophe, unlike in the warning of `ini_read`: both are what
-    // users and their scripts look for.
+    // Meant: "couldnt" without its apostrophe, unlike in the warning of `ini_read`. Users and their
+    // scripts look for both.
     report("error in ini file " + ascii_escape(doc.file_name) + ": couldnt find section ", section,
            "\n");
     std::exit(-1);
@@ -169,8 +169,9 @@ bool is_line_end(char c) {
     return c == '\r' || c == '\n';
 }
 
-/// Takes the item line at `at`; returns where its value ends. The key runs up to the next "="
-/// wherever that is, line ends included; a value ends at the first character that is not printable.
+/// Takes the item line at `at`; returns where its value ends.
+/// Meant: the key runs up to the next "=" wherever that is, line ends included, and a value ends at
+/// the first character that is not printable.
 std::size_t read_item(IniDocument& doc, std::string_view text, std::size_t at,
                       IniSection* section) {
     const std::size_t equals = std::min(text.find('=', at), text.size());
@@ -189,7 +190,8 @@ std::size_t read_item(IniDocument& doc, std::string_view text, std::size_t at,
 
 void parse(IniDocument& doc, std::string_view text) {
     IniSection* section = nullptr;
-    std::size_t at = text.find('['); // whatever stands before the first section is ignored
+    // Meant: whatever stands before the first "[" is ignored, and that may stand in a comment.
+    std::size_t at = text.find('[');
     while (at < text.size()) {
         if (text[at] == '[') {
             const std::size_t end = std::min(text.find(']', at), text.size());
@@ -205,7 +207,7 @@ void parse(IniDocument& doc, std::string_view text) {
         while (at < text.size() && !is_line_end(text[at])) {
             at++;
         }
-        // Leading blanks are no part of a line; a tab is, and begins a key.
+        // Meant: leading blanks are no part of a line; a tab is, and begins a key.
         while (at < text.size() && (is_line_end(text[at]) || text[at] == ' ')) {
             at++;
         }
@@ -288,7 +290,7 @@ std::string comment_line(std::string_view text) {
         return ";# " + std::string(76, '-') + "\n";
     }
     if (text.size() < 2) {
-        return "";
+        return ""; // Meant: any other single character is no comment.
     }
     return (text.starts_with(';') ? ";" : ";# ") + std::string(text) + "\n";
 }

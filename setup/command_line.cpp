@@ -22,6 +22,7 @@ CommandLine command_line;
 
 namespace {
 
+// Meant: what is longer is cut without a word, as target files' names were kept to these lengths.
 constexpr std::size_t TARGET_NAME_MAX = 15; // characters used of --target's name
 constexpr std::size_t LISTED_NAME_MAX = 64; // characters of a listed name that are used in a path
 
@@ -166,7 +167,8 @@ void set_warn(const Run&, const char*) {
 void set_cpu(const Run&, const char* value) {
     cpu_leave();
     if (cpu_select(value) != 1) {
-        fail("error: unknown cpu '" + ascii_escape(value) + "'.\n\r"); // meant: CR after LF
+        // Meant: CR after LF, unlike the other errors.
+        fail("error: unknown cpu '" + ascii_escape(value) + "'.\n\r");
     }
     active_config.cpu_tag = value;
     cpu_enter();
@@ -202,7 +204,8 @@ struct Option {
 };
 
 // In the order of the usage text. Names are compared whole and differ, so the order means nothing
-// to the parser. The texts are meant as they stand, "shemes" included.
+// to the parser.
+// Meant: the texts as they stand, "shemes" included; scripts look for them.
 constexpr Option options[] = {
     {{"help", "-?", "-h", "--help"}, false, show_help, "help -? -h --help", "this help"},
     {{"--version"}, false, show_version, "--version", "print program version"},

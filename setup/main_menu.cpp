@@ -211,11 +211,11 @@ struct Entry {
     void (*run)(IniDocument& new_main); // null: leaves the menu
 };
 
-// The texts are meant as they stand, "Colorsheme" included.
+// Meant: the texts as they stand, "Colorsheme" included.
 constexpr Entry entries[] = {
     {5, 0, "", "Select Target", choose_target},
     {6, 0, "", "Select Colorsheme", choose_colours},
-    {0, 0, "", "Setup Target", choose_charset}, // meant: this entry chooses the charset
+    {0, 0, "", "Setup Target", choose_charset}, // Meant: this entry chooses the charset.
     {1, 0, "", "Setup Colorsheme", show_excuse},
     {2, KEYCODE_F1, "F1", "help", show_help},
     {3, 0, "", "about", show_about},

@@ -1,6 +1,6 @@
 // The texts of the written files. The comments are the users' documentation of the configuration
-// format, for the toolkit's wider family of targets too; their wording, misspellings included, is
-// part of the product and stays as it is.
+// format, for the toolkit's wider family of targets too.
+// Meant: their wording, misspellings included, is part of the product and stays as it is.
 #include "setup/templates.h"
 
 #include "core/config/config.h"

@@ -19,8 +19,8 @@ SymEntry* sym_last_found = nullptr;
 
 namespace {
 
-// Searches of all buckets leave the last one out. This is meant: what it holds is found by its
-// exact address only.
+// Meant: searches of all buckets leave the last one out. What it holds is found by its exact
+// address only.
 constexpr int SEARCHED_BUCKETS = SYM_BUCKETS - 1;
 
 std::size_t address_hash(std::uint32_t address) {
@@ -62,7 +62,7 @@ bool matches(const SymEntry& symbol, std::uint32_t address, std::uint32_t bank,
     return address_matches && bank_matches(symbol, bank);
 }
 
-// The first symbol of the address buckets `first` to before `last` that the test accepts.
+/// The first symbol of the address buckets `first` to before `last` that the test accepts.
 template <typename Test>
 SymEntry* find_in_buckets(const SymTable* table, std::size_t first, std::size_t last, Test test) {
     for (std::size_t bucket = first; bucket < last; bucket++) {
@@ -92,7 +92,7 @@ void index_name(SymTable& table, std::string_view name) {
     }
 }
 
-// Makes `symbol` the head of a bucket; `prev` and `next` are the links of that kind of bucket.
+/// Makes `symbol` the head of a bucket; `prev` and `next` are the links of that kind of bucket.
 void push_head(SymEntry*& head, SymEntry& symbol, SymEntry* SymEntry::*prev,
                SymEntry* SymEntry::*next) {
     symbol.*next = head;
@@ -155,8 +155,8 @@ SymEntry* sym_add(SymTable* table, std::uint32_t address, std::uint32_t end, std
     if (symbol == nullptr) {
         symbol = new_symbol(table, address, name);
     }
-    // A symbol that gets another address stays in the bucket of its first one. This is meant:
-    // look-ups by the new address inherit it.
+    // Meant: a symbol that gets another address stays in the bucket of its first one, and look-ups
+    // by the new address inherit this.
     sym_set_comment(symbol, comment);
     symbol->address = address;
     symbol->end = end;
@@ -186,7 +186,7 @@ void sym_set_comment(SymEntry* symbol, const char* text) {
     try {
         symbol->comment = text_or_empty(text);
     } catch (const std::bad_alloc&) {
-        std::exit(1); // without a message, unlike a name
+        std::exit(1); // Meant: without a message, unlike a name.
     }
 }
 
@@ -253,7 +253,7 @@ char code_mark(const SymEntry& symbol) {
     return (symbol.flags & SYM_CODE) != 0 ? 'x' : '.';
 }
 
-// Chains all symbols, bucket by bucket, into the listing order.
+/// Chains all symbols, bucket by bucket, into the listing order.
 void build_listing(SymTable* table) {
     SymEntry* last = nullptr;
     table->listed = nullptr;
@@ -272,8 +272,8 @@ void list_on_console(const SymEntry& symbol) {
     const unsigned long address = symbol.address;
     con_printf("%s%c", access_of(symbol), code_mark(symbol));
     if (symbol.end != 0) {
-        // `end` counts as a size here, although look-ups take it for the last address. This is
-        // meant, and so in the other listing.
+        // Meant: `end` counts as a size here and in the other listing, although look-ups take it
+        // for the last address.
         const std::uint32_t last = symbol.address + symbol.end - 1;
         con_printf(" %02lx:%06lx-%06lx (%8lx)", bank, address, static_cast<unsigned long>(last),
                    static_cast<unsigned long>(symbol.end));

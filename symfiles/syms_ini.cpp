@@ -44,7 +44,7 @@ std::string_view without_blanks(std::string_view text) {
     return first == std::string_view::npos ? "" : text.substr(first, last - first + 1);
 }
 
-// Cuts the text up to the next `separator` off `rest`: the next element, without its blanks.
+/// Cuts the text up to the next `separator` off `rest`: the next element, without its blanks.
 std::string_view take(std::string_view& rest, char separator) {
     const std::size_t end = rest.find(separator);
     const std::string_view element = rest.substr(0, end);
@@ -52,8 +52,8 @@ std::string_view take(std::string_view& rest, char separator) {
     return without_blanks(element);
 }
 
-// A whole number of 32 bits with base detection. Stricter than the numbers of other .ini files: a
-// mistyped address would become a wrong name all over a listing.
+/// A whole number of 32 bits with base detection. Stricter than the numbers of other .ini files: a
+/// mistyped address would become a wrong name all over a listing.
 std::optional<std::uint32_t> parse_number(std::string_view text) {
     const std::string number(text);
     if (number.empty() || number[0] < '0' || number[0] > '9') {
@@ -67,7 +67,7 @@ std::optional<std::uint32_t> parse_number(std::string_view text) {
     return static_cast<std::uint32_t>(value);
 }
 
-// "address" or "bank:address".
+/// "address" or "bank:address".
 bool parse_address(std::string_view text, Item& item) {
     std::optional<std::uint32_t> bank = 0;
     if (text.find(':') != std::string_view::npos) {
@@ -96,7 +96,7 @@ bool parse_last_address(std::string_view text, Item& item) {
     return last && *last >= item.address;
 }
 
-// The comment is the rest of the value and may hold commas of its own.
+/// The comment is the rest of the value and may hold commas of its own.
 bool parse_item(std::string_view value, const SectionKind& kind, Item& item) {
     item.flags = kind.flags;
     item.name = take(value, ',');

@@ -22,7 +22,7 @@ struct Line {
     bool cut = false; // there was more of it than is kept
 };
 
-// False at the end of the file.
+/// False at the end of the file.
 bool read_line(std::FILE* file, Line& line) {
     line.text.clear();
     line.cut = false;
@@ -43,7 +43,7 @@ bool read_line(std::FILE* file, Line& line) {
     return true;
 }
 
-// The next word, up to a blank; empty at the end of the text.
+/// The next word, up to a blank; empty at the end of the text.
 std::string_view take_word(std::string_view& rest) {
     rest.remove_prefix(std::min(rest.find_first_not_of(" \t"), rest.size()));
     const std::string_view word = rest.substr(0, rest.find_first_of(" \t"));
@@ -51,7 +51,7 @@ std::string_view take_word(std::string_view& rest) {
     return word;
 }
 
-// Hexadecimal, with or without "$".
+/// Hexadecimal, with or without "$".
 std::optional<std::uint32_t> parse_address(std::string_view text) {
     if (text.starts_with('$')) {
         text.remove_prefix(1);
@@ -66,8 +66,8 @@ std::optional<std::uint32_t> parse_address(std::string_view text) {
 
 enum class Parsed { label, other, malformed };
 
-// "al 00c000 .name" or "al C:c000 .name"; what follows is ignored. Labels of other address spaces
-// ("8:" is a disc drive's) are nothing of the target's.
+/// "al 00c000 .name" or "al C:c000 .name"; what follows is ignored. Labels of other address spaces
+/// ("8:" is a disc drive's) are nothing of the target's.
 Parsed parse_label(const Line& line, std::uint32_t& address, std::string& name) {
     std::string_view rest = line.text;
     const std::string_view command = take_word(rest);

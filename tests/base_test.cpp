@@ -73,7 +73,8 @@ void check_target(const IniDocument& doc) {
     EXPECT_EQ(ini_find_section(doc, "memory")->items.count - 1, map.size()) << "memory: num";
     std::ranges::sort(map, {}, &MemoryRegion::base);
     for (std::int64_t end = -1; const MemoryRegion& region : map) {
-        EXPECT_TRUE(end < region.base && region.base <= region.last) << "memory: " << region.base;
+        EXPECT_LT(end, region.base) << "memory";
+        EXPECT_LE(region.base, region.last) << "memory";
         EXPECT_LE(end = region.last, addr_mask()) << "memory";
     }
 }
@@ -87,10 +88,13 @@ void check_colours(const IniDocument& doc) {
     for (int key = 0; key < COL_KEYS; key++) {
         const int text = static_cast<std::uint8_t>(key_textcolour[key]);
         const int back = static_cast<std::uint8_t>(key_backcolour[key]);
-        ASSERT_TRUE(text < 16 && back < 16 && back == key_backcolour[key | 1]) << col_keys[key];
+        ASSERT_LT(text, 16) << col_keys[key];
+        ASSERT_LT(back, 16) << col_keys[key];
+        ASSERT_EQ(back, key_backcolour[key | 1]) << col_keys[key];
         // Many terminals show the bright colours as the dark ones in bold, and those of 256
         // colours have no background but black, on which blue can hardly be read.
-        EXPECT_TRUE((text & 7) > 1 && (text & 7) != (back & 7)) << col_keys[key];
+        EXPECT_GT(text & 7, 1) << col_keys[key];
+        EXPECT_NE(text & 7, back & 7) << col_keys[key];
     }
     for (const auto& [selected, normal] : {std::pair{"menuselectedtext", "menutext"},
                                            {"windowlistselectedtext", "windowlisttext"}}) {
