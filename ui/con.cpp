@@ -1,15 +1,14 @@
-// Drawing: cursor, colours and text, on the curses standard screen or on plain standard output.
+// The console's operations: on the screen when one is open, else on plain standard output.
 #include "ui/con.h"
 #include "ui/con_private.h"
+#include "util/text.h"
 
-#define NCURSES_NOMACROS 1
 #include <algorithm>
 #include <clocale>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <curses.h>
 #include <cwchar>
 #include <memory>
 
@@ -17,47 +16,34 @@ namespace kx {
 
 namespace {
 
-constexpr int CORNER = 183; // the middle dot, in Latin-1 and in Unicode
-constexpr wchar_t REPLACEMENT = 0xfffd;
-constexpr int TAB_WIDTH = 8;
+constexpr wchar_t CORNER = 183; // the middle dot, in Latin-1 and in Unicode
 // Without a screen clearing writes as many blanks as fill 50 rows of 80, but for the last two.
 constexpr int LINE_MODE_BLANKS = 49 * 80 + 78;
 
-struct DrawState {
+struct State {
+    const ConScreen* screen = nullptr; // null: line mode
     int text_colour = 7;
     int back_colour = 0;
     int reverse = 0;
     int cursor_visible = 1;
-    // The cursor, which may stand outside of the screen: what is written there is clipped.
-    int x = 0;
-    int y = 0;
-    // A character whose bytes have not all been written yet.
-    std::mbstate_t partial = {};
-    bool in_character = false;
-    chtype normal_attribute = 0;
     void (*redraw)() = nullptr;
 };
-DrawState state;
+State state;
 
-void move_to(int x, int y) {
-    state.x = x;
-    state.y = y;
-    state.in_character = false;
-    state.partial = {};
+// What draws on the screen; null in line mode.
+const ConDrawing* drawing() {
+    return state.screen != nullptr ? state.screen->drawing : nullptr;
 }
 
 void apply_colours() {
-    if (!con_screen_active()) {
+    if (drawing() == nullptr) {
         return;
     }
-    const int text = state.reverse != 0 ? state.back_colour : state.text_colour;
-    const int back = state.reverse != 0 ? state.text_colour : state.back_colour;
-    // The stride is the number of colours even where the pairs were set up with a stride of 16,
-    // and COLOR_PAIR keeps the low 8 bits of the pair: with 256 colours only the text colour is
-    // left. Both are meant: colour schemes are made for it.
-    const int pair = (back & 7) * COLORS + (text & 7);
-    const auto colours = static_cast<chtype>(COLOR_PAIR(pair));
-    attrset(static_cast<int>(colours | (text > 7 ? A_BOLD : A_NORMAL)));
+    if (state.reverse != 0) {
+        drawing()->set_colours(state.back_colour, state.text_colour);
+    } else {
+        drawing()->set_colours(state.text_colour, state.back_colour);
+    }
 }
 
 int set_colour(int& colour, int value) {
@@ -67,124 +53,19 @@ int set_colour(int& colour, int value) {
     return before;
 }
 
-// Text --------------------------------------------------------------------------------------
-
-// At the cursor, which moves on: also beyond the edges, where nothing is drawn.
-void draw_cell(wchar_t c, int width) {
-    const int x = state.x;
-    state.x += width;
-    if (state.y < 0 || state.y >= con_rows() || x < 0 || x + width > con_cols()) {
+void put_repeated(char c, int n) {
+    if (drawing() != nullptr) {
+        drawing()->put_repeated(c, n);
         return;
     }
-    const wchar_t text[2] = {c, 0};
-    cchar_t cell;
-    setcchar(&cell, text, A_NORMAL, 0, nullptr); // the screen's attribute comes in by itself
-    scrollok(stdscr, FALSE);                     // or the last cell would scroll the screen
-    mvadd_wch(state.y, x, &cell);
-    scrollok(stdscr, TRUE);
-}
-
-void draw_wide(wchar_t c) {
-    const int width = wcwidth(c);
-    if (width >= 0 && c != 0) {
-        draw_cell(c, width);
-    } else {
-        draw_cell(L' ', 1); // a control character
+    for (int i = 0; i < n; ++i) {
+        std::putchar(c);
     }
-}
-
-// In a locale without multibyte characters. Where it does not know the upper half of the eight
-// bits, as "C" does not, the printable part is still the terminal's business.
-void draw_byte(unsigned char c) {
-    const auto wide = static_cast<wchar_t>(std::btowc(c));
-    if (c >= 0xa0 && wcwidth(wide) < 0) {
-        draw_cell(c, 1);
-    } else {
-        draw_wide(wide);
-    }
-}
-
-// Moves without erasing, where curses would clear the rest of the line. True when it was one of
-// the characters that move.
-bool draw_movement(char c) {
-    switch (c) {
-    case '\r':
-        state.x = 0;
-        return true;
-    case '\n':
-        state.x = 0;
-        if (state.y == con_rows() - 1) {
-            scroll(stdscr);
-        } else {
-            ++state.y;
-        }
-        return true;
-    case '\b':
-        state.x = std::max(state.x - 1, 0);
-        return true;
-    case '\t':
-        do {
-            draw_wide(L' ');
-        } while (state.x % TAB_WIDTH != 0);
-        return true;
-    default:
-        return false;
-    }
-}
-
-// One byte of a text. Characters of several bytes may arrive in several calls.
-void draw_text_byte(char c) {
-    if (!con_multibyte()) {
-        if (!draw_movement(c)) {
-            draw_byte(static_cast<unsigned char>(c));
-        }
-        return;
-    }
-    wchar_t wide = 0;
-    const std::size_t length = std::mbrtowc(&wide, &c, 1, &state.partial);
-    if (length == static_cast<std::size_t>(-2)) {
-        state.in_character = true;
-        return;
-    }
-    const bool broken = state.in_character;
-    state.in_character = false;
-    if (length == static_cast<std::size_t>(-1)) {
-        state.partial = {};
-        draw_wide(REPLACEMENT);
-        if (broken) {
-            draw_text_byte(c); // the byte that broke it may begin the next one
-        }
-    } else if (!draw_movement(c)) {
-        draw_wide(wide);
-    }
-}
-
-void draw_text(const char* text, std::size_t size) {
-    for (std::size_t i = 0; i < size; ++i) {
-        draw_text_byte(text[i]);
-    }
-}
-
-// Plain characters, in one stroke: whole screens are cleared through here.
-void put_repeated(int n, char c) {
-    if (!con_screen_active()) {
-        for (int i = 0; i < n; ++i) {
-            std::putchar(c);
-        }
-        return;
-    }
-    n = std::max(n, 0);
-    const int first = std::max(state.x, 0);
-    const int last = std::min(state.x + n, con_cols());
-    if (state.y >= 0 && state.y < con_rows() && first < last) {
-        mvhline(state.y, first, static_cast<chtype>(c), last - first);
-    }
-    move_to(state.x + n, state.y);
 }
 
 void put_corner() {
-    if (con_screen_active()) {
-        con_multibyte() ? draw_wide(CORNER) : draw_byte(CORNER);
+    if (drawing() != nullptr) {
+        drawing()->put_character(CORNER);
         return;
     }
     con_use_locale();
@@ -202,11 +83,6 @@ void put_edge(int x, int y, int w) {
     put_corner();
 }
 
-// Attribute words fold into one byte as their two low bytes together.
-std::uint8_t folded(chtype attribute) {
-    return static_cast<std::uint8_t>((attribute | attribute >> 8) & 0xff);
-}
-
 } // namespace
 
 void con_use_locale() {
@@ -219,38 +95,71 @@ bool con_multibyte() {
     return MB_CUR_MAX > 1;
 }
 
-void con_start_drawing() {
-    state.normal_attribute = static_cast<chtype>(getattrs(stdscr));
-    move_to(0, 0);
+// The screen --------------------------------------------------------------------------------
+
+void con_install(const ConScreen* screen) {
+    state.screen = screen;
+    if (screen != nullptr) {
+        screen->drawing->start();
+        screen->keyboard->start();
+    }
+}
+
+const ConKeyboard* con_keyboard() {
+    return state.screen != nullptr ? state.screen->keyboard : nullptr;
+}
+
+bool con_screen_active() {
+    return state.screen != nullptr;
+}
+
+bool con_screen_covers(int fd) {
+    return state.screen != nullptr && state.screen->covers(fd);
+}
+
+void con_close() {
+    if (state.screen != nullptr) {
+        const ConScreen* const screen = state.screen;
+        state.cursor_visible = 1;
+        state.screen = nullptr;
+        screen->close();
+        con_write_held();
+    }
+}
+
+void con_mouse_on() {
+    if (state.screen != nullptr) {
+        state.screen->mouse_on();
+    }
 }
 
 // Size and cursor ---------------------------------------------------------------------------
 
 int con_cols() {
-    return con_screen_active() ? getmaxx(stdscr) : 80;
+    return drawing() != nullptr ? drawing()->cols() : 80;
 }
 
 int con_rows() {
-    return con_screen_active() ? getmaxy(stdscr) : 25;
+    return drawing() != nullptr ? drawing()->rows() : 25;
 }
 
 int con_wherex() {
-    return con_screen_active() ? std::clamp(state.x, 0, con_cols() - 1) : 1;
+    return drawing() != nullptr ? drawing()->where_x() : 1;
 }
 
 int con_wherey() {
-    return con_screen_active() ? std::clamp(state.y, 0, con_rows() - 1) : 1;
+    return drawing() != nullptr ? drawing()->where_y() : 1;
 }
 
 void con_gotoxy(int x, int y) {
-    if (con_screen_active()) {
-        move_to(x, y);
+    if (drawing() != nullptr) {
+        drawing()->go_to(x, y);
     }
 }
 
 void con_left() {
-    if (con_screen_active()) {
-        move_to(std::max(state.x - 1, 0), state.y);
+    if (drawing() != nullptr) {
+        drawing()->left();
     } else {
         std::putchar('\b');
     }
@@ -281,10 +190,11 @@ ConTextInfo con_textinfo() {
     const auto rows = static_cast<std::uint8_t>(screen ? con_rows() : -1);
     info.window_right = info.screen_width = columns;
     info.window_bottom = info.screen_height = rows;
-    info.attribute = screen ? folded(static_cast<chtype>(getattrs(stdscr))) : 0;
-    info.normal_attribute = folded(state.normal_attribute);
     info.cursor_x = static_cast<std::uint8_t>(con_wherex());
     info.cursor_y = static_cast<std::uint8_t>(con_wherey());
+    if (screen) {
+        drawing()->tell_attributes(info);
+    }
     return info;
 }
 
@@ -306,23 +216,17 @@ int con_reverse(int flag) {
 }
 
 void con_highlight(int flag) {
-    if (!con_screen_active()) {
-        return;
-    }
-    const auto pair = static_cast<chtype>(getattrs(stdscr)) & A_COLOR;
-    if (flag == 1) {
-        attrset(static_cast<int>(pair | A_BOLD));
-    } else {
-        attroff(static_cast<int>(A_BOLD));
+    if (drawing() != nullptr) {
+        drawing()->highlight(flag == 1);
     }
 }
 
 // Output ------------------------------------------------------------------------------------
 
 int con_putch(int c) {
-    if (con_screen_active()) {
+    if (drawing() != nullptr) {
         const char byte = static_cast<char>(c);
-        draw_text(&byte, 1);
+        drawing()->put_text(&byte, 1);
     } else {
         std::putchar(c);
     }
@@ -330,8 +234,8 @@ int con_putch(int c) {
 }
 
 void con_puts(const char* text) {
-    if (con_screen_active()) {
-        draw_text(text, std::char_traits<char>::length(text));
+    if (drawing() != nullptr) {
+        drawing()->put_text(text, std::strlen(text));
     } else {
         std::fputs(text, stdout);
     }
@@ -340,15 +244,9 @@ void con_puts(const char* text) {
 void con_printf(const char* format, ...) {
     va_list args;
     va_start(args, format);
-    char* text = nullptr;
-    const int length = vasprintf(&text, format, args);
+    con_puts(text_vprintf(format, args).c_str());
     va_end(args);
-    const std::unique_ptr<char, decltype(&std::free)> owner(length >= 0 ? text : nullptr,
-                                                            &std::free);
-    if (owner != nullptr) {
-        con_puts(owner.get());
-    }
-    if (!con_screen_active()) {
+    if (drawing() == nullptr) {
         std::fflush(stdout);
     }
 }
@@ -358,19 +256,18 @@ void con_newline() {
 }
 
 void con_spaces(int n) {
-    put_repeated(n, ' ');
+    put_repeated(' ', n);
 }
 
 void con_hline(int n) {
-    put_repeated(n, '-');
+    put_repeated('-', n);
 }
 
 void con_vline(int n) {
-    const int x = state.x;
-    const int y = state.y;
-    for (int i = 0; i < n; ++i) {
-        con_gotoxy(x, y + i);
-        con_putch('|');
+    if (drawing() != nullptr) {
+        drawing()->put_down('|', n);
+    } else {
+        put_repeated('|', n);
     }
 }
 
@@ -384,33 +281,17 @@ void con_frame(int x, int y, int w, int h) {
 }
 
 void con_clrscr() {
-    if (!con_screen_active()) {
+    if (drawing() == nullptr) {
         con_spaces(LINE_MODE_BLANKS);
         return;
     }
-    const int last = con_rows() - 1;
-    for (int y = 0; y < last; ++y) {
-        con_gotoxy(0, y);
-        con_spaces(con_cols());
-    }
-    // The last two cells are not written. Meant: nothing may scroll the screen here. They become
-    // as a screen just opened has them, or what stood there would outlive the clearing.
-    move(last, std::max(con_cols() - 2, 0));
-    clrtoeol();
-    con_gotoxy(0, last);
-    con_spaces(con_cols() - 2);
-    con_gotoxy(0, 0);
+    drawing()->clear();
     con_refresh();
 }
 
 void con_refresh() {
-    if (con_screen_active()) {
-        if (state.cursor_visible != 0) {
-            move(con_wherey(), con_wherex());
-        } else {
-            move(con_rows() - 1, con_cols() - 1); // out of the way
-        }
-        refresh();
+    if (drawing() != nullptr) {
+        drawing()->refresh(state.cursor_visible != 0);
     } else {
         std::fflush(stderr);
         std::fflush(stdout);

@@ -27,15 +27,14 @@ constexpr mmask_t EVERY_MOUSE_EVENT = 0xfffffff;
 
 volatile std::sig_atomic_t size_changed = 0;
 
-struct ScreenState {
-    bool active = false;
+struct State {
     SCREEN* screen = nullptr;
     TerminalSettings found;
     std::string reset;
     struct sigaction winch_found = {};
     struct sigaction winch_of_curses = {};
 };
-ScreenState state;
+State state;
 
 void make_pairs(int stride) {
     for (int b = 0; b < stride; ++b) {
@@ -163,11 +162,38 @@ void enter_for_good() {
     refresh();
 }
 
-} // namespace
-
-bool con_screen_active() {
-    return state.active;
+bool covers(int fd) {
+    const std::optional<unsigned> terminal = terminal_of(fd);
+    return terminal && terminal == terminal_of(STDOUT_FILENO);
 }
+
+void turn_mouse_on() {
+    mousemask(EVERY_MOUSE_EVENT, nullptr);
+    mouseinterval(0); // press and release, not clicks made of both
+    prepare_reset(true);
+}
+
+void close_screen() {
+    attrset(0);
+    endwin();
+    delscreen(state.screen);
+    state.screen = nullptr;
+    sigaction(SIGWINCH, &state.winch_found, nullptr);
+    con_settings_restore(state.found);
+    con_set_reset("", nullptr);
+    con_release_terminal();
+    ini_set_reporter(nullptr);
+}
+
+constexpr ConScreen curses_screen = {
+    .drawing = &con_screen_drawing,
+    .keyboard = &con_screen_keyboard,
+    .close = close_screen,
+    .mouse_on = turn_mouse_on,
+    .covers = covers,
+};
+
+} // namespace
 
 bool con_take_size_change() {
     const bool changed = size_changed != 0;
@@ -175,13 +201,8 @@ bool con_take_size_change() {
     return changed;
 }
 
-bool con_screen_covers(int fd) {
-    const std::optional<unsigned> terminal = terminal_of(fd);
-    return state.active && terminal && terminal == terminal_of(STDOUT_FILENO);
-}
-
 int con_open() {
-    if (state.active) {
+    if (con_screen_active()) {
         return 1;
     }
     state.found = con_settings_now();
@@ -195,39 +216,11 @@ int con_open() {
     }
     watch_size();
     prepare_reset(false);
-    state.active = true;
     set_modes();
     enter_for_good();
-    con_start_drawing();
-    con_start_keys();
+    con_install(&curses_screen);
     ini_set_reporter(con_after_screen);
     return 1;
-}
-
-void con_close() {
-    if (!state.active) {
-        return;
-    }
-    state.active = false;
-    con_showcursor(1);
-    attrset(0);
-    endwin();
-    delscreen(state.screen);
-    state.screen = nullptr;
-    sigaction(SIGWINCH, &state.winch_found, nullptr);
-    con_settings_restore(state.found);
-    con_set_reset("", nullptr);
-    con_release_terminal();
-    ini_set_reporter(nullptr);
-    con_write_held();
-}
-
-void con_mouse_on() {
-    if (state.active) {
-        mousemask(EVERY_MOUSE_EVENT, nullptr);
-        mouseinterval(0); // press and release, not clicks made of both
-        prepare_reset(true);
-    }
 }
 
 } // namespace kx
