@@ -16,7 +16,8 @@ namespace {
 
 /// Whether there is nothing at a path, as its opening found.
 bool is_missing(const Failure& failure) {
-    return failure.error == ENOENT || failure.error == ENOTDIR;
+    return failure.error == ENOENT || failure.error == ENOTDIR || failure.error == ELOOP ||
+           failure.error == ENAMETOOLONG;
 }
 
 /// 1, or -1 when the user ended it.
