@@ -7,6 +7,8 @@
 #include "link/target_memory.h"
 #include "tests/support/fake_thread.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/terminal.h"
+#include "ui/con.h"
 #include "ui/msg.h"
 
 #include <gmock/gmock.h>
@@ -76,7 +78,7 @@ TEST_F(ConfigExec, StartsTheTargetWithWhatItHasSent) {
     EXPECT_EQ(target.target.runs, 1U);
 }
 
-TEST_F(ConfigExec, AppliesTheDefaultPatchesWhenWanted) {
+TEST_F(ConfigExec, AppliesTheDefaultPatchesUnlessEscapeEndsIt) {
     active_config.patch_file =
         dir.write("p.ini", "[patches_auto]\nnum=1\nn0=p\n[p]\nname=p\nmlen=1\nplen=1\npoffs=0\n"
                            "match0=0x60\nmask0=255\npatch0=0x61\n");
@@ -86,6 +88,21 @@ TEST_F(ConfigExec, AppliesTheDefaultPatchesWhenWanted) {
     active_config.patch_autoload = 1;
     EXPECT_EQ(core_execfile(path, 0, 0), 1);
     EXPECT_EQ(sim_read8(0xC000), 0x61);
+
+    test::Terminal terminal(80, 24);
+    terminal.run([&path] {
+        sim_registers().pc = 1;
+        con_rawmode();
+        std::puts("ready");
+        std::fflush(stdout);
+        while (con_kbhit() == 0) {
+        }
+        const bool failed = core_execfile(path, 0, 0) == -1;
+        return failed ? static_cast<int>(sim_registers().pc) : 0;
+    });
+    terminal.wait_for("ready");
+    terminal.type(test::ESCAPE);
+    EXPECT_EQ(terminal.wait_exit(), 1);
 }
 
 TEST_F(ConfigExec, LoadsRangesAndSaysWhatIsWrong) {
