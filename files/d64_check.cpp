@@ -137,8 +137,8 @@ void check_error_bytes(Check& check) {
     }
     for (int track = 1; track <= tracks; track++) {
         for (int sector = 0; sector < disc_sectors(track); sector++) {
-            const std::uint8_t error =
-                errors[static_cast<std::size_t>(d64_sectors_before(track) + sector)];
+            const int block = d64_block_number({.track = track, .sector = sector});
+            const std::uint8_t error = errors[static_cast<std::size_t>(block)];
             if (error > 1) { // 1 and, of some programs, 0 are none
                 report(check.findings, "block %d/%d gives error %d when a drive reads it.", track,
                        sector, drive_error(error));

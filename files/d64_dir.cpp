@@ -45,12 +45,12 @@ char plain_character(std::uint8_t code, bool lower) {
     if (code == DISC_PADDING) {
         return ' ';
     }
-    constexpr std::uint8_t shifted = 0x80;
-    const auto upper = static_cast<char>(code & ~shifted);
-    if (!lower || upper < 'A' || upper > 'Z') {
-        return static_cast<char>(code);
+    constexpr int shifted = 0x80;
+    const int upper = code & ~shifted;
+    if (lower && is_letter(upper) && upper <= 'Z') {
+        return static_cast<char>(code == upper ? upper | 0x20 : upper);
     }
-    return static_cast<char>(code == upper ? upper | 0x20 : upper);
+    return static_cast<char>(code);
 }
 
 std::string to_text(const D64Disc& disc, std::span<const std::uint8_t> codes, unsigned form) {
