@@ -55,7 +55,7 @@ std::string default_path(const std::string& base_dir, const IniDocument& main_do
     std::string name;
     // The setup program writes the main configuration without these keys.
     if (ini_get_string(main_doc, name, "charsets", key) != 0) {
-        const std::string shipped = directory + "pet_" + key + ".ini";
+        std::string shipped = directory + "pet_" + key + ".ini";
         if (access(shipped.c_str(), F_OK) == 0) {
             return shipped;
         }
