@@ -57,15 +57,16 @@ std::string to_text(const D64Disc& disc, std::span<const std::uint8_t> codes, un
     const auto length =
         static_cast<std::size_t>(std::find(codes.begin(), codes.end(), 0) - codes.begin());
     std::string text(length, '\0');
+    const unsigned charset = name_charset(disc);
     D64Bytes plain;
-    if (name_charset(disc) == 0 && d64_rules(disc).drive) {
+    if (charset == 0 && d64_rules(disc).drive) {
         for (const std::uint8_t code : codes.first(length)) {
             plain.push_back(
                 static_cast<std::uint8_t>(plain_character(code, disc.charset == CHARSET_LOASC)));
         }
         codes = plain;
     }
-    charset_to_ascii(text.data(), codes.data(), length, name_charset(disc) | form);
+    charset_to_ascii(text.data(), codes.data(), length, charset | form);
     return text;
 }
 

@@ -123,6 +123,11 @@ int options_parse(std::span<const Option> options, std::span<const Option> globa
                   const std::vector<std::string>& words, std::vector<std::string>& arguments,
                   std::string& error) {
     error.clear();
+    if (std::ranges::none_of(words,
+                             [](const std::string& word) { return word.starts_with('-'); })) {
+        arguments = words; // nothing to take apart: a listing is over before CLI11 is set up
+        return 0;
+    }
     CLI::App app;
     app.set_help_flag();
     app.allow_extras();

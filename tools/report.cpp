@@ -149,9 +149,11 @@ int report_status(KxError code) {
 void report_begin(const char* command) {
     state.out_color = wants_color(STDOUT_FILENO);
     state.err_color = wants_color(STDERR_FILENO);
-    state.result.set("kx", 1);
-    state.result.set("command", command);
-    state.result.set("ok", true);
+    if (globals.json) {
+        state.result.set("kx", 1);
+        state.result.set("command", command);
+        state.result.set("ok", true);
+    }
     const MsgOutput output = {.info = library_info,
                               .warning = library_warning,
                               .error = keep_error,

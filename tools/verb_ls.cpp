@@ -150,7 +150,9 @@ int run() {
     if (state.extfs && !globals.json) {
         return list_extfs();
     }
-    disc_set_charset(disc, state.lower);
+    if (state.lower) {
+        disc_set_charset(disc, true);
+    }
     const DiscInfo info = disc_info(disc);
     const std::vector<DiscEntry> entries = chosen_entries(disc);
     if (globals.json) {
