@@ -19,6 +19,22 @@ TEST(Registry, UnknownComponentsAreNamedByTheirRegistry) {
     EXPECT_EQ(active_config.cpu, CPU_6510);
 }
 
+TEST(Registry, TellsWhatIsNotInATable) {
+    EXPECT_EQ(fileserver_find_tag("none"), 4);
+    EXPECT_EQ(fileserver_default_id(), 4);
+    EXPECT_EQ(console_find_tag("none"), 3);
+    EXPECT_EQ(console_default_id(), 3);
+    EXPECT_EQ(fileserver_find_tag("n/a"), 0) << "the row that ends the table";
+    EXPECT_EQ(cpu_find_tag("NONE"), 0);
+    EXPECT_STREQ(fileserver_get_tag(7), "n/a");
+    EXPECT_STREQ(console_get_desc(-1), "not available or invalid");
+    EXPECT_STREQ(cpu_get_tag(7), nullptr);
+    EXPECT_STREQ(target_get_desc(7), nullptr);
+    EXPECT_EQ(cpu_select("65816"), 1);
+    EXPECT_EQ(cpu_select("65c02"), -1);
+    EXPECT_EQ(active_config.cpu, CPU_65816) << "as it was";
+}
+
 TEST(MemoryMap, FirstRegionThatHoldsTheAddressDecides) {
     MemoryMap map;
     const auto add = [&map](std::uint32_t bank, std::uint32_t base, std::uint32_t last, int type) {
@@ -92,9 +108,12 @@ TEST(CpuHooks, EnterTakesTheResetStateAndLeaveDropsIt) {
         EXPECT_EQ(now.pc, row.pc);
         EXPECT_EQ(now.sp, row.hooked ? 0xFD : 4);
         EXPECT_EQ(now.status, row.status);
-        EXPECT_EQ(now.a | now.x | now.y, row.hooked ? 0 : 3);
+        EXPECT_EQ(now.a, row.hooked ? 0 : 1);
+        EXPECT_EQ(now.x, row.hooked ? 0 : 2);
+        EXPECT_EQ(now.y, row.hooked ? 0 : 3);
         cpu_leave();
-        EXPECT_EQ(now.pc + now.status, row.hooked ? 0 : 12);
+        EXPECT_EQ(now.pc, row.hooked ? 0 : 7);
+        EXPECT_EQ(now.status, row.hooked ? 0 : 5);
     }
 }
 
