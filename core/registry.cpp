@@ -32,7 +32,7 @@ const RegistryEntry port_table[] = {
 const RegistryEntry cpu_table[] = {
     {CPU_NONE, "none", "no cpu support"},
     {CPU_6510, "6510", "NMOS 6510"},
-    {CPU_65C02, "65C02", "NMOS 65C02"}, // a CMOS part; the text is kept for its readers
+    {CPU_65C02, "65C02", "NMOS 65C02"}, // Meant: a CMOS part, named so for its readers.
     {CPU_6280, "6280", "HuC 6280"},
     {CPU_65816, "65816", "WesternDigital 65816"},
     {0, nullptr, nullptr},

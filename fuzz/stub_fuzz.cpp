@@ -2,6 +2,7 @@
 #include "fuzz/fuzz.h"
 
 #include "core/active_config.h"
+#include "link/seams_private.h"
 #include "link/stub.h"
 
 #include <algorithm>

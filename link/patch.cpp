@@ -27,7 +27,7 @@ constexpr std::size_t REC_DATA = 3;
 // still ends the search at once; reading a byte of the target takes longer than the look.
 constexpr std::uint32_t KEY_INTERVAL = 4096;
 
-/// A record as the search reads it: whatever the lengths in its head say, nothing outside of it.
+// A record as the search reads it: whatever the lengths in its head say, nothing outside of it.
 struct Record {
     std::span<const std::uint8_t> bytes;
 
@@ -39,7 +39,7 @@ struct Record {
     std::uint8_t patch(std::size_t k) const { return at(REC_DATA + 2 * mlen() + k); }
 };
 
-/// Whether there is a keyboard to look at. The end of a redirected input would act as ESC.
+// Whether there is a keyboard to look at. The end of a redirected input would act as ESC.
 bool has_keyboard() {
     return con_screen_active() || isatty(STDIN_FILENO);
 }
@@ -68,10 +68,10 @@ void report() {
     }
 }
 
-/// The record of a section. The mask stands right behind the match bytes that the file gives and
-/// the patch right behind the mask bytes, but the search takes them where the declared lengths
-/// put them: arrays shorter than declared shift what follows. Patch files rely on giving exact
-/// lengths, not on padding.
+// The record of a section. The mask stands right behind the match bytes that the file gives and
+// the patch right behind the mask bytes, but the search takes them where the declared lengths
+// put them.
+// Meant: arrays shorter than declared shift what follows.
 std::vector<std::uint8_t> load_record(const IniDocument& doc, const std::string& section) {
     const auto mlen = static_cast<std::uint8_t>(ini_get_number(doc, section, "mlen"));
     const auto plen = static_cast<std::uint8_t>(ini_get_number(doc, section, "plen"));
@@ -122,8 +122,8 @@ int patch_search_apply(const std::string& name, std::span<const std::uint8_t> by
     PatchResult& result = state.result;
     result = {};
     result.name = name;
-    // A range that reaches the end of the 32-bit address space counts as wrapping, like an empty
-    // one; a pattern of no bytes matches nowhere.
+    // Meant: a range that reaches the end of the 32-bit address space counts as wrapping, like an
+    // empty one. A pattern of no bytes matches nowhere.
     if (static_cast<std::uint32_t>(start + size) <= start || mlen == 0) {
         report();
         return 1;

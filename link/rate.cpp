@@ -9,15 +9,18 @@ namespace kx {
 
 namespace {
 
-constexpr std::int64_t BITS_PER_BYTE = 9; // counted so whatever the line's frame is, and kept
+// Meant: nine bits are counted for a byte, whatever the line's frame is.
+constexpr std::int64_t BITS_PER_BYTE = 9;
 
-struct {
+struct State {
     std::uint32_t rate_mark = 0; // the start while running, the elapsed time after stopping
-    // The last values computed. Single precision on purpose: it decides the last digits printed.
+    // The last values computed.
+    // Meant: single precision, which decides the last digits printed.
     float divisor = 1;
     float bytes_per_second = 0;
     float baud = 0;
-} state;
+};
+State state;
 
 float per_second(std::int64_t amount) {
     return static_cast<float>(static_cast<long double>(amount * 1000) / state.divisor);
@@ -48,6 +51,10 @@ void rate_report(std::uint32_t bytes) {
     msg_print(" (%ld bytes/sec, %ld baud, %ld%% of %ld baud)\n\r",
               static_cast<long>(state.bytes_per_second), static_cast<long>(state.baud),
               static_cast<long>(percent), port_baud);
+}
+
+void rate_reset() {
+    state = {};
 }
 
 void rate_stop_report(std::uint32_t bytes) {

@@ -16,4 +16,7 @@ void rate_report(std::uint32_t bytes);
 
 void rate_stop_report(std::uint32_t bytes);
 
+/// Forgets what was measured.
+void rate_reset();
+
 } // namespace kx

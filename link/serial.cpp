@@ -2,6 +2,7 @@
 // settings that were found.
 #include "link/serial.h"
 
+#include "link/seams_private.h"
 #include "ui/msg.h"
 #include "util/clock.h"
 

@@ -40,15 +40,7 @@ struct SerialLine {
 // with ENOTCONN, an unsupported baud rate with EINVAL, a write that was stopped with ECANCELED.
 // That nothing is waiting is no failure.
 
-/// The modem-line calls, behind a seam: tests watch them, and a pseudo-terminal refuses them,
-/// which is no failure. Each gets or sets the TIOCM_ bits; 0, or -1 and nothing stored.
-struct SerialModem {
-    int (*get)(int fd, int* bits);
-    int (*set)(int fd, int bits);
-};
-void serial_set_modem(const SerialModem* modem); // null: the system's own
-
-/// How long a write, and closing, wait for a device that lets no bytes out; tests shorten it.
+/// How long a write, and closing, wait for a device that lets no bytes out.
 constexpr int SERIAL_WRITE_LIMIT_MS = 10000;
 void serial_set_write_limit(int milliseconds);
 
@@ -102,7 +94,7 @@ bool serial_holds(int fd);
 void serial_set_dtr(SerialLine& line);
 void serial_clear_dtr(SerialLine& line);
 
-/// Closes every line and puts the seams back.
+/// Closes every line and puts back what was set above.
 void serial_reset();
 
 } // namespace kx

@@ -3,6 +3,7 @@
 
 #include "core/active_config.h"
 #include "link/port.h"
+#include "link/seams_private.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -45,10 +45,6 @@ void stub_set_timeout(int milliseconds);
 /// nobody is asked.
 void stub_set_stop(bool (*stop)(std::uint32_t waited_ms));
 
-/// Replaces the millisecond's sleep between two polls of the input; null for the real one. Tests
-/// shorten it.
-void stub_set_sleep(void (*sleep)());
-
 /// Forgets the last failure and all that was set.
 void stub_reset();
 

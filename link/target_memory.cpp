@@ -43,7 +43,7 @@ bool image_has(std::uint32_t address) {
     return address < IMAGE_ACCESS_LIMIT;
 }
 
-/// The byte of the host-side copy for the address; null when it lies outside.
+// The byte of the host-side copy for the address; null when it lies outside.
 const std::uint8_t* window_find(std::uint32_t address) {
     if (state.window.empty() || address > addr_mask()) {
         return nullptr;
@@ -70,13 +70,13 @@ void target_write8(std::uint32_t address, std::uint8_t value) {
     }
 }
 
-/// Bytes of a block write.
+// Bytes of a block write.
 struct Progress {
     std::uint64_t done = 0;
     std::uint64_t total = 0;
 };
 
-/// The display counts as far as an int goes.
+// The display counts as far as an int goes.
 void show(const Progress& progress) {
     const auto count = [](std::uint64_t n) {
         return static_cast<int>(std::min<std::uint64_t>(n, INT_MAX));
@@ -96,7 +96,7 @@ void sim_write_piece(std::uint32_t address, std::span<const std::uint8_t> bytes,
     }
 }
 
-/// Bytes that would lie beyond 32 bits go nowhere: addresses do not come round to 0.
+// Bytes that would lie beyond 32 bits go nowhere: addresses do not come round to 0.
 std::uint64_t in_address_space(std::uint32_t start, std::uint64_t length) {
     return std::min(length, ADDRESS_SPACE - start);
 }
@@ -117,8 +117,8 @@ int sim_read_block(std::span<std::uint8_t> bytes, std::uint32_t address) {
     return 1;
 }
 
-/// From the file's position on. What stands behind a whole address space of the target is not
-/// read: it could only come round to where bytes of the file are already.
+// From the file's position on. What stands behind a whole address space of the target is not
+// read: it could only come round to where bytes of the file are already.
 int sim_write_file(std::FILE* file, std::uint32_t start, std::uint64_t length) {
     std::array<std::uint8_t, PIECE> buffer;
     Progress progress = {.total = in_address_space(start, length)};
@@ -137,7 +137,7 @@ int sim_write_file(std::FILE* file, std::uint32_t start, std::uint64_t length) {
     return 1;
 }
 
-/// `end` is the end address as it is sent.
+// `end` is the end address as it is sent.
 int both_write_block(std::uint32_t address, std::uint32_t end,
                      std::span<const std::uint8_t> bytes) {
     sim_write_block(address, end, bytes);
@@ -170,7 +170,7 @@ int image_read_block(std::span<std::uint8_t> bytes, std::uint32_t address) {
     return image_file_read(address, bytes);
 }
 
-/// Where accesses go in one mode.
+// Where accesses go in one mode.
 struct Route {
     int mode;
     bool simulator; // bytes and numbers are written to the simulator
@@ -206,7 +206,7 @@ constexpr Route ROUTES[] = {
      .read_block = image_read_block},
 };
 
-/// The row of the mode in force; an unknown mode stays in the simulator.
+// The row of the mode in force; an unknown mode stays in the simulator.
 const Route& find_route() {
     for (const Route& row : ROUTES) {
         if (row.mode == mem_mode) {

@@ -4,6 +4,7 @@
 
 #include "core/active_config.h"
 #include "link/rate.h"
+#include "link/seams_private.h"
 #include "link/target_memory.h"
 #include "tests/support/pty.h"
 #include "ui/msg.h"

@@ -4,6 +4,7 @@
 
 #include "core/active_config.h"
 #include "link/port.h"
+#include "link/seams_private.h"
 #include "tests/support/pty.h"
 
 #include <cerrno>
