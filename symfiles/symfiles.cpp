@@ -365,7 +365,11 @@ int filehandler_readsymfile(SymTable* table, const std::string& path, int type) 
                   type);
         return -1;
     }
-    return format->read(table, path);
+    try {
+        return format->read(table, path);
+    } catch (const std::bad_alloc&) {
+        out_of_memory();
+    }
 }
 
 int filehandler_writesymfile(const SymTable* table, std::FILE* stream, int type) {

@@ -100,7 +100,7 @@ Parsed parse_label(const Line& line, std::uint32_t& address, std::string& name) 
 
 int sym_vice_readfile(SymTable* table, const std::string& path) {
     const FilePtr file = file_open(path, "rb");
-    if (!file) {
+    if (!file || file_size(file.get()) < 0) { // a FIFO might be waited for
         msg_error("couldn't read symbol file %s.", path.c_str());
         return -1;
     }

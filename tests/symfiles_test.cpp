@@ -9,6 +9,7 @@
 #include "util/file.h"
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 using namespace kx;
 using namespace std::string_literals;
@@ -152,6 +153,10 @@ TEST_F(Symbols, FilesAreReadItemByItem) {
         sym_table_new(&table);
     }
     EXPECT_EQ(filehandler_readsymfile(table, dir.path(), FILETYPE_VICE), -1) << "a directory";
+    const std::string pipe = dir.file("pipe");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const FilePtr writer = file_open(pipe, "r+"); // who writes nothing
+    EXPECT_EQ(filehandler_readsymfile(table, pipe, FILETYPE_VICE), -1);
 }
 
 TEST_F(Symbols, ZonesOfAFileAreRanges) {
