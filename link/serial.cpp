@@ -183,6 +183,7 @@ std::size_t write_all(SerialLine& line, const std::uint8_t* bytes, std::size_t l
         const ssize_t sent = ::write(line.fd, bytes + done, length - done);
         if (sent > 0) {
             done += static_cast<std::size_t>(sent);
+            line.written += static_cast<std::uint64_t>(sent);
         } else if (sent < 0 && errno == EAGAIN) {
             if (!wait_writable(line)) {
                 break;

@@ -26,8 +26,9 @@ struct SerialLine {
     bool read_error = true; // whether the last read of one byte gave none
     bool write_error = true;
     std::uint8_t last_byte = 0;
-    EndingRestorer ending; // for as long as there are settings to put back
-    Failure failure;       // of the last operation on the line that failed, see below
+    std::uint64_t written = 0; // bytes, since the program began
+    EndingRestorer ending;     // for as long as there are settings to put back
+    Failure failure;           // of the last operation on the line that failed, see below
 
     SerialLine() = default;
     ~SerialLine();

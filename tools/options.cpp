@@ -77,7 +77,10 @@ void declare(CLI::App& app, const Option& option, std::string& error) {
     } else if (holds<bool*>(option)) {
         app.add_flag_callback(option.names, [take] { take({}); })->disable_flag_override();
     } else if (holds<OptionalText*>(option)) {
-        app.add_option(split(option.names, ',').back() + "{" + LEFT_OUT + "}", take);
+        static std::string unused; // CLI11 has no flag that hands its value to a function alone
+        app.add_flag(split(option.names, ',').back() + "{" + LEFT_OUT + "}", unused)
+            ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
+            ->each([take](const std::string& text) { take({text}); });
     } else {
         CLI::Option* const added = app.add_option(option.names, take);
         if (!holds<std::vector<std::string>*>(option)) {

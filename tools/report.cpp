@@ -180,7 +180,9 @@ int report_end(int status) {
 }
 
 int report_fail(KxError code, const std::string& text, const std::string& hint) {
-    talk("kx: " + report_paint(stderr, Paint::Error, "error") + ": " + ascii_escape(text));
+    const bool broken_off = code == KxError::Interrupted;
+    talk("kx: " + (broken_off ? "" : report_paint(stderr, Paint::Error, "error") + ": ") +
+         ascii_escape(text));
     if (!hint.empty() && !globals.quiet) {
         talk("hint: " + ascii_escape(hint));
     }
@@ -194,6 +196,15 @@ int report_fail(KxError code, const std::string& text, const std::string& hint) 
         state.failed = true;
     }
     return row.status;
+}
+
+int report_interrupted(int signal, const std::string& text) {
+    report_fail(KxError::Interrupted, text);
+    return 128 + signal;
+}
+
+void report_forget_library() {
+    state.told.clear();
 }
 
 int report_fail_library(KxError code, const std::string& before, const std::string& otherwise) {

@@ -32,7 +32,7 @@ enum class KxError {
     TargetSurplus,
     TargetStuck,
     LineLost,
-    Interrupted, // by SIGINT; by another signal the caller adds the difference
+    Interrupted, // see report_interrupted
 };
 
 /// The exit status of a code.
@@ -55,6 +55,12 @@ int report_fail(KxError code, const std::string& text, const std::string& hint =
 /// The same for a failure of the library, with the error messages that it gave since the last call
 /// as the text; `otherwise` when it gave none. `before` is put in front, as in "demo.d64: ".
 int report_fail_library(KxError code, const std::string& before, const std::string& otherwise);
+
+/// Drops those error messages: what failed is no failure of the verb.
+void report_forget_library();
+
+/// "kx: TEXT": the signal has ended the work. Returns 128 + signal.
+int report_interrupted(int signal, const std::string& text);
 
 /// "kx: warning: TEXT", unless quiet.
 void report_warning(const std::string& text);

@@ -1,0 +1,131 @@
+// Bytes between the library's debug console and the terminal, a few at a time.
+#include "tools/console.h"
+
+#include "core/active_config.h"
+#include "fileserver/debug_console.h"
+#include "link/serial.h"
+#include "tools/bar.h"
+#include "tools/line.h"
+#include "tools/report.h"
+#include "util/ascii.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <poll.h>
+#include <termios.h>
+#include <unistd.h>
+
+namespace kx {
+
+namespace {
+
+constexpr int BYTES_AT_A_TIME = 4096; // of a target that never pauses
+constexpr char PREFIX = 'T' - '@';
+
+struct State {
+    bool open = false;
+    bool terminal = false; // its settings are to be put back
+    bool prefix = false;   // the prefix key was typed
+    termios saved = {};
+};
+State state;
+
+// Keys come one by one, unechoed; Ctrl-C and Ctrl-Z keep their meaning.
+void set_terminal() {
+    if (isatty(STDIN_FILENO) == 0 || tcgetattr(STDIN_FILENO, &state.saved) != 0) {
+        return;
+    }
+    termios settings = state.saved;
+    settings.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+    settings.c_cc[VMIN] = 0;
+    settings.c_cc[VTIME] = 0;
+    state.terminal = tcsetattr(STDIN_FILENO, TCSANOW, &settings) == 0;
+}
+
+void show_text() {
+    std::string text;
+    for (int i = 0; i < BYTES_AT_A_TIME; i++) {
+        const char byte = static_cast<char>(target_console_poll_byte());
+        if (byte == 0) {
+            break;
+        }
+        text += byte == '\r' ? '\n' : byte; // a C-64 ends its lines so
+    }
+    if (!text.empty()) {
+        bar_hide();
+        std::fputs(ascii_escape(text, "\n\t\b").c_str(), stdout);
+        std::fflush(stdout);
+    }
+}
+
+// True for the keys that leave.
+bool take_key(char key) {
+    if (state.prefix) {
+        state.prefix = false;
+        if (key == 'q') {
+            return true;
+        }
+    } else if (key == PREFIX) {
+        state.prefix = true;
+        return false;
+    }
+    target_console_putc(static_cast<std::uint8_t>(key == '\n' ? '\r' : key));
+    return false;
+}
+
+bool take_keys() {
+    pollfd keys = {STDIN_FILENO, POLLIN, 0};
+    char typed[64];
+    const ssize_t count =
+        state.terminal && poll(&keys, 1, 0) > 0 ? read(STDIN_FILENO, typed, sizeof typed) : 0;
+    for (ssize_t i = 0; i < count; i++) {
+        if (take_key(typed[i])) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+int console_open(const Session& session) {
+    if (active_config.console != CONSOLE_SERIAL) {
+        return report_fail(KxError::BadConfig, session.target + ": it names no debug console",
+                           "[console] name must be serial");
+    }
+    Fd fd;
+    // The library ends the program when it cannot open the line.
+    const std::string device =
+        active_config.console_port.empty() ? SerialLine().device : active_config.console_port;
+    if (const int status = line_lock(device, fd)) {
+        return status;
+    }
+    line_unlock(fd);
+    target_console_init();
+    set_terminal();
+    static const int hooked = std::atexit(console_close);
+    state.open = hooked == 0;
+    report_done("console on " + device + "; Ctrl-T q leaves");
+    return 0;
+}
+
+bool console_poll() {
+    if (!state.open) {
+        return false;
+    }
+    show_text();
+    return take_keys();
+}
+
+void console_close() {
+    if (state.terminal) {
+        tcsetattr(STDIN_FILENO, TCSANOW, &state.saved);
+    }
+    if (state.open) {
+        target_console_deinit();
+        debug_console_reset();
+    }
+    state = {};
+}
+
+} // namespace kx

@@ -1,0 +1,391 @@
+// Opening: what can be known of a device before it is opened for good is found out first, because
+// the library waits for a busy device without end, locks none and takes any file.
+#include "tools/line.h"
+
+#include "core/active_config.h"
+#include "core/config/config.h"
+#include "link/port.h"
+#include "link/stub.h"
+#include "tools/bar.h"
+#include "tools/base.h"
+#include "tools/global.h"
+#include "tools/port_list.h"
+#include "tools/report.h"
+#include "tools/signals.h"
+#include "util/text.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/ioctl.h>
+#include <termios.h>
+#include <unistd.h>
+
+namespace kx {
+
+namespace {
+
+constexpr int WAIT_LOOK_MS = 1000;               // between two looks at a device that is waited for
+constexpr std::uint32_t SILENCE_SHOWN_MS = 1000; // of the target
+constexpr int BITS_PER_BYTE = 10;
+
+struct State {
+    std::uint64_t done = 0;     // of the transfer under way
+    std::uint64_t line_end = 0; // bytes on the line when the command will have gone
+    std::size_t reads = 0;      // bytes of its answer
+};
+State state;
+
+// The port ---------------------------------------------------------------------------------------
+
+// Where the name of the port comes from.
+std::string port_origin(const Session& session) {
+    const char* const variable = std::getenv("KX_PORT");
+    return !globals.port.empty()                      ? "--port"
+           : variable != nullptr && *variable != '\0' ? "KX_PORT"
+                                                      : "[port] name in " + session.target;
+}
+
+struct PortFailure {
+    KxError code = KxError::Usage;
+    std::string text;
+    std::string hint;
+};
+
+PortFailure missing(const std::string& device) {
+    const std::vector<PortEntry> ports = port_list("", false);
+    std::string hint = "see kx ports";
+    if (!ports.empty()) {
+        hint = "there is " +
+               (ports[0].by_id.empty() ? ports[0].device : "/dev/serial/by-id/" + ports[0].by_id) +
+               "; " + hint;
+    }
+    return {KxError::PortMissing, device + ": no such device", hint};
+}
+
+PortFailure busy(const std::string& device) {
+    const PortHolder holder = port_list_holder("", device);
+    return {KxError::PortBusy,
+            device + (holder.pid != 0
+                          ? text_printf(": in use by %s (pid %d)", holder.name.c_str(), holder.pid)
+                          : ": in use"),
+            "--wait waits for it"};
+}
+
+PortFailure refused(const std::string& device, int error) {
+    switch (error) {
+    case ENOENT:
+    case ENXIO:
+    case ENODEV:
+    case ENOTDIR:
+        return missing(device);
+    case EACCES:
+    case EPERM:
+        return {KxError::PortPermission,
+                device + ": no permission (" + port_list_rights(device) + ")",
+                "sudo adduser $USER dialout, then log in anew"};
+    case EBUSY:
+    case EWOULDBLOCK:
+        return busy(device);
+    default:
+        return {KxError::PortMissing, device + ": " + std::strerror(error), ""};
+    }
+}
+
+// 0, or -1 with the failure. The device is opened without waiting for its modem lines.
+int try_lock(const std::string& device, Fd& fd, PortFailure& failure) {
+    fd.reset(open(device.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
+    if (!fd.is_open()) {
+        failure = refused(device, errno);
+        return -1;
+    }
+    if (isatty(fd.get()) == 0) {
+        failure = {KxError::PortNotSerial, device + ": not a serial line", "see kx ports"};
+    } else if (flock(fd.get(), LOCK_EX | LOCK_NB) != 0) {
+        failure = refused(device, errno);
+    } else {
+        ioctl(fd.get(), TIOCEXCL); // keeps those out who do not lock; root comes in all the same
+        return 0;
+    }
+    fd.reset();
+    return -1;
+}
+
+bool is_waited_for(KxError code) {
+    return code == KxError::PortBusy || code == KxError::PortMissing;
+}
+
+int interrupted() {
+    return report_interrupted(signals_pending(), "interrupted: nothing was done");
+}
+
+int lock_or_wait(const Session& session, bool wait, Fd& fd) {
+    const std::string& device = active_config.port_name;
+    PortFailure failure;
+    for (bool told = false; try_lock(device, fd, failure) != 0; told = true) {
+        if (!wait || !is_waited_for(failure.code)) {
+            const bool named = failure.code == KxError::PortMissing;
+            return report_fail(failure.code,
+                               failure.text + (named ? " (" + port_origin(session) + ")" : ""),
+                               failure.hint);
+        }
+        if (!told) {
+            report_done("waiting for " + failure.text);
+        }
+        usleep(WAIT_LOOK_MS * 1000);
+        if (signals_pending() != 0) {
+            return interrupted();
+        }
+    }
+    return 0;
+}
+
+// What the files say of the port.
+int check_config(const Session& session) {
+    const ActiveConfig& config = active_config;
+    if (config.port_type != PORT_SERIAL) {
+        return report_fail(KxError::BadConfig,
+                           session.target + ": no line: [cable] name is " + config.cable_tag);
+    }
+    if (config.port_name.empty()) {
+        return report_fail(KxError::PortMissing, "no port is named (" + port_origin(session) + ")",
+                           "give -p DEVICE; see kx ports");
+    }
+    if (std::ranges::count(BAUD_RATES, config.port_baud) == 0) {
+        return report_fail(KxError::PortBaud,
+                           text_printf("%d baud cannot be set ([port] baud in %s): ",
+                                       config.port_baud, session.target.c_str()) +
+                               baud_rates_text() + " can");
+    }
+    return 0;
+}
+
+// Waiting ----------------------------------------------------------------------------------------
+
+// Asked by the library while the target takes or sends nothing.
+bool stop_waiting(std::uint32_t waited_ms) {
+    if (waited_ms >= SILENCE_SHOWN_MS) {
+        const std::uint32_t left = globals.timeout_ms - std::min(globals.timeout_ms, waited_ms);
+        bar_update(state.done, text_printf("waiting for the target (%u s left, Ctrl-C gives up)",
+                                           (left + 999) / 1000));
+    }
+    return signals_count() > 1;
+}
+
+// Bytes of a `B` or `C` command before its data.
+std::size_t command_size() {
+    return 2 + 2 * static_cast<std::size_t>((active_config.addr_bits + 7) / 8);
+}
+
+// A command of `writes` data bytes to the target, or one that is answered by `reads`.
+void begin_command(const LineTransfer& transfer, std::size_t writes, std::size_t reads) {
+    state.done = transfer.done;
+    state.line_end = port_line.written + command_size() + writes;
+    state.reads = reads;
+}
+
+// Failures ---------------------------------------------------------------------------------------
+
+std::string so_far(const LineTransfer& transfer) {
+    return text_printf("%llu of %llu bytes %s", static_cast<unsigned long long>(transfer.done),
+                       static_cast<unsigned long long>(transfer.total), transfer.verb);
+}
+
+// Bytes of the command under way that have not gone out.
+unsigned long long bytes_waited_for() {
+    return state.line_end - std::min(state.line_end, port_line.written);
+}
+
+int fail_in_step(const LineTransfer& transfer) {
+    return report_interrupted(signals_pending(),
+                              "interrupted: " + so_far(transfer) + ", the target is in step");
+}
+
+// A second signal has ended the command under way.
+int fail_at_once() {
+    const unsigned long long left = bytes_waited_for();
+    return report_interrupted(
+        signals_pending(),
+        left > 0 ? text_printf("the target waits for %llu bytes: reset it", left)
+                 : text_printf("the target sends up to %zu bytes more: reset it", state.reads));
+}
+
+int fail_gone(const LineTransfer& transfer) {
+    return report_fail(KxError::LineLost,
+                       "the line " + active_config.port_name + " has gone; " + so_far(transfer),
+                       "was the adapter pulled out, or the target switched off?");
+}
+
+std::string within() {
+    return text_printf("within %g s", globals.timeout_ms / 1000.0);
+}
+
+// What has not gone out never will: closing need not wait for it.
+void give_up_line() {
+    serial_set_write_limit(0);
+    tcflush(port_line.fd, TCOFLUSH);
+}
+
+int fail_silent(const LineTransfer& transfer) {
+    const std::string& device = active_config.port_name;
+    if (const unsigned long long left = bytes_waited_for()) {
+        give_up_line();
+        return report_fail(
+            KxError::TargetStuck,
+            text_printf("the target on %s has taken no byte %s; %s", device.c_str(),
+                        within().c_str(), so_far(transfer).c_str()),
+            text_printf("it waits for %llu more: reset it; is the cable a null-modem with RTS/CTS?",
+                        left));
+    }
+    return report_fail(
+        KxError::TargetSilent,
+        "no answer from the target on " + device + " " + within() +
+            (transfer.done > 0 ? "; " + so_far(transfer) : ""),
+        text_printf("is the stub running, the cable a null-modem with RTS/CTS, and %d baud what "
+                    "the stub expects?",
+                    active_config.port_baud));
+}
+
+} // namespace
+
+int line_begin(Session& session) {
+    IniDocument document;
+    if (const int status = target_load(document)) {
+        return status;
+    }
+    const SessionOptions options = {.base_dir = active_config.base_dir,
+                                    .target = document.file_name,
+                                    .port = active_config.port_name,
+                                    .baud = active_config.port_baud,
+                                    .line = false};
+    return session_open(session, options) == 1
+               ? 0
+               : report_fail_library(KxError::BadConfig, "", session.text);
+}
+
+int line_connect(Session& session, bool wait) {
+    if (const int status = check_config(session)) {
+        return status;
+    }
+    signals_catch();
+    Fd fd;
+    if (const int status = lock_or_wait(session, wait, fd)) {
+        return status;
+    }
+    const std::string& device = active_config.port_name;
+    if (port_adopt(std::move(fd), device, active_config.port_baud) != 1) {
+        const int error = port_last_error().error;
+        port_close();
+        return report_fail(KxError::PortNotSerial, device + ": " + std::strerror(error));
+    }
+    stub_set_timeout(static_cast<int>(globals.timeout_ms));
+    serial_set_write_limit(static_cast<int>(globals.timeout_ms));
+    stub_set_stop(stop_waiting);
+    serial_set_write_stop(stop_waiting);
+    return 0;
+}
+
+int line_needs_stub(const Session& session) {
+    return active_config.stub == TARGET_C64RR
+               ? 0
+               : report_fail(KxError::BadConfig, session.target + ": no stub that kx can speak to",
+                             "[stub] name must be c64rr");
+}
+
+void line_unlock(Fd& fd) {
+    if (fd.is_open()) {
+        ioctl(fd.get(), TIOCNXCL);
+    }
+    fd.reset();
+}
+
+int line_lock(const std::string& device, Fd& fd) {
+    PortFailure failure;
+    return try_lock(device, fd, failure) == 0
+               ? 0
+               : report_fail(failure.code, failure.text, failure.hint);
+}
+
+void line_close(Session& session) {
+    if (port_is_open()) {
+        ioctl(port_line.fd, TIOCNXCL);
+    }
+    session_close(session);
+}
+
+int line_write(LineTransfer& transfer, std::uint32_t start, std::span<const std::uint8_t> bytes) {
+    while (!bytes.empty()) {
+        if (signals_pending() != 0) {
+            return fail_in_step(transfer);
+        }
+        const auto command = bytes.first(std::min(bytes.size(), LINE_COMMAND_MAX));
+        const auto end = static_cast<std::uint32_t>(start + command.size());
+        begin_command(transfer, command.size(), 0);
+        if (stub_write_memory(start, end, command) != 1) {
+            return line_fail(transfer);
+        }
+        transfer.done += command.size();
+        bar_update(transfer.done);
+        bytes = bytes.subspan(command.size());
+        start = end;
+    }
+    return 0;
+}
+
+int line_read(LineTransfer& transfer, std::uint32_t start, std::span<std::uint8_t> bytes) {
+    while (!bytes.empty()) {
+        if (signals_pending() != 0) {
+            return fail_in_step(transfer);
+        }
+        const auto piece = bytes.first(std::min(bytes.size(), LINE_COMMAND_MAX));
+        begin_command(transfer, 0, piece.size());
+        if (stub_read_memory(start, piece) != 1) {
+            return line_fail(transfer);
+        }
+        transfer.done += piece.size();
+        bar_update(transfer.done);
+        bytes = bytes.subspan(piece.size());
+        start += static_cast<std::uint32_t>(piece.size());
+    }
+    return 0;
+}
+
+int line_confirm(LineTransfer& transfer, std::uint32_t address) {
+    std::uint8_t byte = 0;
+    begin_command(transfer, 0, 1);
+    return stub_read_memory(address, {&byte, 1}) == 1 ? 0 : line_fail(transfer);
+}
+
+int line_fail(const LineTransfer& transfer) {
+    bar_end();
+    const Failure& why = stub_last_error();
+    if (signals_count() > 1 && why.error == ECANCELED) {
+        give_up_line();
+        return fail_at_once();
+    }
+    switch (why.kind) {
+    case FailureKind::Silent:
+        return fail_silent(transfer);
+    case FailureKind::Surplus:
+        return report_fail(
+            KxError::TargetSurplus,
+            "the target sent more than was asked for; the two are out of step, reset it");
+    default:
+        return fail_gone(transfer);
+    }
+}
+
+std::string line_rate_text(std::uint64_t bytes, std::uint32_t milliseconds) {
+    const double rate = static_cast<double>(bytes) * 1000 / std::max(milliseconds, 1U);
+    const double most = static_cast<double>(active_config.port_baud) / BITS_PER_BYTE;
+    return text_printf("%.2f KiB/s, %.0f %% of the line", rate / 1024, rate / most * 100);
+}
+
+std::string line_address_text(std::uint64_t address) {
+    return text_printf("$%0*llX", addr_digits(), static_cast<unsigned long long>(address));
+}
+
+} // namespace kx

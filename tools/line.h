@@ -1,0 +1,64 @@
+// The line to the target, as the verbs open and use it: the port is looked at and locked before the
+// library has it, transfers are cut into commands between which they can end, and failures are
+// reported with what they leave behind.
+#pragma once
+
+#include "session/session.h"
+#include "util/fd.h"
+
+#include <cstdint>
+#include <span>
+#include <string>
+
+namespace kx {
+
+/// Bytes of one command. An interrupted transfer ends behind one, so that target and host are in
+/// step; it is half a second's wait at 19200 baud, and 0.6 % more bytes than all at once.
+constexpr std::size_t LINE_COMMAND_MAX = 1024;
+
+// Each returns 0, or the exit status of the failure, which has been reported.
+
+/// Loads the target and opens a session without its line: what needs no target goes first.
+int line_begin(Session& session);
+
+/// Opens the session's line. `wait`: for a device that is in use, or not there, until it can be
+/// had. Signals are noted from here on (tools/signals.h).
+int line_connect(Session& session, bool wait);
+
+/// Whether the target's memory can be reached at all.
+int line_needs_stub(const Session& session);
+
+/// The device opened, for this program alone, without changing anything of it.
+int line_lock(const std::string& device, Fd& fd);
+
+/// Lets such a device go.
+void line_unlock(Fd& fd);
+
+/// Gives the line back as it was found, and ends the session. Harmless without either.
+void line_close(Session& session);
+
+/// How far a transfer has come; `bar_begin` has been called for it.
+struct LineTransfer {
+    std::uint64_t done = 0;
+    std::uint64_t total = 0;
+    const char* verb = "sent"; // "12288 of 40550 bytes sent"
+};
+
+/// Moves the bytes in commands, and adds them to `transfer.done`. A signal ends it behind the
+/// command under way, a second one at once.
+int line_write(LineTransfer& transfer, std::uint32_t start, std::span<const std::uint8_t> bytes);
+int line_read(LineTransfer& transfer, std::uint32_t start, std::span<std::uint8_t> bytes);
+
+/// Reads one byte of memory, to know that the target has taken all that was sent.
+int line_confirm(LineTransfer& transfer, std::uint32_t address);
+
+/// Reports why a transfer of the library's failed, and what it leaves behind.
+int line_fail(const LineTransfer& transfer);
+
+/// "3.74 KiB/s, 99 % of the line".
+std::string line_rate_text(std::uint64_t bytes, std::uint32_t milliseconds);
+
+/// "$0801"; in as many digits as the target's addresses have.
+std::string line_address_text(std::uint64_t address);
+
+} // namespace kx

@@ -1,0 +1,235 @@
+// Loading by the library's loaders, in the simulator alone, so that the library's patches apply.
+#include "tools/payload.h"
+
+#include "core/active_config.h"
+#include "core/simulator.h"
+#include "files/filetype.h"
+#include "files/loader.h"
+#include "ini/ini.h"
+#include "link/patch.h"
+#include "link/target_memory.h"
+#include "symfiles/symfiles.h"
+#include "tools/host.h"
+#include "tools/line.h"
+#include "tools/report.h"
+#include "util/text.h"
+
+#include <algorithm>
+
+namespace kx {
+
+namespace {
+
+constexpr std::size_t RANGES_SHOWN = 4;
+
+struct TypeName {
+    const char* name;
+    int type;
+};
+constexpr TypeName types[] = {{"prg", FILETYPE_PRG},
+                              {"raw", FILETYPE_RAW},
+                              {"sid", FILETYPE_SID},
+                              {"nes", FILETYPE_NES},
+                              {"pce", FILETYPE_PCE}};
+
+// What a file that is no program is for.
+struct Instead {
+    std::uint8_t class_bit;
+    const char* what;
+};
+constexpr Instead instead[] = {
+    {FILETYPE_DISC, "kx ls lists it, kx get takes programs out of it"},
+    {FILETYPE_SYMBOLS, "kx symbols lists it"},
+    {FILETYPE_TEXT, "kx view shows it"},
+};
+
+// Memory accesses go to the simulator alone as long as it lives.
+class InSimulator {
+public:
+    InSimulator() : mode_(mem_mode) { mem_mode = MEM_SIMULATOR; }
+    ~InSimulator() { mem_mode = mode_; }
+    InSimulator(const InSimulator&) = delete;
+    InSimulator& operator=(const InSimulator&) = delete;
+
+private:
+    int mode_;
+};
+
+// What is no program is refused with what it is for.
+int find_type(const PayloadOptions& options, int& type) {
+    const TypeName* named = std::ranges::find(types, options.type, &TypeName::name);
+    if (named != std::end(types)) {
+        type = named->type;
+        return 0;
+    }
+    const std::uint8_t bits = filetype_get_class(type);
+    for (const Instead& row : instead) {
+        if ((bits & row.class_bit) != 0) {
+            return report_fail(KxError::Usage,
+                               options.file + ": no program (" + filetype_get_desc(type) + ")",
+                               row.what);
+        }
+    }
+    return 0;
+}
+
+int find_address(const PayloadOptions& options, int type, std::uint32_t& address) {
+    std::string error;
+    const bool is_raw = (filetype_get_class(type) & (FILETYPE_CPU | FILETYPE_MACHINE)) == 0;
+    if (options.at.empty()) {
+        return is_raw ? report_fail(KxError::Usage, options.file + ": raw bytes need an address",
+                                    "give --at ADDR, or --type prg when it has a load address")
+                      : 0;
+    }
+    if (!is_raw && type != FILETYPE_PRG) {
+        return report_fail(KxError::Usage,
+                           options.file + ": it goes to its own addresses, --at means nothing");
+    }
+    return parse_address(options.at, sym_store, address, error) == 0
+               ? 0
+               : report_fail(KxError::Usage, "--at: " + error);
+}
+
+int check_end(const PayloadOptions& options, const LoadedFile& loaded) {
+    const std::uint64_t most = std::uint64_t{mem_top()} + 1;
+    return loaded.end <= most
+               ? 0
+               : report_fail(KxError::NoRoom,
+                             text_printf("%s: %llu bytes from %s on do not fit, memory ends at %s; "
+                                         "nothing was sent",
+                                         options.file.c_str(),
+                                         static_cast<unsigned long long>(loaded.end - loaded.start),
+                                         line_address_text(loaded.start).c_str(),
+                                         line_address_text(most - 1).c_str()));
+}
+
+int apply_patches(const PayloadOptions& options, const LoadedFile& loaded) {
+    if (!options.patch && options.patches.empty()) {
+        return 0;
+    }
+    const std::string& path = active_config.patch_file;
+    IniDocument document;
+    if (path.empty() || ini_read(path, document) != 0) {
+        return report_fail(KxError::BadConfig, path.empty() ? "the target has no patch file"
+                                                            : path + ": cannot be read");
+    }
+    for (const std::string& section : options.patches) {
+        if (ini_find_section(document, section) == nullptr) {
+            return report_fail(KxError::NotFound, path + ": no patch '" + section + "'",
+                               "kx patch --list has them");
+        }
+    }
+    const auto size = static_cast<std::uint32_t>(loaded.end - loaded.start);
+    for (const std::string& section : options.patches) {
+        patch_apply_named(section, loaded.start, size);
+    }
+    if (options.patch) {
+        patch_apply_defaults(loaded.start, size);
+    }
+    return 0;
+}
+
+void take_bytes(const LoadedFile& loaded, Payload& payload) {
+    payload.start = loaded.start;
+    payload.end = loaded.end;
+    payload.execute = loaded.execute;
+    for (std::uint64_t at = loaded.start; at < loaded.end; at++) {
+        payload.bytes.push_back(sim_read8(static_cast<std::uint32_t>(at)));
+    }
+}
+
+// Bytes for I/O registers are sent, but do what they do there.
+void warn_io(const Payload& payload) {
+    std::vector<AddressRange> ranges;
+    for (const AddressRange& part : payload.parts) {
+        for (const MemoryRegion& region : active_config.memory_map.regions) {
+            const std::uint32_t first = std::max(part.first, region.base);
+            const std::uint64_t end = std::min(part.end, std::uint64_t{region.last} + 1);
+            if (region.type == MEMORY_IO && first < end) {
+                ranges.push_back({first, end});
+            }
+        }
+    }
+    if (!ranges.empty()) {
+        report_warning(payload.name + ": " + memory_text(ranges) + " is I/O");
+    }
+}
+
+} // namespace
+
+int payload_load(const PayloadOptions& options, Payload& payload) {
+    const InSimulator simulator;
+    std::uint32_t address = 0;
+    payload = {};
+    payload.name = host_name(options.file);
+    ProgramFile program = program_open(options.file);
+    if (program.file == nullptr) {
+        return report_fail(KxError::HostFile, host_why(options.file, file_last_error().error));
+    }
+    if (const int status = find_type(options, program.type)) {
+        return status;
+    }
+    if (const int status = find_address(options, program.type, address)) {
+        return status;
+    }
+    if (program_load(program, address) != 1) {
+        return report_fail_library(KxError::HostFile, "", options.file + ": cannot be loaded");
+    }
+    const LoadedFile& loaded = file_loaded();
+    if (const int status = check_end(options, loaded)) {
+        return status;
+    }
+    if (const int status = apply_patches(options, loaded)) {
+        return status;
+    }
+    take_bytes(loaded, payload);
+    std::vector<AddressRange> left_out;
+    payload.parts = memory_parts({payload.start, payload.end}, left_out);
+    warn_io(payload);
+    if (!left_out.empty()) {
+        report_warning(payload.name + ": " + memory_text(left_out) +
+                       " is left out (not in the memory map)");
+    }
+    return 0;
+}
+
+std::span<std::uint8_t> payload_part(Payload& payload, const AddressRange& part) {
+    return std::span(payload.bytes).subspan(part.first - payload.start, part.end - part.first);
+}
+
+std::uint64_t payload_size(const Payload& payload) {
+    std::uint64_t sum = 0;
+    for (const AddressRange& part : payload.parts) {
+        sum += part.end - part.first;
+    }
+    return sum;
+}
+
+std::vector<AddressRange> memory_parts(const AddressRange& range,
+                                       std::vector<AddressRange>& left_out) {
+    std::vector<AddressRange> parts;
+    left_out.clear();
+    for (std::uint64_t at = range.first; at < range.end; at++) {
+        const auto address = static_cast<std::uint32_t>(at);
+        std::vector<AddressRange>& list = mem_is_mapped(address) ? parts : left_out;
+        if (!list.empty() && list.back().end == at) {
+            list.back().end++;
+        } else {
+            list.push_back({address, at + 1});
+        }
+    }
+    return parts;
+}
+
+std::string memory_text(const std::vector<AddressRange>& ranges) {
+    std::string text;
+    for (std::size_t i = 0; i < std::min(ranges.size(), RANGES_SHOWN); i++) {
+        text += (i > 0 ? ", " : "") + line_address_text(ranges[i].first);
+        if (ranges[i].end - ranges[i].first > 1) {
+            text += "-" + line_address_text(ranges[i].end - 1);
+        }
+    }
+    return text + (ranges.size() > RANGES_SHOWN ? "..." : "");
+}
+
+} // namespace kx

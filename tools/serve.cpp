@@ -1,0 +1,389 @@
+// The serving: settings for the library's fileservers, and what it tells turned into lines.
+#include "tools/serve.h"
+
+#include "core/active_config.h"
+#include "fileserver/fileserver.h"
+#include "link/port.h"
+#include "tools/bar.h"
+#include "tools/console.h"
+#include "tools/global.h"
+#include "tools/line.h"
+#include "tools/parse.h"
+#include "tools/report.h"
+#include "tools/signals.h"
+#include "ui/msg.h"
+#include "util/ascii.h"
+#include "util/clock.h"
+#include "util/text.h"
+
+#include <cerrno>
+#include <chrono>
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <string_view>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace kx {
+
+namespace {
+
+constexpr int PATIENCE_MS = 30000;
+constexpr std::uint32_t STILL_MS = 1000;    // a request stands still
+constexpr std::size_t UNKNOWN_SHOWN = 8;    // bytes
+constexpr std::uint64_t UNKNOWN_MAX = 1024; // of them before it is told in any case
+
+struct State {
+    std::uint32_t idle_ms = 0;  // the line was idle last
+    std::uint64_t moved = 0;    // bytes of the request in hand
+    std::uint32_t moved_ms = 0; // when they were
+    bool in_request = false;
+    bool dropped = false; // by a signal
+    bool once = false;
+    bool ended = false; // by `once`
+    unsigned requests = 0;
+    std::uint64_t bytes_out = 0;
+    std::uint64_t bytes_in = 0;
+    std::uint64_t unknown = 0;
+    std::vector<std::uint8_t> unknown_bytes;
+    std::uint32_t unknown_ms = 0;
+};
+State state;
+
+// Settings ---------------------------------------------------------------------------------------
+
+int fail_file(const std::string& path, int error) {
+    return report_fail(KxError::HostFile, path + ": " + std::strerror(error));
+}
+
+// The directory, which becomes the root that no request leaves.
+int use_directory(const ServeOptions& options) {
+    const std::string path = options.directory.empty() ? "." : options.directory;
+    struct stat status = {};
+    if (stat(path.c_str(), &status) != 0) {
+        return fail_file(path, errno);
+    }
+    if (!S_ISDIR(status.st_mode)) {
+        const bool image = status.st_size >= 174848 && path.ends_with(".d64");
+        return report_fail(KxError::Usage, path + ": a file, and a directory is served",
+                           image ? "kx get " + path + " takes the programs out of it"
+                                 : "kx get takes programs out of disc images");
+    }
+    char real[PATH_MAX];
+    if (chdir(path.c_str()) != 0 || getcwd(real, sizeof real) == nullptr) {
+        return fail_file(path, errno);
+    }
+    active_config.fileserver_root = options.anywhere ? "" : real;
+    return 0;
+}
+
+int find_patience(const ServeOptions& options, int& milliseconds) {
+    milliseconds = PATIENCE_MS;
+    std::uint32_t given = 0;
+    std::string error;
+    if (options.patience == "0") {
+        milliseconds = 0;
+    } else if (!options.patience.empty()) {
+        if (parse_seconds(options.patience, given, error) != 0) {
+            return report_fail(KxError::Usage, "--patience: " + error);
+        }
+        milliseconds = static_cast<int>(given);
+    }
+    return 0;
+}
+
+// Requests ---------------------------------------------------------------------------------------
+
+// As names look on the target, control and graphics characters as codes.
+std::string shown_name(const std::string& name) {
+    std::string text;
+    for (const char c : name) {
+        text += ascii_is_print(c) ? std::string(1, c)
+                                  : text_printf("\\x%02x", static_cast<unsigned char>(c));
+    }
+    return text;
+}
+
+std::string size_text(std::uint64_t bytes) {
+    return bytes < 1024 ? text_printf("%llu bytes", static_cast<unsigned long long>(bytes))
+                        : text_printf("%.1f KiB", static_cast<double>(bytes) / 1024);
+}
+
+bool is_save(const FileserverEvent& event) {
+    const std::string_view request = event.request;
+    return request == "save" || request == "dbgSave" || request == "dhWrite";
+}
+
+// Calls on open files come by the hundred, and are told with -v only.
+bool is_detail(const FileserverEvent& event) {
+    constexpr std::string_view details[] = {"dbgRead", "dhWrite", "dbgLseek", "dbgTell",
+                                            "dbgFindnext"};
+    for (const std::string_view detail : details) {
+        if (event.request == detail) {
+            return event.result == FileserverResult::Done;
+        }
+    }
+    return false;
+}
+
+std::string outcome(const FileserverEvent& event, std::uint32_t milliseconds) {
+    const std::string part = size_text(event.bytes) + " of " + size_text(event.expected);
+    switch (event.result) {
+    case FileserverResult::Failed:
+        return event.why.empty() ? "failed" : event.why;
+    case FileserverResult::Dropped:
+        return "dropped: " + event.why + (event.expected > 0 ? " (" + part + ")" : "") +
+               (is_save(event) ? ", nothing is kept" : "");
+    default:
+        break;
+    }
+    if (event.entries > 0) {
+        return text_printf("%u entries", event.entries);
+    }
+    if (event.expected == 0 && event.bytes == 0) {
+        return event.why.empty() ? "ok" : event.why;
+    }
+    return (event.bytes < event.expected ? part + " only" : size_text(event.bytes)) +
+           text_printf(" in %.1f s", milliseconds / 1000.0);
+}
+
+std::string time_text(const char* format, bool utc) {
+    const auto now = std::chrono::system_clock::now();
+    const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
+    const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch());
+    std::tm fields = {};
+    utc ? gmtime_r(&seconds, &fields) : localtime_r(&seconds, &fields);
+    char text[40];
+    std::strftime(text, sizeof text, format, &fields);
+    return utc ? text_printf("%s.%03dZ", text, static_cast<int>(ms.count() % 1000)) : text;
+}
+
+void tell_json(const FileserverEvent& event, std::uint32_t milliseconds) {
+    Json json;
+    json.set("event", event.request);
+    json.set("name", shown_name(event.name));
+    json.set("file", event.file);
+    json.set("bytes", event.bytes);
+    json.set("expected", event.expected);
+    json.set("entries", event.entries);
+    json.set("ok", event.result == FileserverResult::Done);
+    json.set("why", event.why);
+    json.set("milliseconds", milliseconds);
+    json.set("time", time_text("%FT%T", true));
+    report_event(json);
+}
+
+// "12:03:11  load  GAME          game.prg      9.9 KiB in 2.6 s"
+void tell_text(const FileserverEvent& event, std::uint32_t milliseconds) {
+    const std::string text =
+        text_printf("%s  %-5s %-16s  %-16s  %s", time_text("%T", false).c_str(), event.request,
+                    shown_name(event.name).c_str(), ascii_escape(event.file).c_str(),
+                    ascii_escape(outcome(event, milliseconds)).c_str());
+    if (is_detail(event)) {
+        report_detail(text);
+        return;
+    }
+    bar_hide();
+    report_line(text);
+    std::fflush(stdout);
+}
+
+void tell_request(const FileserverEvent& event) {
+    const std::uint32_t milliseconds = clock_ms() - state.idle_ms;
+    bar_end();
+    state.in_request = false;
+    state.requests++;
+    (is_save(event) ? state.bytes_in : state.bytes_out) += event.bytes;
+    state.ended = state.ended || state.once;
+    globals.json ? tell_json(event, milliseconds) : tell_text(event, milliseconds);
+}
+
+// Waiting ----------------------------------------------------------------------------------------
+
+// Asked while a request is under way. The first signal drops it.
+bool stops_request() {
+    const FileserverEvent& event = fileserver_last_request();
+    const std::uint32_t now = clock_ms();
+    if (!state.in_request) {
+        state.in_request = true;
+        state.moved_ms = now;
+        state.moved = 0;
+        bar_begin(std::string(event.request) + " \"" + shown_name(event.name) + "\"",
+                  event.expected);
+    }
+    if (event.bytes != state.moved) {
+        state.moved = event.bytes;
+        state.moved_ms = now;
+    }
+    bar_update(event.bytes, now - state.moved_ms < STILL_MS
+                                ? ""
+                                : text_printf("waiting for the rest (%llu of %llu bytes)",
+                                              static_cast<unsigned long long>(event.bytes),
+                                              static_cast<unsigned long long>(event.expected)));
+    console_poll();
+    state.dropped = signals_pending() != 0;
+    return state.dropped;
+}
+
+// Bytes that no protocol knows: told once when they have ceased.
+void tell_unknown() {
+    const bool over = clock_ms() - state.unknown_ms > STILL_MS;
+    if (state.unknown == 0 || (!over && state.unknown < UNKNOWN_MAX)) {
+        return;
+    }
+    const char* protocol = fileserver_get_tag(static_cast<std::int8_t>(active_config.fileserver));
+    report_warning(text_printf("%llu bytes that belong to no %s request (%s%s)",
+                               static_cast<unsigned long long>(state.unknown), protocol,
+                               text_hex(state.unknown_bytes).c_str(),
+                               state.unknown > state.unknown_bytes.size() ? " ..." : ""));
+    if (!globals.quiet) {
+        report_done(text_printf("hint: is %d baud what the target speaks, and %s its protocol "
+                                "(--protocol)?",
+                                active_config.port_baud, protocol));
+    }
+    state.unknown = 0;
+    state.unknown_bytes.clear();
+}
+
+void note_unknown(std::uint8_t byte) {
+    state.unknown++;
+    state.unknown_ms = clock_ms();
+    if (state.unknown_bytes.size() < UNKNOWN_SHOWN) {
+        state.unknown_bytes.push_back(byte);
+    }
+}
+
+// Asked between requests.
+bool stops_serving() {
+    state.idle_ms = clock_ms();
+    tell_unknown();
+    if (console_poll()) {
+        return true;
+    }
+    if (state.dropped && signals_pending() == SIGINT && signals_count() == 1) {
+        signals_take(); // it was for the request; the next one ends the serving
+        report_done("the request is dropped; Ctrl-C again ends");
+    }
+    state.dropped = false;
+    return state.ended || signals_pending() != 0;
+}
+
+// The line has gone: waits until there is one again. Ends with a signal.
+bool reconnect(Session& session) {
+    report_warning("the line " + active_config.port_name + " has gone; waiting for it");
+    port_close();
+    if (line_connect(session, true) != 0) {
+        return false;
+    }
+    report_done("the line is back");
+    return true;
+}
+
+void begin(const ServeOptions& options) {
+    state = {};
+    state.once = options.once;
+    state.idle_ms = clock_ms();
+    const bool open = active_config.fileserver_root.empty();
+    char directory[PATH_MAX] = "";
+    if (getcwd(directory, sizeof directory) == nullptr) {
+        directory[0] = '\0';
+    }
+    if (open) {
+        report_warning("the target may name any file of this host (--anywhere)");
+    }
+    report_done(text_printf("serving %s (%s, %s) to the target on %s at %d baud; Ctrl-C ends",
+                            directory,
+                            fileserver_get_tag(static_cast<std::int8_t>(active_config.fileserver)),
+                            active_config.fileserver_read_only ? "read-only" : "writable",
+                            active_config.port_name.c_str(), active_config.port_baud));
+    if (globals.json) {
+        Json json;
+        json.set("event", "ready");
+        json.set("directory", directory);
+        json.set("device", active_config.port_name);
+        report_event(json);
+    }
+}
+
+int end(int status) {
+    tell_unknown();
+    Json& json = report_json();
+    json.set("requests", state.requests);
+    json.set("bytes_out", state.bytes_out);
+    json.set("bytes_in", state.bytes_in);
+    report_done(text_printf("served %u request%s, %s out, %s in", state.requests,
+                            state.requests == 1 ? "" : "s", size_text(state.bytes_out).c_str(),
+                            size_text(state.bytes_in).c_str()));
+    return status;
+}
+
+int signal_status() {
+    const int signal = signals_pending();
+    return signal == 0 || signal == SIGINT ? 0 : 128 + signal;
+}
+
+int serve_until_end(Session& session, const ServeOptions& options) {
+    const SessionServing serving = {.stop = stops_serving, .unknown = note_unknown};
+    while (session_serve(session, serving) != 1) {
+        if (session.cause != SessionCause::LineLost) {
+            return report_fail_library(KxError::BadConfig, "", session.text);
+        }
+        report_forget_library();
+        if (options.once) {
+            return report_fail(KxError::LineLost,
+                               "the line " + active_config.port_name + " has gone");
+        }
+        if (!reconnect(session)) {
+            break;
+        }
+    }
+    return signal_status();
+}
+
+} // namespace
+
+int serve_prepare(const Session& session, const ServeOptions& options) {
+    if (!options.protocol.empty()) {
+        active_config.fileserver = fileserver_find_tag(options.protocol.c_str());
+    }
+    if (active_config.fileserver == 0 || active_config.fileserver == fileserver_default_id()) {
+        return report_fail(KxError::BadConfig, session.target + ": it names no fileserver",
+                           "give --protocol cbm, generic or serialslave");
+    }
+    if (options.read_only || options.writable) {
+        active_config.fileserver_read_only = options.read_only;
+    }
+    active_config.fileserver_open_match = !options.exact;
+    active_config.fileserver_translate_save = !options.exact;
+    verbosity.silent = globals.verbose < 2; // the library's own lines, some for each byte
+    int patience = 0;
+    if (const int status = find_patience(options, patience)) {
+        return status;
+    }
+    if (const int status = use_directory(options)) {
+        return status;
+    }
+    fileserver_set_patience(patience);
+    fileserver_set_stop(stops_request);
+    fileserver_set_event(tell_request);
+    return fileserver_start() == 0
+               ? 0
+               : report_fail_library(KxError::HostFile, "", "the directory cannot be opened");
+}
+
+int serve_run(Session& session, const ServeOptions& options) {
+    if (const int status = options.console ? console_open(session) : 0) {
+        return status;
+    }
+    begin(options);
+    const int status = serve_until_end(session, options);
+    bar_end();
+    console_close();
+    return end(status);
+}
+
+} // namespace kx

@@ -1,0 +1,264 @@
+// kx send and kx run: a program into the target's memory, and started there.
+#include "core/active_config.h"
+#include "link/port.h"
+#include "link/stub.h"
+#include "symfiles/symfiles.h"
+#include "tools/bar.h"
+#include "tools/compare.h"
+#include "tools/global.h"
+#include "tools/line.h"
+#include "tools/payload.h"
+#include "tools/report.h"
+#include "tools/serve.h"
+#include "tools/verbs.h"
+#include "util/clock.h"
+#include "util/text.h"
+
+namespace kx {
+
+namespace {
+
+struct State {
+    PayloadOptions file;
+    OptionalText patch;
+    bool verify = false;
+    bool wait = false;
+    // Of `run` alone.
+    std::string start;
+    OptionalText serve;
+    ServeOptions serving;
+};
+State state;
+
+constexpr Option send_options[] = {
+    {"FILE", &state.file.file, "", "the program"},
+    {"--at", &state.file.at, "ADDRESS", "where it goes; otherwise where the file says"},
+    {"--type", &state.file.type, "prg|raw|sid|nes|pce", "what it is; otherwise by its name"},
+    {"--verify", &state.verify, "", "read back and compare"},
+    {"--patch", &state.patch, "SECTION,...",
+     "apply these patches of the target's; without names the automatic ones"},
+    {"--wait", &state.wait, "", "wait for a line that is in use or not there"},
+};
+
+constexpr Option run_options[] = {
+    {"FILE", &state.file.file, "", "the program"},
+    {"--at", &state.file.at, "ADDRESS", "where it goes; otherwise where the file says"},
+    {"--start", &state.start, "ADDRESS", "where it starts; otherwise as the file tells"},
+    {"--type", &state.file.type, "prg|raw|sid|nes|pce", "what it is; otherwise by its name"},
+    {"--verify", &state.verify, "", "read back and compare before it is started"},
+    {"--patch", &state.patch, "SECTION,...",
+     "apply these patches of the target's; without names the automatic ones"},
+    {"--wait", &state.wait, "", "wait for a line that is in use or not there"},
+    {"--serve", &state.serve, "DIR", "then serve the directory (.) as kx serve does"},
+    {"--console", &state.serving.console, "", "then show the debug console as well"},
+    {"-r,--read-only", &state.serving.read_only, "", "serve: the target may not change a file"},
+    {"-w,--writable", &state.serving.writable, "", "serve: it may"},
+    {"--anywhere", &state.serving.anywhere, "", "serve: the target may name any file of the host"},
+};
+
+/// The names of a list with commas between them.
+std::vector<std::string> split(const std::string& list) {
+    std::vector<std::string> names;
+    for (std::size_t at = 0; at < list.size();) {
+        const std::size_t end = std::min(list.find(',', at), list.size());
+        names.push_back(list.substr(at, end - at));
+        at = end + 1;
+    }
+    return names;
+}
+
+std::string place_text(const Payload& payload) {
+    return line_address_text(payload.start) + "-" + line_address_text(payload.end - 1);
+}
+
+void fill_json(const Payload& payload, std::uint32_t milliseconds) {
+    Json& json = report_json();
+    json.set("file", state.file.file);
+    json.set("start", payload.start);
+    json.set("end", payload.end);
+    json.set("execute", payload.execute);
+    json.set("bytes", payload_size(payload));
+    json.set("milliseconds", milliseconds);
+    json.set("verified", state.verify && !globals.dry_run);
+    json.set("device", active_config.port_name);
+    json.set("baud", active_config.port_baud);
+}
+
+/// A byte that reading does no harm to: I/O registers may act on it.
+std::uint32_t harmless_address(const Payload& payload) {
+    for (const AddressRange& part : payload.parts) {
+        for (std::uint64_t at = part.first; at < part.end; at++) {
+            const auto address = static_cast<std::uint32_t>(at);
+            const MemoryRegion* region = memory_map_find(active_config.memory_map, address);
+            if (region != nullptr && region->type == MEMORY_RAM_ROM) {
+                return address;
+            }
+        }
+    }
+    return payload.start;
+}
+
+/// Sends, and reads a byte to know that all has come: the stub answers one command after the other.
+int send(Payload& payload) {
+    LineTransfer transfer = {.total = payload_size(payload)};
+    bar_begin("send " + payload.name, transfer.total);
+    for (const AddressRange& part : payload.parts) {
+        if (const int status = line_write(transfer, part.first, payload_part(payload, part))) {
+            return status;
+        }
+    }
+    return transfer.total > 0 ? line_confirm(transfer, harmless_address(payload)) : 0;
+}
+
+int verify(Payload& payload) {
+    Comparison comparison;
+    if (const int status = compare_payload(payload, comparison)) {
+        return status;
+    }
+    if (comparison.count == 0) {
+        return 0;
+    }
+    const Difference& first = comparison.first.front();
+    return report_fail(KxError::Differs,
+                       text_printf("%s: %s of %llu bytes differ after sending, the first at ",
+                                   payload.name.c_str(), std::to_string(comparison.count).c_str(),
+                                   static_cast<unsigned long long>(payload_size(payload))) +
+                           compare_text(first),
+                       "is there RAM at these addresses?");
+}
+
+int send_and_tell(Payload& payload, const std::string& more) {
+    const std::uint32_t started = clock_ms();
+    if (const int status = send(payload)) {
+        return status;
+    }
+    const std::uint32_t milliseconds = clock_ms() - started;
+    if (const int status = state.verify ? verify(payload) : 0) {
+        return status;
+    }
+    bar_end();
+    const std::uint64_t size = payload_size(payload);
+    report_done(text_printf("%s: %llu bytes %s to %s in %.1f s (%s); %s", payload.name.c_str(),
+                            static_cast<unsigned long long>(size),
+                            state.verify ? "sent and verified" : "sent",
+                            place_text(payload).c_str(), milliseconds / 1000.0,
+                            line_rate_text(size, milliseconds).c_str(), more.c_str()));
+    fill_json(payload, milliseconds);
+    return 0;
+}
+
+/// The session and the payload; what needs no target is done first.
+int prepare(Session& session, Payload& payload) {
+    if (const int status = line_begin(session)) {
+        return status;
+    }
+    state.file.patch = state.patch.given && state.patch.value.empty();
+    state.file.patches = split(state.patch.value);
+    return payload_load(state.file, payload);
+}
+
+int connect(Session& session) {
+    if (const int status = line_needs_stub(session)) {
+        return status;
+    }
+    return line_connect(session, state.wait);
+}
+
+std::string start_text(const Payload& payload, const char* verb) {
+    return std::string(verb) + " at " + line_address_text(payload.execute);
+}
+
+int tell_dry_run(const Payload& payload) {
+    report_done(text_printf("%s: %llu bytes would go to %s; %s", payload.name.c_str(),
+                            static_cast<unsigned long long>(payload_size(payload)),
+                            place_text(payload).c_str(), start_text(payload, "starts").c_str()));
+    fill_json(payload, 0);
+    return 0;
+}
+
+int run_send() {
+    Session session;
+    Payload payload;
+    if (const int status = prepare(session, payload)) {
+        return status;
+    }
+    if (globals.dry_run) {
+        return tell_dry_run(payload);
+    }
+    if (const int status = connect(session)) {
+        return status;
+    }
+    const int status = send_and_tell(payload, start_text(payload, "starts"));
+    line_close(session);
+    return status;
+}
+
+int find_start(Payload& payload) {
+    std::string error;
+    return state.start.empty() || parse_address(state.start, sym_store, payload.execute, error) == 0
+               ? 0
+               : report_fail(KxError::Usage, "--start: " + error);
+}
+
+int start_program(const Payload& payload) {
+    LineTransfer transfer = {.done = payload_size(payload), .total = payload_size(payload)};
+    port_write_error = false;
+    stub_set_pc(payload.execute);
+    if (!port_write_error) {
+        stub_execute();
+    }
+    return port_write_error ? line_fail(transfer) : 0;
+}
+
+int run_run() {
+    Session session;
+    Payload payload;
+    if (const int status = prepare(session, payload)) {
+        return status;
+    }
+    if (const int status = find_start(payload)) {
+        return status;
+    }
+    state.serving.directory = state.serve.value;
+    const bool serves = state.serve.given || state.serving.console;
+    if (const int status = serves ? serve_prepare(session, state.serving) : 0) {
+        return status;
+    }
+    if (globals.dry_run) {
+        return tell_dry_run(payload);
+    }
+    if (const int status = connect(session)) {
+        return status;
+    }
+    int status = send_and_tell(payload, start_text(payload, "starts"));
+    if (status == 0) {
+        status = start_program(payload);
+    }
+    if (status == 0 && serves) {
+        status = serve_run(session, state.serving);
+    }
+    line_close(session);
+    return status;
+}
+
+} // namespace
+
+extern const Verb verb_send = {
+    .name = "send",
+    .alias = nullptr,
+    .synopsis = "FILE [--at ADDRESS] [--verify]",
+    .summary = "program into target memory",
+    .options = send_options,
+    .run = run_send,
+};
+
+extern const Verb verb_run = {
+    .name = "run",
+    .alias = nullptr,
+    .synopsis = "FILE [--start ADDRESS] [--serve[=DIR]]",
+    .summary = "send a program and start it",
+    .options = run_options,
+    .run = run_run,
+};
+
+} // namespace kx
