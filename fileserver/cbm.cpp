@@ -99,8 +99,10 @@ int send_directory() {
     line_put16(LOAD_ADDRESS);
     line_put_text(program);
     drive_note_directory(program.size(), entries.size());
-    std::fputs(shown.c_str(), stdout);
-    std::fflush(stdout);
+    if (!request_is_watched()) {
+        std::fputs(shown.c_str(), stdout);
+        std::fflush(stdout);
+    }
     return 0;
 }
 

@@ -53,6 +53,8 @@ struct FileserverEvent {
 
 /// `event` is called at the end of every request, and by the serial-slave server for bytes that
 /// begin none. Nothing is told of what `fileserver_handle_byte` answers with -1. Null: nobody.
+/// Who takes events shows what there is to be seen: the CBM server does not print the directories
+/// that it sends then.
 void fileserver_set_event(void (*event)(const FileserverEvent&));
 
 /// The request in hand, or the last one; with an empty `request` when there was none.

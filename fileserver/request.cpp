@@ -80,6 +80,10 @@ RequestScope::~RequestScope() {
     }
 }
 
+bool request_is_watched() {
+    return state.event_hook != nullptr;
+}
+
 FileserverEvent& request_event() {
     return state.event;
 }

@@ -23,6 +23,9 @@ public:
 /// What will be told. Without a `request` nothing is.
 FileserverEvent& request_event();
 
+/// Whether a program shows the requests.
+bool request_is_watched();
+
 /// Why the request will have failed, should it; the first reason stays.
 void request_note(const std::string& why);
 void request_note_errno();

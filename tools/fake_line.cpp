@@ -1,5 +1,6 @@
-// The pseudo-terminal and its pace. A pseudo-terminal takes some 64 KiB at once; so that the host
-// finds it as slow as a real line, its output is stopped while more than a little is on its way.
+// The pseudo-terminal and its pace. A pseudo-terminal takes far more at once than a serial device;
+// so that the host finds it as slow as one, its output is stopped, and let go for a moment whenever
+// little is on its way.
 #include "tools/fake_line.h"
 
 #include <algorithm>
@@ -19,10 +20,12 @@ using std::chrono::nanoseconds;
 
 constexpr int BITS_PER_BYTE = 10; // start, eight, stop
 
-// Bytes on their way at which the host is stopped, and lets go again: together with what it writes
-// before it notices as much as the buffer of a real device.
-constexpr std::size_t HOLD_AT = 1024;
+// With fewer bytes on their way the host may write, once: with what it writes then they are as many
+// as a device's buffer holds.
 constexpr std::size_t LET_AT = 512;
+constexpr auto LET_FOR = std::chrono::microseconds(300);
+constexpr int IDLE_LETS = 100; // in vain, and the next one has time
+constexpr int IDLE_WAIT_MS = 5;
 
 // A line that could not go on makes up for no more than this.
 constexpr auto CREDIT = std::chrono::milliseconds(50);
@@ -60,6 +63,23 @@ std::size_t bytes_waiting(int fd) {
     return ioctl(fd, FIONREAD, &count) == 0 && count > 0 ? static_cast<std::size_t>(count) : 0;
 }
 
+// The host is stopped again as soon as something has come: looked for without a pause, because it
+// writes many kilobytes in the time that a sleeper takes to wake up.
+void let_host_write(FakeLine& line) {
+    const std::size_t before = bytes_waiting(line.master.get());
+    if (before >= LET_AT) {
+        return;
+    }
+    const auto end = Clock::now() + LET_FOR;
+    bool came = false;
+    tcflow(line.slave.get(), TCOON);
+    while (!came && Clock::now() < end) {
+        came = bytes_waiting(line.master.get()) > before;
+    }
+    tcflow(line.slave.get(), TCOOFF);
+    line.vain_lets = came || before > 0 ? 0 : line.vain_lets + 1;
+}
+
 } // namespace
 
 int fake_line_open(FakeLine& line, long baud) {
@@ -78,7 +98,10 @@ int fake_line_open(FakeLine& line, long baud) {
         return -1;
     }
     cfmakeraw(&settings); // what is sent before a host has opened it is not to come back
-    return tcsetattr(line.slave.get(), TCSANOW, &settings);
+    if (tcsetattr(line.slave.get(), TCSANOW, &settings) != 0) {
+        return -1;
+    }
+    return baud != 0 ? tcflow(line.slave.get(), TCOOFF) : 0;
 }
 
 void fake_line_close(FakeLine& line) {
@@ -87,12 +110,18 @@ void fake_line_close(FakeLine& line) {
 }
 
 void fake_line_wait(FakeLine& line, bool reads, bool writes, int milliseconds, int other_fd) {
-    const bool paced = line.baud != 0 && (line.in.busy || writes);
-    const bool looks_in = reads && !(line.baud != 0 && line.in.busy);
-    const bool looks_out = writes && line.baud == 0;
-    const auto events = static_cast<short>((looks_in ? POLLIN : 0) | (looks_out ? POLLOUT : 0));
-    pollfd fds[] = {{events != 0 ? line.master.get() : -1, events, 0}, {other_fd, POLLIN, 0}};
-    poll(fds, 2, paced ? std::min(milliseconds, 1) : milliseconds);
+    pollfd fds[] = {{-1, 0, 0}, {other_fd, POLLIN, 0}};
+    if (line.baud != 0) {
+        if (!line.stopped && line.master.is_open()) {
+            let_host_write(line);
+        }
+        const bool idle = line.vain_lets > IDLE_LETS && !writes;
+        milliseconds = std::min(milliseconds, idle ? IDLE_WAIT_MS : 1);
+    } else if (reads || writes) {
+        const int events = (reads ? POLLIN : 0) | (writes ? POLLOUT : 0);
+        fds[0] = {line.master.get(), static_cast<short>(events), 0};
+    }
+    poll(fds, 2, milliseconds);
 }
 
 std::size_t fake_line_read(FakeLine& line, std::span<std::uint8_t> bytes) {
@@ -101,10 +130,6 @@ std::size_t fake_line_read(FakeLine& line, std::span<std::uint8_t> bytes) {
     const ssize_t got = room > 0 ? read(line.master.get(), bytes.data(), room) : 0;
     const auto count = static_cast<std::size_t>(std::max<ssize_t>(got, 0));
     pace_took(line, line.in, count);
-    if (line.baud != 0) {
-        const std::size_t left = waiting - std::min(waiting, count);
-        fake_line_hold(line, left >= HOLD_AT || (line.held && left > LET_AT));
-    }
     return count;
 }
 
@@ -116,10 +141,9 @@ std::size_t fake_line_write(FakeLine& line, std::span<const std::uint8_t> bytes)
     return count;
 }
 
-void fake_line_hold(FakeLine& line, bool held) {
-    if (held != line.held && tcflow(line.slave.get(), held ? TCOOFF : TCOON) == 0) {
-        line.held = held;
-    }
+void fake_line_stop(FakeLine& line) {
+    line.stopped = true;
+    tcflow(line.slave.get(), TCOOFF);
 }
 
 bool fake_line_has_host(const FakeLine& line) {

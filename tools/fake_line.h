@@ -26,7 +26,8 @@ struct FakeLine {
     FakePace in;
     FakePace out;
     std::uint64_t crossed = 0; // bytes that have gone over the line, either way
-    bool held = false;         // whether the host is kept from writing
+    bool stopped = false;      // takes nothing any more
+    int vain_lets = 0;         // how often the host could have written and did not
 };
 
 /// Makes a new line, raw to begin with; what was open before is closed. 0, or -1 with errno.
@@ -43,8 +44,8 @@ void fake_line_wait(FakeLine& line, bool reads, bool writes, int milliseconds, i
 std::size_t fake_line_read(FakeLine& line, std::span<std::uint8_t> bytes);
 std::size_t fake_line_write(FakeLine& line, std::span<const std::uint8_t> bytes);
 
-/// Keeps the host from writing, as a device does whose flow control is off, or lets it again.
-void fake_line_hold(FakeLine& line, bool held);
+/// Keeps the host from writing from here on, as a device does whose flow control is off.
+void fake_line_stop(FakeLine& line);
 
 /// Whether a host has the device open: as the toolkit sets it, with hardware flow control.
 bool fake_line_has_host(const FakeLine& line);

@@ -48,11 +48,6 @@ bool fails(const FakeTarget& target, FakeFailure failure) {
 
 // Commands -------------------------------------------------------------------------------------
 
-std::string count_text(std::uint64_t count) {
-    return text_printf("%llu byte%s", static_cast<unsigned long long>(count),
-                       count == 1 ? "" : "s");
-}
-
 std::string address_text(const FakeTarget& target, std::uint64_t address) {
     return text_printf("$%0*llX", static_cast<int>(2 * argument_size(target)),
                        static_cast<unsigned long long>(address % memory_size(target)));
@@ -72,7 +67,7 @@ std::string memory_words(const FakeTarget& target, const char* verb) {
     const std::uint64_t length = target.command.length;
     const std::string last = length > 1 ? "-" + address_text(target, start + length - 1) : "";
     return text_printf("%-6s %s%s  %s", verb, address_text(target, start).c_str(), last.c_str(),
-                       count_text(length).c_str());
+                       text_count(length, "byte").c_str());
 }
 
 // `L` and `M`: a place that no disc has is one behind its end.
@@ -91,7 +86,7 @@ void begin_image(FakeTarget& target) {
 std::string image_words(const FakeTarget& target, const char* verb) {
     return text_printf("%-6s block %u/%u from byte %u  %s", verb, argument(target, 0),
                        argument(target, 1), argument(target, 2),
-                       count_text(target.command.length).c_str());
+                       text_count(target.command.length, "byte").c_str());
 }
 
 void set_pc(FakeTarget& target) {
@@ -141,7 +136,7 @@ void tell_command(const FakeTarget& target, bool whole) {
     const Row& row = *current_row(target);
     std::string words = row.words(target, row.verb);
     if (!whole) {
-        words += text_printf(", cut off: %s missing", count_text(command.left).c_str());
+        words += text_printf(", cut off: %s missing", text_count(command.left, "byte").c_str());
     }
     tell(target, {.kind = "command",
                   .words = words,
@@ -312,7 +307,14 @@ bool host_waits(FakeTarget& target) {
     return now - target.quiet_since >= HOST_SILENCE;
 }
 
+// What the program says goes out before it says more.
+void send_dialog(FakeTarget& target) {
+    target.out.insert(target.out.end(), target.dialog.out.begin(), target.dialog.out.end());
+    target.dialog.out.clear();
+}
+
 void run_program(FakeTarget& target) {
+    send_dialog(target);
     if (fake_dialog_is_on(target.dialog)) {
         FakeReply reply;
         fake_dialog_tick(target.dialog, reply);
@@ -325,8 +327,7 @@ void run_program(FakeTarget& target) {
             begin_request(target);
         }
     }
-    target.out.insert(target.out.end(), target.dialog.out.begin(), target.dialog.out.end());
-    target.dialog.out.clear();
+    send_dialog(target);
 }
 
 // The loop ---------------------------------------------------------------------------------------
@@ -409,7 +410,7 @@ void fail_line(FakeTarget& target) {
     target.failed = true;
     target.failed_at = Clock::now();
     if (!goes) {
-        fake_line_hold(target.line, true);
+        fake_line_stop(target.line);
         tell(target, {.kind = "line", .words = "takes no more bytes", .hex = "", .ok = false});
         return;
     }
@@ -439,7 +440,11 @@ int fake_open(FakeTarget& target, const FakeSettings& settings) {
     target.memory.resize(memory_size(target));
     target.image.resize(static_cast<std::size_t>(IMAGE_HELD_LIMIT));
     target.quiet_since = Clock::now();
-    return fake_line_open(target.line, settings.baud);
+    const int result = fake_line_open(target.line, settings.baud);
+    if (result == 0) {
+        fail_line(target); // it may be that nothing works from the start
+    }
+    return result;
 }
 
 void fake_step(FakeTarget& target, int milliseconds, int other_fd) {

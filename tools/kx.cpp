@@ -110,7 +110,9 @@ int run_verb(const Verb& verb, const std::vector<std::string>& words) {
     std::vector<std::string> arguments;
     std::string error;
     const bool parsed = options_parse(verb.options, global_options(), words, arguments, error) == 0;
-    globals.json = globals.json || std::ranges::count(words, "--json") > 0; // also for a bad line
+    const auto end = std::ranges::find(words, "--");
+    globals.json =
+        globals.json || std::find(words.begin(), end, "--json") != end; // also for a bad line
     report_begin(verb.name);
     if (globals.version) {
         return print("kx " KX_VERSION "\n");

@@ -34,7 +34,8 @@ constexpr int BITS_PER_BYTE = 10;
 
 struct State {
     std::uint64_t done = 0;     // of the transfer under way
-    std::uint64_t line_end = 0; // bytes on the line when the command will have gone
+    std::uint64_t command = 0;  // bytes of the command under way
+    std::uint64_t line_end = 0; // bytes on the line when it will have gone
     std::size_t reads = 0;      // bytes of its answer
 };
 State state;
@@ -183,7 +184,8 @@ std::size_t command_size() {
 // A command of `writes` data bytes to the target, or one that is answered by `reads`.
 void begin_command(const LineTransfer& transfer, std::size_t writes, std::size_t reads) {
     state.done = transfer.done;
-    state.line_end = port_line.written + command_size() + writes;
+    state.command = command_size() + writes;
+    state.line_end = port_line.written + state.command;
     state.reads = reads;
 }
 
@@ -194,9 +196,19 @@ std::string so_far(const LineTransfer& transfer) {
                        static_cast<unsigned long long>(transfer.total), transfer.verb);
 }
 
-// Bytes of the command under way that have not gone out.
-unsigned long long bytes_waited_for() {
-    return state.line_end - std::min(state.line_end, port_line.written);
+// What has not gone out never will: closing need not wait for it. Bytes that the target waits for
+// then, to complete the command in which it stands.
+unsigned long long give_up_line() {
+    int queued = 0;
+    if (ioctl(port_line.fd, TIOCOUTQ, &queued) == 0 && queued > 0) {
+        tcflush(port_line.fd, TCOFLUSH);
+    }
+    serial_set_write_limit(0);
+    const std::uint64_t unsent = state.line_end - std::min(state.line_end, port_line.written) +
+                                 static_cast<std::uint64_t>(std::max(queued, 0));
+    // Before the one under way, all commands have full size.
+    return unsent <= state.command ? unsent
+                                   : (unsent - state.command) % (command_size() + LINE_COMMAND_MAX);
 }
 
 int fail_in_step(const LineTransfer& transfer) {
@@ -206,11 +218,11 @@ int fail_in_step(const LineTransfer& transfer) {
 
 // A second signal has ended the command under way.
 int fail_at_once() {
-    const unsigned long long left = bytes_waited_for();
+    const std::uint64_t left = give_up_line();
     return report_interrupted(
         signals_pending(),
-        left > 0 ? text_printf("the target waits for %llu bytes: reset it", left)
-                 : text_printf("the target sends up to %zu bytes more: reset it", state.reads));
+        left > 0 ? "the target waits for " + text_count(left, "byte") + ": reset it"
+                 : "the target sends up to " + text_count(state.reads, "byte") + " more: reset it");
 }
 
 int fail_gone(const LineTransfer& transfer) {
@@ -223,22 +235,14 @@ std::string within() {
     return text_printf("within %g s", globals.timeout_ms / 1000.0);
 }
 
-// What has not gone out never will: closing need not wait for it.
-void give_up_line() {
-    serial_set_write_limit(0);
-    tcflush(port_line.fd, TCOFLUSH);
-}
-
 int fail_silent(const LineTransfer& transfer) {
     const std::string& device = active_config.port_name;
-    if (const unsigned long long left = bytes_waited_for()) {
-        give_up_line();
-        return report_fail(
-            KxError::TargetStuck,
-            text_printf("the target on %s has taken no byte %s; %s", device.c_str(),
-                        within().c_str(), so_far(transfer).c_str()),
-            text_printf("it waits for %llu more: reset it; is the cable a null-modem with RTS/CTS?",
-                        left));
+    if (stub_last_error().step != std::string_view("answer")) {
+        return report_fail(KxError::TargetStuck,
+                           text_printf("the target on %s has taken no byte %s; %s", device.c_str(),
+                                       within().c_str(), so_far(transfer).c_str()),
+                           "it waits for " + text_count(give_up_line(), "byte") +
+                               ": reset it; is the cable a null-modem with RTS/CTS?");
     }
     return report_fail(
         KxError::TargetSilent,
@@ -363,7 +367,6 @@ int line_fail(const LineTransfer& transfer) {
     bar_end();
     const Failure& why = stub_last_error();
     if (signals_count() > 1 && why.error == ECANCELED) {
-        give_up_line();
         return fail_at_once();
     }
     switch (why.kind) {
@@ -378,10 +381,18 @@ int line_fail(const LineTransfer& transfer) {
     }
 }
 
+std::string line_time_text(std::uint32_t milliseconds) {
+    return milliseconds < 1000 ? text_printf("%u ms", milliseconds)
+                               : text_printf("%.1f s", milliseconds / 1000.0);
+}
+
 std::string line_rate_text(std::uint64_t bytes, std::uint32_t milliseconds) {
     const double rate = static_cast<double>(bytes) * 1000 / std::max(milliseconds, 1U);
-    const double most = static_cast<double>(active_config.port_baud) / BITS_PER_BYTE;
-    return text_printf("%.2f KiB/s, %.0f %% of the line", rate / 1024, rate / most * 100);
+    const double part = rate * BITS_PER_BYTE / active_config.port_baud * 100;
+    // A pseudo-terminal knows no baud rate.
+    return line_time_text(milliseconds) +
+           text_printf(part < 101 ? " (%.2f KiB/s, %.0f %% of the line)" : " (%.2f KiB/s)",
+                       rate / 1024, part);
 }
 
 std::string line_address_text(std::uint64_t address) {

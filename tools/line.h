@@ -55,7 +55,10 @@ int line_confirm(LineTransfer& transfer, std::uint32_t address);
 /// Reports why a transfer of the library's failed, and what it leaves behind.
 int line_fail(const LineTransfer& transfer);
 
-/// "3.74 KiB/s, 99 % of the line".
+/// "4 ms", "10.6 s".
+std::string line_time_text(std::uint32_t milliseconds);
+
+/// "10.6 s (3.74 KiB/s, 99 % of the line)".
 std::string line_rate_text(std::uint64_t bytes, std::uint32_t milliseconds);
 
 /// "$0801"; in as many digits as the target's addresses have.

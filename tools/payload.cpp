@@ -55,22 +55,10 @@ private:
     int mode_;
 };
 
-// What is no program is refused with what it is for.
-int find_type(const PayloadOptions& options, int& type) {
+// The type that the options name; otherwise it stays.
+void name_type(const PayloadOptions& options, int& type) {
     const TypeName* named = std::ranges::find(types, options.type, &TypeName::name);
-    if (named != std::end(types)) {
-        type = named->type;
-        return 0;
-    }
-    const std::uint8_t bits = filetype_get_class(type);
-    for (const Instead& row : instead) {
-        if ((bits & row.class_bit) != 0) {
-            return report_fail(KxError::Usage,
-                               options.file + ": no program (" + filetype_get_desc(type) + ")",
-                               row.what);
-        }
-    }
-    return 0;
+    type = named != std::end(types) ? named->type : type;
 }
 
 int find_address(const PayloadOptions& options, int type, std::uint32_t& address) {
@@ -104,9 +92,6 @@ int check_end(const PayloadOptions& options, const LoadedFile& loaded) {
 }
 
 int apply_patches(const PayloadOptions& options, const LoadedFile& loaded) {
-    if (!options.patch && options.patches.empty()) {
-        return 0;
-    }
     const std::string& path = active_config.patch_file;
     IniDocument document;
     if (path.empty() || ini_read(path, document) != 0) {
@@ -133,9 +118,32 @@ void take_bytes(const LoadedFile& loaded, Payload& payload) {
     payload.start = loaded.start;
     payload.end = loaded.end;
     payload.execute = loaded.execute;
+    payload.bytes.clear();
     for (std::uint64_t at = loaded.start; at < loaded.end; at++) {
         payload.bytes.push_back(sim_read8(static_cast<std::uint32_t>(at)));
     }
+}
+
+// The patches in the simulator's memory, and what has become of the bytes there.
+int patch(const PayloadOptions& options, Payload& payload) {
+    if (!options.patch && options.patches.empty()) {
+        return 0;
+    }
+    if (const int status = apply_patches(options, file_loaded())) {
+        return status;
+    }
+    const std::vector<std::uint8_t> before = payload.bytes;
+    take_bytes(file_loaded(), payload);
+    std::size_t changed = 0;
+    for (std::size_t i = 0; i < before.size(); i++) {
+        changed += before[i] != payload.bytes[i] ? 1 : 0;
+    }
+    if (changed == 0) {
+        report_warning(payload.name + ": no patch applies to it");
+    } else {
+        report_done(text_printf("%s: %zu bytes patched", payload.name.c_str(), changed));
+    }
+    return 0;
 }
 
 // Bytes for I/O registers are sent, but do what they do there.
@@ -157,18 +165,30 @@ void warn_io(const Payload& payload) {
 
 } // namespace
 
+int payload_check(const PayloadOptions& options) {
+    ProgramFile program = program_open(options.file);
+    if (program.file == nullptr) {
+        return report_fail(KxError::HostFile, host_why(options.file, file_last_error().error));
+    }
+    name_type(options, program.type);
+    const std::uint8_t bits = filetype_get_class(program.type);
+    for (const Instead& row : instead) {
+        if ((bits & row.class_bit) != 0) {
+            const char* what = filetype_get_desc(program.type);
+            return report_fail(KxError::Usage, options.file + ": no program (" + what + ")",
+                               row.what);
+        }
+    }
+    return 0;
+}
+
 int payload_load(const PayloadOptions& options, Payload& payload) {
     const InSimulator simulator;
     std::uint32_t address = 0;
     payload = {};
     payload.name = host_name(options.file);
     ProgramFile program = program_open(options.file);
-    if (program.file == nullptr) {
-        return report_fail(KxError::HostFile, host_why(options.file, file_last_error().error));
-    }
-    if (const int status = find_type(options, program.type)) {
-        return status;
-    }
+    name_type(options, program.type);
     if (const int status = find_address(options, program.type, address)) {
         return status;
     }
@@ -179,10 +199,10 @@ int payload_load(const PayloadOptions& options, Payload& payload) {
     if (const int status = check_end(options, loaded)) {
         return status;
     }
-    if (const int status = apply_patches(options, loaded)) {
+    take_bytes(loaded, payload);
+    if (const int status = patch(options, payload)) {
         return status;
     }
-    take_bytes(loaded, payload);
     std::vector<AddressRange> left_out;
     payload.parts = memory_parts({payload.start, payload.end}, left_out);
     warn_io(payload);

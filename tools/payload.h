@@ -28,6 +28,10 @@ struct Payload {
     std::vector<AddressRange> parts; // of that, which the memory map has
 };
 
+/// Whether the file can be read, and is no disc image, text or symbol file; needs no target. 0, or
+/// the exit status of the failure, which has been reported.
+int payload_check(const PayloadOptions& options);
+
 /// Loads the file into the simulator of the open session and takes it from there. Warns about what
 /// goes into I/O, and what is left out. 0, or the exit status of the failure, which has been
 /// reported.

@@ -60,20 +60,14 @@ int fail_file(const std::string& path, int error) {
     return report_fail(KxError::HostFile, path + ": " + std::strerror(error));
 }
 
-// The directory, which becomes the root that no request leaves.
+std::string directory_of(const ServeOptions& options) {
+    return options.directory.empty() ? "." : options.directory;
+}
+
+// The directory becomes the root that no request leaves.
 int use_directory(const ServeOptions& options) {
-    const std::string path = options.directory.empty() ? "." : options.directory;
-    struct stat status = {};
-    if (stat(path.c_str(), &status) != 0) {
-        return fail_file(path, errno);
-    }
-    if (!S_ISDIR(status.st_mode)) {
-        const bool image = status.st_size >= 174848 && path.ends_with(".d64");
-        return report_fail(KxError::Usage, path + ": a file, and a directory is served",
-                           image ? "kx get " + path + " takes the programs out of it"
-                                 : "kx get takes programs out of disc images");
-    }
     char real[PATH_MAX];
+    const std::string path = directory_of(options);
     if (chdir(path.c_str()) != 0 || getcwd(real, sizeof real) == nullptr) {
         return fail_file(path, errno);
     }
@@ -109,7 +103,7 @@ std::string shown_name(const std::string& name) {
 }
 
 std::string size_text(std::uint64_t bytes) {
-    return bytes < 1024 ? text_printf("%llu bytes", static_cast<unsigned long long>(bytes))
+    return bytes < 1024 ? text_count(bytes, "byte")
                         : text_printf("%.1f KiB", static_cast<double>(bytes) / 1024);
 }
 
@@ -124,7 +118,7 @@ bool is_detail(const FileserverEvent& event) {
                                             "dbgFindnext"};
     for (const std::string_view detail : details) {
         if (event.request == detail) {
-            return event.result == FileserverResult::Done;
+            return event.result == FileserverResult::Done || detail == "dbgFindnext";
         }
     }
     return false;
@@ -147,8 +141,8 @@ std::string outcome(const FileserverEvent& event, std::uint32_t milliseconds) {
     if (event.expected == 0 && event.bytes == 0) {
         return event.why.empty() ? "ok" : event.why;
     }
-    return (event.bytes < event.expected ? part + " only" : size_text(event.bytes)) +
-           text_printf(" in %.1f s", milliseconds / 1000.0);
+    return (event.bytes < event.expected ? part + " only" : size_text(event.bytes)) + " in " +
+           line_time_text(milliseconds);
 }
 
 std::string time_text(const char* format, bool utc) {
@@ -180,7 +174,8 @@ void tell_json(const FileserverEvent& event, std::uint32_t milliseconds) {
 // "12:03:11  load  GAME          game.prg      9.9 KiB in 2.6 s"
 void tell_text(const FileserverEvent& event, std::uint32_t milliseconds) {
     const std::string text =
-        text_printf("%s  %-5s %-16s  %-16s  %s", time_text("%T", false).c_str(), event.request,
+        text_printf("%s  %-*s %-16s  %-16s  %s", time_text("%T", false).c_str(),
+                    active_config.fileserver == FILESERVER_GENERIC ? 12 : 5, event.request,
                     shown_name(event.name).c_str(), ascii_escape(event.file).c_str(),
                     ascii_escape(outcome(event, milliseconds)).c_str());
     if (is_detail(event)) {
@@ -198,7 +193,8 @@ void tell_request(const FileserverEvent& event) {
     state.in_request = false;
     state.requests++;
     (is_save(event) ? state.bytes_in : state.bytes_out) += event.bytes;
-    state.ended = state.ended || state.once;
+    // Half a request is none.
+    state.ended = state.ended || (state.once && event.result != FileserverResult::Dropped);
     globals.json ? tell_json(event, milliseconds) : tell_text(event, milliseconds);
 }
 
@@ -236,10 +232,9 @@ void tell_unknown() {
         return;
     }
     const char* protocol = fileserver_get_tag(static_cast<std::int8_t>(active_config.fileserver));
-    report_warning(text_printf("%llu bytes that belong to no %s request (%s%s)",
-                               static_cast<unsigned long long>(state.unknown), protocol,
-                               text_hex(state.unknown_bytes).c_str(),
-                               state.unknown > state.unknown_bytes.size() ? " ..." : ""));
+    report_warning(text_count(state.unknown, "byte") + " of no " + protocol + " request (" +
+                   text_hex(state.unknown_bytes) +
+                   (state.unknown > state.unknown_bytes.size() ? " ...)" : ")"));
     if (!globals.quiet) {
         report_done(text_printf("hint: is %d baud what the target speaks, and %s its protocol "
                                 "(--protocol)?",
@@ -315,9 +310,8 @@ int end(int status) {
     json.set("requests", state.requests);
     json.set("bytes_out", state.bytes_out);
     json.set("bytes_in", state.bytes_in);
-    report_done(text_printf("served %u request%s, %s out, %s in", state.requests,
-                            state.requests == 1 ? "" : "s", size_text(state.bytes_out).c_str(),
-                            size_text(state.bytes_in).c_str()));
+    report_done("served " + text_count(state.requests, "request") + ", " +
+                size_text(state.bytes_out) + " out, " + size_text(state.bytes_in) + " in");
     return status;
 }
 
@@ -345,6 +339,19 @@ int serve_until_end(Session& session, const ServeOptions& options) {
 }
 
 } // namespace
+
+int serve_check(const ServeOptions& options) {
+    const std::string path = directory_of(options);
+    struct stat status = {};
+    if (stat(path.c_str(), &status) != 0) {
+        return fail_file(path, errno);
+    }
+    return S_ISDIR(status.st_mode)
+               ? 0
+               : report_fail(KxError::Usage,
+                             path + ": a file, and it is directories that are served",
+                             "kx get takes files out of disc images");
+}
 
 int serve_prepare(const Session& session, const ServeOptions& options) {
     if (!options.protocol.empty()) {

@@ -20,9 +20,12 @@ struct ServeOptions {
     bool console = false;  // the debug console on this terminal
 };
 
-// Both return 0, or the exit status of the failure, which has been reported.
+// Each returns 0, or the exit status of the failure, which has been reported.
 
-/// Checks and sets what needs no line, after `line_begin`. The directory becomes the current one.
+/// Whether there is such a directory; needs no target.
+int serve_check(const ServeOptions& options);
+
+/// Sets what needs no line, after `line_begin`. The directory becomes the current one.
 int serve_prepare(const Session& session, const ServeOptions& options);
 
 /// Serves on the line that `line_connect` opened, until a signal ends it. 0 for Ctrl-C.

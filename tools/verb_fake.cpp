@@ -291,6 +291,9 @@ pid_t start_command() {
     words.push_back(nullptr);
     setenv("KX_PORT", (state.link.empty() ? state.target.line.device : state.link).c_str(), 1);
     setenv("KX_TARGET", state.target_name.c_str(), 1);
+    if (std::ranges::count(BAUD_RATES, state.target.settings.baud) != 0) {
+        setenv("KX_BAUD", std::to_string(state.target.settings.baud).c_str(), 1);
+    }
     pid_t child = -1;
     errno = posix_spawnp(&child, words[0], nullptr, nullptr, words.data(), environ);
     return errno == 0 ? child : -1;

@@ -67,10 +67,6 @@ std::vector<std::string> split(const std::string& list) {
     return names;
 }
 
-std::string place_text(const Payload& payload) {
-    return line_address_text(payload.start) + "-" + line_address_text(payload.end - 1);
-}
-
 void fill_json(const Payload& payload, std::uint32_t milliseconds) {
     Json& json = report_json();
     json.set("file", state.file.file);
@@ -127,28 +123,31 @@ int verify(Payload& payload) {
                        "is there RAM at these addresses?");
 }
 
-int send_and_tell(Payload& payload, const std::string& more) {
+/// Sends, verifies if wanted, and measures the sending.
+int send_all(Payload& payload, std::uint32_t& milliseconds) {
     const std::uint32_t started = clock_ms();
     if (const int status = send(payload)) {
         return status;
     }
-    const std::uint32_t milliseconds = clock_ms() - started;
-    if (const int status = state.verify ? verify(payload) : 0) {
-        return status;
-    }
+    milliseconds = clock_ms() - started;
+    const int status = state.verify ? verify(payload) : 0;
     bar_end();
-    const std::uint64_t size = payload_size(payload);
-    report_done(text_printf("%s: %llu bytes %s to %s in %.1f s (%s); %s", payload.name.c_str(),
-                            static_cast<unsigned long long>(size),
-                            state.verify ? "sent and verified" : "sent",
-                            place_text(payload).c_str(), milliseconds / 1000.0,
-                            line_rate_text(size, milliseconds).c_str(), more.c_str()));
+    return status;
+}
+
+void tell_sent(const Payload& payload, std::uint32_t milliseconds, const std::string& more) {
+    const std::string rate = line_rate_text(payload_size(payload), milliseconds);
+    report_done(payload.name + ": " + text_count(payload_size(payload), "byte") +
+                (state.verify ? " sent and verified, " : " sent to ") + memory_text(payload.parts) +
+                " in " + rate + "; " + more);
     fill_json(payload, milliseconds);
-    return 0;
 }
 
 /// The session and the payload; what needs no target is done first.
 int prepare(Session& session, Payload& payload) {
+    if (const int status = payload_check(state.file)) {
+        return status;
+    }
     if (const int status = line_begin(session)) {
         return status;
     }
@@ -169,9 +168,8 @@ std::string start_text(const Payload& payload, const char* verb) {
 }
 
 int tell_dry_run(const Payload& payload) {
-    report_done(text_printf("%s: %llu bytes would go to %s; %s", payload.name.c_str(),
-                            static_cast<unsigned long long>(payload_size(payload)),
-                            place_text(payload).c_str(), start_text(payload, "starts").c_str()));
+    report_done(payload.name + ": " + text_count(payload_size(payload), "byte") + " would go to " +
+                memory_text(payload.parts) + "; " + start_text(payload, "starts"));
     fill_json(payload, 0);
     return 0;
 }
@@ -188,7 +186,11 @@ int run_send() {
     if (const int status = connect(session)) {
         return status;
     }
-    const int status = send_and_tell(payload, start_text(payload, "starts"));
+    std::uint32_t milliseconds = 0;
+    const int status = send_all(payload, milliseconds);
+    if (status == 0) {
+        tell_sent(payload, milliseconds, start_text(payload, "starts"));
+    }
     line_close(session);
     return status;
 }
@@ -213,14 +215,17 @@ int start_program(const Payload& payload) {
 int run_run() {
     Session session;
     Payload payload;
+    state.serving.directory = state.serve.value;
+    const bool serves = state.serve.given || state.serving.console;
+    if (const int status = serves ? serve_check(state.serving) : 0) {
+        return status;
+    }
     if (const int status = prepare(session, payload)) {
         return status;
     }
     if (const int status = find_start(payload)) {
         return status;
     }
-    state.serving.directory = state.serve.value;
-    const bool serves = state.serve.given || state.serving.console;
     if (const int status = serves ? serve_prepare(session, state.serving) : 0) {
         return status;
     }
@@ -230,12 +235,14 @@ int run_run() {
     if (const int status = connect(session)) {
         return status;
     }
-    int status = send_and_tell(payload, start_text(payload, "starts"));
+    std::uint32_t milliseconds = 0;
+    int status = send_all(payload, milliseconds);
     if (status == 0) {
         status = start_program(payload);
     }
-    if (status == 0 && serves) {
-        status = serve_run(session, state.serving);
+    if (status == 0) {
+        tell_sent(payload, milliseconds, start_text(payload, "started"));
+        status = serves ? serve_run(session, state.serving) : 0;
     }
     line_close(session);
     return status;

@@ -31,6 +31,9 @@ constexpr Option options[] = {
 
 int run() {
     Session session;
+    if (const int status = serve_check(state.serving)) {
+        return status;
+    }
     if (const int status = line_begin(session)) {
         return status;
     }

@@ -66,6 +66,9 @@ int run() {
     Session session;
     Payload payload;
     Comparison comparison;
+    if (const int status = payload_check(state.file)) {
+        return status;
+    }
     if (const int status = line_begin(session)) {
         return status;
     }

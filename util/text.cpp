@@ -23,6 +23,10 @@ std::string text_printf(const char* format, ...) {
     return text;
 }
 
+std::string text_count(std::uint64_t count, const char* noun) {
+    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
 std::string text_hex(std::span<const std::uint8_t> bytes) {
     constexpr char digits[] = "0123456789ABCDEF";
     std::string text;

@@ -12,6 +12,9 @@ namespace kx {
 std::string text_printf(const char* format, ...) __attribute__((format(printf, 1, 2)));
 std::string text_vprintf(const char* format, va_list args) __attribute__((format(printf, 1, 0)));
 
+/// "1 byte", "2 bytes".
+std::string text_count(std::uint64_t count, const char* noun);
+
 /// "41 43 01".
 std::string text_hex(std::span<const std::uint8_t> bytes);
 
