@@ -8,9 +8,9 @@
 #include "tools/line.h"
 #include "tools/report.h"
 #include "util/ascii.h"
+#include "util/ending.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <poll.h>
 #include <termios.h>
 #include <unistd.h>
@@ -27,8 +27,13 @@ struct State {
     bool terminal = false; // its settings are to be put back
     bool prefix = false;   // the prefix key was typed
     termios saved = {};
+    EndingRestorer ending; // for as long as there are settings to put back
 };
 State state;
+
+void put_back(void* /*context*/) {
+    tcsetattr(STDIN_FILENO, TCSANOW, &state.saved);
+}
 
 // Keys come one by one, unechoed; Ctrl-C and Ctrl-Z keep their meaning.
 void set_terminal() {
@@ -39,6 +44,8 @@ void set_terminal() {
     settings.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
     settings.c_cc[VMIN] = 0;
     settings.c_cc[VTIME] = 0;
+    state.ending.restore = put_back;
+    ending_add(state.ending);
     state.terminal = tcsetattr(STDIN_FILENO, TCSANOW, &settings) == 0;
 }
 
@@ -103,8 +110,7 @@ int console_open(const Session& session) {
     line_unlock(fd);
     target_console_init();
     set_terminal();
-    static const int hooked = std::atexit(console_close);
-    state.open = hooked == 0;
+    state.open = true;
     report_done("console on " + device + "; Ctrl-T q leaves");
     return 0;
 }
@@ -119,7 +125,8 @@ bool console_poll() {
 
 void console_close() {
     if (state.terminal) {
-        tcsetattr(STDIN_FILENO, TCSANOW, &state.saved);
+        put_back(nullptr);
+        ending_remove(state.ending);
     }
     if (state.open) {
         target_console_deinit();

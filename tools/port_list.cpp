@@ -9,7 +9,9 @@
 #include <fstream>
 #include <grp.h>
 #include <pwd.h>
+#include <sstream>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 namespace kx {
@@ -115,6 +117,49 @@ std::string name_of(const char* name, unsigned id) {
     return name != nullptr ? name : std::to_string(id);
 }
 
+// 0 for what is no number.
+int number_of(const std::string& text) {
+    int number = 0;
+    const auto end = std::from_chars(text.data(), text.data() + text.size(), number);
+    return end.ptr == text.data() + text.size() ? number : 0;
+}
+
+std::string process_name(const std::string& root, int pid) {
+    return read_line(root + "/proc/" + std::to_string(pid) + "/comm");
+}
+
+bool has_open(const std::string& root, const fs::path& process, const std::string& device) {
+    for (const fs::path& fd : entries(process / "fd")) {
+        error_code error;
+        if (root + fs::read_symlink(fd, error).string() == device && !error) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Lines of /proc/locks are "1: FLOCK  ADVISORY  WRITE 4711 00:18:5 0 EOF": process, then device and
+// inode of the file. 0 for none.
+int find_locker(const std::string& root, const std::string& device) {
+    struct stat status = {};
+    std::ifstream locks(root + "/proc/locks");
+    if (stat(device.c_str(), &status) != 0) {
+        return 0;
+    }
+    const std::string file =
+        text_printf("%02x:%02x:%llu", major(status.st_dev), minor(status.st_dev),
+                    static_cast<unsigned long long>(status.st_ino));
+    for (std::string line; std::getline(locks, line);) {
+        std::istringstream words(line);
+        std::string number, kind, mode, access, pid, place;
+        words >> number >> kind >> mode >> access >> pid >> place;
+        if (kind == "FLOCK" && place == file) {
+            return number_of(pid);
+        }
+    }
+    return 0;
+}
+
 } // namespace
 
 std::vector<PortEntry> port_list(const std::string& root, bool all) {
@@ -131,18 +176,15 @@ std::vector<PortEntry> port_list(const std::string& root, bool all) {
 
 PortHolder port_list_holder(const std::string& root, const std::string& device) {
     const std::string wanted = resolved(root + device);
-    error_code error;
+    // A program that has locked it goes before one that only has it open.
+    const int locker = find_locker(root, wanted);
+    if (locker != 0) {
+        return {locker, process_name(root, locker)};
+    }
     for (const fs::path& process : entries(root + "/proc")) {
-        const std::string number = process.filename();
-        int pid = 0;
-        const auto end = std::from_chars(number.data(), number.data() + number.size(), pid);
-        if (end.ptr != number.data() + number.size() || pid == getpid()) {
-            continue;
-        }
-        for (const fs::path& fd : entries(process / "fd")) {
-            if (root + fs::read_symlink(fd, error).string() == wanted && !error) {
-                return {pid, read_line(process / "comm")};
-            }
+        const int pid = number_of(process.filename());
+        if (pid != 0 && pid != getpid() && has_open(root, process, wanted)) {
+            return {pid, process_name(root, pid)};
         }
     }
     return {};

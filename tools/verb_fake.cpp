@@ -18,6 +18,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <spawn.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -282,6 +283,16 @@ void tell_event(const FakeEvent& event) {
 
 // The command ------------------------------------------------------------------------------------
 
+// Where the host finds the target, whatever its directory.
+std::string device_path() {
+    if (state.link.empty()) {
+        return state.target.line.device;
+    }
+    std::error_code error;
+    const std::filesystem::path path = std::filesystem::absolute(state.link, error);
+    return error ? state.link : path.string();
+}
+
 // The child, or -1 with errno.
 pid_t start_command() {
     std::vector<char*> words;
@@ -289,7 +300,7 @@ pid_t start_command() {
         words.push_back(word.data());
     }
     words.push_back(nullptr);
-    setenv("KX_PORT", (state.link.empty() ? state.target.line.device : state.link).c_str(), 1);
+    setenv("KX_PORT", device_path().c_str(), 1);
     setenv("KX_TARGET", state.target_name.c_str(), 1);
     if (std::ranges::count(BAUD_RATES, state.target.settings.baud) != 0) {
         setenv("KX_BAUD", std::to_string(state.target.settings.baud).c_str(), 1);
@@ -338,7 +349,7 @@ int serve() {
         json.set("device", state.target.line.device);
         report_event(json);
     }
-    report_line("KX_PORT=" + (state.link.empty() ? state.target.line.device : state.link));
+    report_line("KX_PORT=" + device_path());
     std::fflush(stdout);
     int signal = 0;
     while (signal == 0) {

@@ -7,18 +7,13 @@
 
 namespace kx {
 
-<<<<<<< HEAD
-extern const Verb verb_ls, verb_get, verb_put, verb_rm, verb_mv, verb_check, verb_mkfs, verb_patch,
-    verb_view, verb_dump, verb_symbols, verb_lint, verb_ports, verb_fake;
-=======
-extern const Verb verb_serve, verb_send, verb_run, verb_read, verb_verify, verb_patch, verb_view,
-    verb_dump, verb_symbols, verb_ports, verb_fake;
->>>>>>> ac21f98 (wip)
+extern const Verb verb_ls, verb_get, verb_put, verb_rm, verb_mv, verb_check, verb_mkfs, verb_serve,
+    verb_send, verb_run, verb_read, verb_verify, verb_patch, verb_view, verb_dump, verb_symbols,
+    verb_lint, verb_ports, verb_fake;
 
 namespace {
 
 constexpr const Verb* table[] = {
-<<<<<<< HEAD
     // discs
     &verb_ls,
     &verb_get,
@@ -27,6 +22,12 @@ constexpr const Verb* table[] = {
     &verb_mv,
     &verb_check,
     &verb_mkfs,
+    // the target
+    &verb_serve,
+    &verb_send,
+    &verb_run,
+    &verb_read,
+    &verb_verify,
     // files
     &verb_patch,
     &verb_view,
@@ -36,10 +37,6 @@ constexpr const Verb* table[] = {
     // this host
     &verb_ports,
     &verb_fake,
-=======
-    &verb_serve, &verb_send, &verb_run,     &verb_read,  &verb_verify, &verb_patch,
-    &verb_view,  &verb_dump, &verb_symbols, &verb_ports, &verb_fake,
->>>>>>> ac21f98 (wip)
 };
 
 constexpr Option globals_table[] = {
