@@ -25,6 +25,7 @@ struct Patch : testing::Test {
     Patch() {
         msg_reset();
         mem_reset();
+        active_config_reset();
         MemoryMap& map = active_config.memory_map;
         memory_map_set_type(map, memory_map_add(map, 0, 0, 0xFFFFFFFF), MEMORY_RAM_ROM);
         EXPECT_EQ(sim_init(), 1);
