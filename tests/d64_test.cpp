@@ -7,6 +7,7 @@
 #include "files/filetype.h"
 #include "files/imgfile.h"
 #include "link/port.h"
+#include "link/seams_private.h"
 #include "link/stub.h"
 #include "tests/support/disc_image.h"
 #include "tests/support/fake_thread.h"
