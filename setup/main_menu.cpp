@@ -3,9 +3,9 @@
 
 #include "core/config/config.h"
 #include "setup/version.h"
-#include "ui/cells.h"
 #include "ui/col.h"
 #include "ui/con.h"
+#include "ui/linedoc.h"
 #include "ui/menu.h"
 #include "ui/msg.h"
 #include "ui/msgbox.h"
@@ -24,10 +24,10 @@ namespace kx {
 namespace {
 
 constexpr std::size_t LIST_ROOM = 64; // configurations of one kind
-constexpr const char* help_file = "docs/kxsetup.txt";
+constexpr const char* HELP_FILE = "docs/kxsetup.txt";
 
-constexpr const char* menu_title = "main"; // of all four menus
-constexpr const char* menu_hint = "crsr to scroll";
+constexpr const char* MENU_TITLE = "main"; // of all four menus
+constexpr const char* MENU_HINT = "crsr to scroll";
 
 struct List {
     const char* type;    // of `config` in its files
@@ -36,12 +36,12 @@ struct List {
 };
 
 List make_list(const char* type, const char* section) {
-    return {type, section, Menu{{}, menu_title, menu_hint, 0, 0, 50, 12}};
+    return {type, section, Menu{{}, MENU_TITLE, MENU_HINT, 0, 0, 50, 12}};
 }
 
 // What Escape does, as the bottom line says it.
-constexpr const char* escape_leaves = "ESC leaves and writes";
-constexpr const char* escape_back = "ESC back";
+constexpr const char* ESCAPE_LEAVES = "ESC leaves and writes";
+constexpr const char* ESCAPE_BACK = "ESC back";
 
 // The lists are filled once per run and keep where the user left them.
 struct State {
@@ -51,7 +51,7 @@ struct State {
     // While the menu runs:
     Menu main;
     const Menu* list = nullptr; // that is open over it
-    const char* escape = escape_leaves;
+    const char* escape = ESCAPE_LEAVES;
     std::string chosen; // as the bottom line tells it
 };
 State state;
@@ -145,7 +145,7 @@ void draw_bottom_line() {
     int column = 0;
     if (!covered) {
         const std::string text = std::string(" ") + state.escape + "  " + state.chosen + "  ";
-        column = cell_puts(text + state.main.hint, room);
+        con_puts(linedoc_cells(text + state.main.hint, 0, room, column).c_str());
     }
     con_spaces(room - column);
 }
@@ -194,8 +194,8 @@ void show_excuse(IniDocument&) {
 }
 
 void show_help(IniDocument&) {
-    if (view_file(active_config.base_dir, help_file) != 0) {
-        msgbox_run("couldn't open file '" + active_config.base_dir + help_file + "'.");
+    if (view_file(active_config.base_dir, HELP_FILE) != 0) {
+        msgbox_run("couldn't open file '" + active_config.base_dir + HELP_FILE + "'.");
     }
 }
 
@@ -212,7 +212,7 @@ struct Entry {
 };
 
 // Meant: the texts as they stand, "Colorsheme" included.
-constexpr Entry entries[] = {
+constexpr Entry ENTRIES[] = {
     {5, 0, "", "Select Target", choose_target},
     {6, 0, "", "Select Colorsheme", choose_colours},
     {0, 0, "", "Setup Target", choose_charset}, // Meant: this entry chooses the charset.
@@ -223,8 +223,8 @@ constexpr Entry entries[] = {
 };
 
 Menu make_main_menu() {
-    Menu menu{{}, menu_title, menu_hint, 0, 0, 40, 9};
-    for (const Entry& entry : entries) {
+    Menu menu{{}, MENU_TITLE, MENU_HINT, 0, 0, 40, 9};
+    for (const Entry& entry : ENTRIES) {
         menu.items.push_back({entry.result, entry.hotkey, entry.hotkey_label, entry.label});
     }
     return menu;
@@ -243,12 +243,12 @@ std::string why_no_screen() {
 /// Shows the main menu once and acts on the choice. False when the user leaves.
 bool run_choice(IniDocument& new_main) {
     const int result = menu_run(state.main);
-    for (const Entry& entry : entries) {
+    for (const Entry& entry : ENTRIES) {
         if (entry.result == result && entry.run != nullptr) {
-            state.escape = escape_back;
+            state.escape = ESCAPE_BACK;
             draw_bottom_line();
             entry.run(new_main);
-            state.escape = escape_leaves;
+            state.escape = ESCAPE_LEAVES;
             return true;
         }
     }

@@ -9,7 +9,9 @@
 
 #include <algorithm>
 #include <clocale>
+#include <fcntl.h>
 #include <fstream>
+#include <sys/resource.h>
 #include <tuple>
 #include <unistd.h>
 
@@ -50,23 +52,66 @@ std::string drawn(const LineDoc& doc, std::size_t index, int offset = 0) {
 TEST(LineDoc, KeepsLinesWholeWhereverReadsEnd) {
     const std::string text =
         std::string(65'535, 'a') + "\r\n" + std::string(140'000, 'x') + "end\r\n\n\nz\rz\nlast\r";
-    for (const std::size_t piece : {1U, 4093U, 65'536U}) {
-        int pipe_ends[2];
-        ASSERT_EQ(pipe(pipe_ends), 0);
-        LineSource source(pipe_ends[0], true);
+    const TempDir dir;
+    const struct {
+        bool file;
+        std::size_t piece;
+    } rows[] = {{false, 1}, {false, 4093}, {false, 65'536}, {true, 4093}, {true, 300'000}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << "file " << row.file << " pieces of " << row.piece);
+        int ends[2]; // to read from and to write to
+        if (row.file) {
+            const std::string path = dir.write("text", "before");
+            ends[0] = open(path.c_str(), O_RDONLY);
+            ends[1] = open(path.c_str(), O_WRONLY | O_APPEND);
+            lseek(ends[0], 0, SEEK_END);
+        } else {
+            ASSERT_EQ(pipe(ends), 0);
+        }
+        LineSource source(ends[0], true);
         LineDoc doc;
-        for (std::size_t at = 0; at < text.size(); at += piece) {
-            const std::size_t size = std::min(piece, text.size() - at);
-            ASSERT_EQ(write(pipe_ends[1], &text[at], size), static_cast<ssize_t>(size));
+        for (std::size_t at = 0; at < text.size(); at += row.piece) {
+            const std::size_t size = std::min(row.piece, text.size() - at);
+            ASSERT_EQ(write(ends[1], &text[at], size), static_cast<ssize_t>(size));
             while (linedoc_read(doc, source) > 0) {
             }
         }
-        ASSERT_EQ(linedoc_count(doc), 6U) << "pieces of " << piece;
+        ASSERT_EQ(linedoc_count(doc), 6U);
         EXPECT_EQ(drawn(doc, 0, 65'533) + drawn(doc, 1, 139'998), "aa      xxend   ");
         EXPECT_EQ(drawn(doc, 2) + drawn(doc, 4) + drawn(doc, 5), "        z.z     last    ");
-        close(pipe_ends[1]);
-        EXPECT_EQ(linedoc_read(doc, source), -1);
+        close(ends[1]);
+        EXPECT_EQ(linedoc_read(doc, source), row.file ? 0 : -1);
     }
+}
+
+TEST(LineDoc, FileIsReadAgainAndMayHaveShrunk) {
+    const TempDir dir;
+    const std::string path = dir.write("f", "first\n");
+    std::ofstream file(path, std::ios::app);
+    for (int i = 0; i < 8'000'000; ++i) { // 56 MB, never all in memory
+        file << "abcdef\n";
+    }
+    file.close();
+    LineDoc doc;
+    LineSource source = linedoc_open(doc, "", path);
+    rusage before = {};
+    getrusage(RUSAGE_SELF, &before);
+    while (linedoc_read(doc, source) > 0) {
+    }
+    rusage after = {};
+    getrusage(RUSAGE_SELF, &after);
+    EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 4 << 10) << "KiB";
+    EXPECT_EQ(drawn(doc, 7'999'999) + drawn(doc, 0), "abcdef  first   ");
+    std::fstream(path) << std::string(60'000, 'x'); // in place of lines
+    EXPECT_EQ(drawn(doc, 1'000'000) + drawn(doc, 2'000'000), "abcdef  abcdef  ");
+    EXPECT_EQ(drawn(doc, 3'000'000), "abcdef  ");
+    EXPECT_EQ(drawn(doc, 0) + drawn(doc, 9'000), "xxxxxxxx        ");
+    ASSERT_EQ(truncate(path.c_str(), 100'003), 0);
+    for (const std::size_t line : {50'000U, 4'000'000U, 8'000'000U}) {
+        EXPECT_EQ(drawn(doc, line), "        ") << line;
+    }
+    EXPECT_EQ(drawn(doc, 14'285) + drawn(doc, 14'286), "abcdef  ab      ");
+    EXPECT_EQ(linedoc_read(doc, source), 0);
 }
 
 std::string numbered(int from, int to) {

@@ -1,7 +1,7 @@
 // Texts in screen cells. Columns are counted here and never asked of the terminal, so that what is
 // drawn does not depend on where the cursor has been left.
 
-#include "ui/cells.h"
+#include "ui/cells_private.h"
 
 #include "ui/con_private.h"
 #include "util/ascii.h"

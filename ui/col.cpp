@@ -77,7 +77,7 @@ struct ColourName {
     std::int8_t text;
 };
 
-constexpr ColourName colour_names[] = {
+constexpr ColourName COLOUR_NAMES[] = {
     {"black", 0, 0},
     {"blue", 1, 1},
     {"green", 2, 2},
@@ -88,7 +88,7 @@ constexpr ColourName colour_names[] = {
     {"white", 15, 15},
     {"brown", 6, 6},
     {"lightgray", 7, 7},
-    {"darkgray", 7, 0}, // meant: readable on any background, so no name gives colour 8
+    {"darkgray", 7, 0}, // Meant: readable on any background, so no name gives colour 8
     {"lightblue", 9, 9},
     {"lightgreen", 10, 10},
     {"lightcyan", 11, 11},
@@ -97,7 +97,7 @@ constexpr ColourName colour_names[] = {
 };
 
 const ColourName* find_colour(std::string_view name) {
-    for (const ColourName& colour : colour_names) {
+    for (const ColourName& colour : COLOUR_NAMES) {
         if (colour.name == name) {
             return &colour;
         }
@@ -109,7 +109,7 @@ const ColourName* find_colour(std::string_view name) {
 
 std::vector<std::string> col_names() {
     std::vector<std::string> names;
-    for (const ColourName& colour : colour_names) {
+    for (const ColourName& colour : COLOUR_NAMES) {
         names.emplace_back(colour.name);
     }
     return names;

@@ -131,7 +131,7 @@ int read_sequence() {
             return KEYCODE_ESCAPE;
         }
         if (bytes.empty() && byte != '[' && byte != 'O') {
-            return byte; // the Escape is dropped, so a lone one waits for the next key: meant
+            return byte; // Meant: the Escape is dropped, so a lone one waits for the next key
         }
         bytes += static_cast<char>(byte);
         bool more = false;

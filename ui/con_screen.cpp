@@ -185,7 +185,7 @@ void close_screen() {
     ini_set_reporter(nullptr);
 }
 
-constexpr ConScreen curses_screen = {
+constexpr ConScreen CURSES_SCREEN = {
     .drawing = &con_screen_drawing,
     .keyboard = &con_screen_keyboard,
     .close = close_screen,
@@ -218,7 +218,7 @@ int con_open() {
     prepare_reset(false);
     set_modes();
     enter_for_good();
-    con_install(&curses_screen);
+    con_install(&CURSES_SCREEN);
     ini_set_reporter(con_after_screen);
     return 1;
 }

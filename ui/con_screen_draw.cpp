@@ -62,7 +62,7 @@ void left() {
 void set_colours(int text, int back) {
     // The stride is the number of colours even where the pairs were set up with a stride of 16,
     // and COLOR_PAIR keeps the low 8 bits of the pair: with 256 colours only the text colour is
-    // left. Meant, both: colour schemes are made for it.
+    // left. Meant: colour schemes are made for both.
     const int pair = (back & 7) * COLORS + (text & 7);
     const auto colours = static_cast<chtype>(COLOR_PAIR(pair));
     attrset(static_cast<int>(colours | (text > 7 ? A_BOLD : A_NORMAL)));

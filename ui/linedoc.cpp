@@ -1,10 +1,13 @@
-// The line document. The text lies in blocks of 64 KiB as it was read, each with the places in it
-// where lines start, so that 200 MB of any text stay usable: two bytes a line, nothing is moved.
+// The line document. The text is known in blocks of 64 KiB: of each, which line starts in it first.
+// A pipe's blocks are all kept, with the places where lines start, two bytes a line. Of a file only
+// those are that were read or drawn last; the others are read again with pread, which a file that
+// shrinks meanwhile cannot turn into a signal as it could memory mapped to it.
 #include "ui/linedoc.h"
 
-#include "ui/cells.h"
+#include "ui/cells_private.h"
 #include "ui/con.h"
 #include "util/ascii.h"
+#include "util/fd.h"
 
 #include <algorithm>
 #include <array>
@@ -13,8 +16,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <deque>
 #include <new>
-#include <utility>
+#include <vector>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -29,37 +33,37 @@ constexpr std::size_t BLOCK_BYTES = 0x10000; // what one read may take; places f
 constexpr int TAB_COLUMNS = 8;
 constexpr int MARKS_MAX = 4; // combining marks on a cell; more than this no screen cell keeps
 
-} // namespace
+constexpr std::size_t BLOCKS_AT_HAND = 3; // of a file: a screenful lies in one or two
 
 struct LineBlock {
-    std::size_t first_line = 0;        // number of the first line that starts here or later
     std::vector<std::uint16_t> starts; // where lines start, ascending
     std::size_t size = 0;
     std::array<char, BLOCK_BYTES> text; // `size` bytes of it
 };
 
+struct LineMark {
+    std::size_t first_line; // number of the first line that starts in the block or later
+    bool in_line;           // the block begins within a line
+};
+
+} // namespace
+
+struct LineStore {
+    Fd file;              // regular, to be read again; none: every block is kept
+    off_t file_start = 0; // where the text begins in it
+    std::vector<LineMark> marks;
+    std::vector<std::unique_ptr<LineBlock>> blocks; // null: to be read again
+    std::deque<std::size_t> at_hand;                // of a file: those that are not null
+};
+
 LineDoc::LineDoc() = default;
 LineDoc::~LineDoc() = default;
 
-LineSource::~LineSource() {
-    if (owned && fd >= 0) {
-        ::close(fd);
-    }
-}
-
-LineSource::LineSource(LineSource&& other) noexcept
-    : fd(std::exchange(other.fd, -1)), owned(std::exchange(other.owned, false)) {}
-
-LineSource& LineSource::operator=(LineSource&& other) noexcept {
-    std::swap(fd, other.fd);
-    std::swap(owned, other.owned);
-    return *this;
-}
-
 namespace {
 
-/// Ends the program. Status 0 is meant: the programs around the viewer take it as a quit. The
-/// name is written in two pieces and a character at a time because there is no memory to be had.
+/// Ends the program. Meant: status 0, which the programs around the viewer take as a
+/// quit. The name is written in two pieces and a character at a time because there is no memory to
+/// be had.
 [[noreturn]] void end_without_memory(const std::string& dir, const std::string& name) {
     con_close();
     std::fputs("error: not enough memory for file ", stderr);
@@ -83,58 +87,141 @@ bool is_readable(int fd) {
     return poll(&wait, 1, 0) > 0;
 }
 
-/// The block that takes the next bytes.
-LineBlock& tail_block(LineDoc& doc) {
-    if (doc.blocks.empty() || doc.blocks.back()->size == BLOCK_BYTES) {
-        doc.blocks.push_back(std::make_unique_for_overwrite<LineBlock>());
-        doc.blocks.back()->first_line = doc.lines;
+/// Makes room for one more block at hand, and counts it as such.
+std::unique_ptr<LineBlock> take_block(LineStore& store, std::size_t number) {
+    std::unique_ptr<LineBlock> block;
+    if (store.file.is_open()) {
+        if (store.at_hand.size() == BLOCKS_AT_HAND) {
+            block = std::move(store.blocks[store.at_hand.front()]);
+            store.at_hand.pop_front();
+        }
+        store.at_hand.push_back(number);
     }
-    return *doc.blocks.back();
+    if (block == nullptr) {
+        block = std::make_unique_for_overwrite<LineBlock>();
+    }
+    block->starts.clear();
+    block->size = 0;
+    return block;
 }
 
-/// Takes in `count` bytes that were read behind the block's text.
-void append(LineDoc& doc, LineBlock& block, std::size_t count) {
+/// Takes in `count` bytes that were read behind the block's text, `in_line` when they go on with a
+/// line. Whether what follows them does.
+bool append(LineBlock& block, std::size_t count, bool in_line) {
     const char* const text = block.text.data();
     const char* const end = text + block.size + count;
     for (const char* at = text + block.size; at < end;) {
-        if (!doc.line_open) {
+        if (!in_line) {
             block.starts.push_back(static_cast<std::uint16_t>(at - text));
-            ++doc.lines;
         }
         const void* found = std::memchr(at, '\n', static_cast<std::size_t>(end - at));
-        doc.line_open = found == nullptr;
+        in_line = found == nullptr;
         at = found == nullptr ? end : static_cast<const char*>(found) + 1;
     }
     block.size += count;
-    doc.bytes += count;
+    return in_line;
 }
 
-/// The bytes of a line without its line end, cut behind `max`. They stay in the block when the
-/// line ends there, and are gathered in `gathered` otherwise.
-std::string_view line_bytes(const LineDoc& doc, std::size_t index, std::size_t max,
-                            std::string& gathered) {
-    auto block =
-        std::upper_bound(doc.blocks.begin(), doc.blocks.end(), index,
-                         [](std::size_t line, const std::unique_ptr<LineBlock>& candidate) {
-                             return line < candidate->first_line;
-                         }) -
-        1;
-    std::size_t start = (*block)->starts[index - (*block)->first_line];
-    std::string_view bytes;
-    for (; block != doc.blocks.end(); ++block, start = 0) {
-        const std::string_view rest((*block)->text.data() + start, (*block)->size - start);
+/// The place of a text's byte in its file.
+off_t place_of(const LineStore& store, std::size_t byte) {
+    return store.file_start + static_cast<off_t>(byte);
+}
+
+/// The store of a document whose first bytes come from that descriptor.
+std::unique_ptr<LineStore> make_store(int fd) {
+    auto store = std::make_unique<LineStore>();
+    const off_t place = is_regular(fd) ? lseek(fd, 0, SEEK_CUR) : -1;
+    if (place >= 0) {
+        store->file.reset(fcntl(fd, F_DUPFD_CLOEXEC, 0));
+        store->file_start = place;
+    }
+    return store;
+}
+
+/// Reads a block of a file again, as far as it is known. What the file has lost reads as line ends.
+void read_again(const LineDoc& doc, std::size_t number, LineBlock& block) {
+    const std::size_t first = number * BLOCK_BYTES;
+    const std::size_t known = std::min(BLOCK_BYTES, doc.bytes - first);
+    const ssize_t count =
+        pread(doc.store->file.get(), block.text.data(), known, place_of(*doc.store, first));
+    std::fill(block.text.begin() + std::max<ssize_t>(count, 0), block.text.begin() + known, '\n');
+    append(block, known, doc.store->marks[number].in_line);
+}
+
+/// A block with its text.
+LineBlock& block_at(const LineDoc& doc, std::size_t number) {
+    std::unique_ptr<LineBlock>& block = doc.store->blocks[number];
+    if (block == nullptr) {
+        block = take_block(*doc.store, number);
+        if (doc.store->file.is_open()) {
+            read_again(doc, number, *block);
+        }
+    }
+    return *block;
+}
+
+/// The block that takes the next bytes.
+LineBlock& tail_block(LineDoc& doc) {
+    LineStore& store = *doc.store;
+    if (store.blocks.size() * BLOCK_BYTES == doc.bytes) {
+        store.marks.push_back({.first_line = doc.lines, .in_line = doc.line_open});
+        store.blocks.push_back(nullptr);
+    }
+    return block_at(doc, store.blocks.size() - 1);
+}
+
+/// The next bytes of the source, taken into the document: what read gives.
+ssize_t read_piece(LineDoc& doc, int fd) {
+    LineBlock& block = tail_block(doc);
+    char* const end = block.text.data() + block.size;
+    const std::size_t room = BLOCK_BYTES - block.size;
+    const ssize_t count = doc.store->file.is_open() ? pread(doc.store->file.get(), end, room,
+                                                            place_of(*doc.store, doc.bytes))
+                                                    : read(fd, end, room);
+    if (count > 0) {
+        const std::size_t before = block.starts.size();
+        doc.line_open = append(block, static_cast<std::size_t>(count), doc.line_open);
+        doc.lines += block.starts.size() - before;
+        doc.bytes += static_cast<std::size_t>(count);
+    }
+    return count;
+}
+
+/// The bytes of the line that starts there, without its line end, cut behind `max`. They stay in
+/// the block when the line ends there, and are gathered in `gathered` otherwise.
+std::string_view bytes_from(const LineDoc& doc, std::size_t number, std::size_t start,
+                            std::size_t max, std::string& gathered) {
+    for (; number < doc.store->blocks.size(); ++number, start = 0) {
+        const LineBlock& block = block_at(doc, number);
+        const std::string_view rest(block.text.data() + start, block.size - start);
         const std::string_view piece = rest.substr(0, max - gathered.size());
         const std::size_t end = piece.find('\n');
         const bool last = end != piece.npos || gathered.size() + piece.size() == max;
         if (gathered.empty() && last) {
-            bytes = piece.substr(0, end);
-            break;
+            return piece.substr(0, end);
         }
-        bytes = gathered.append(piece.substr(0, end));
+        gathered.append(piece.substr(0, end));
         if (last) {
             break;
         }
     }
+    return gathered;
+}
+
+/// Line `index` as `bytes_from` gives it; nothing where a changed file no longer has it.
+std::string_view line_bytes(const LineDoc& doc, std::size_t index, std::size_t max,
+                            std::string& gathered) {
+    const std::vector<LineMark>& marks = doc.store->marks;
+    const auto after = std::upper_bound(
+        marks.begin(), marks.end(), index,
+        [](std::size_t line, const LineMark& mark) { return line < mark.first_line; });
+    const auto number = static_cast<std::size_t>(after - marks.begin()) - 1;
+    const std::vector<std::uint16_t>& starts = block_at(doc, number).starts;
+    const std::size_t line = index - marks[number].first_line;
+    if (line >= starts.size()) {
+        return {};
+    }
+    std::string_view bytes = bytes_from(doc, number, starts[line], max, gathered);
     // At the very end of the text a CR may be the first half of a line end that is still to come.
     if (!bytes.empty() && bytes.back() == '\r') {
         bytes.remove_suffix(1);
@@ -179,11 +266,11 @@ long linedoc_read(LineDoc& doc, LineSource& source) {
         return 0;
     }
     try {
-        LineBlock& block = tail_block(doc);
-        const ssize_t count =
-            read(source.fd, block.text.data() + block.size, BLOCK_BYTES - block.size);
+        if (doc.store == nullptr) {
+            doc.store = make_store(source.fd);
+        }
+        const ssize_t count = read_piece(doc, source.fd);
         if (count > 0) {
-            append(doc, block, static_cast<std::size_t>(count));
             return count;
         }
         const bool later = count == 0 ? is_regular(source.fd) : errno == EAGAIN || errno == EINTR;
@@ -208,9 +295,13 @@ void linedoc_draw(const LineDoc& doc, std::size_t index, int offset, int width) 
         // megabytes costs no more than what is seen of it.
         const auto max = (static_cast<std::size_t>(offset) + static_cast<std::size_t>(width) + 1) *
                          4 * (1 + MARKS_MAX);
-        std::string gathered;
-        con_puts(
-            linedoc_cells(line_bytes(doc, index, max, gathered), offset, width, cells).c_str());
+        try {
+            std::string gathered;
+            const std::string_view line = line_bytes(doc, index, max, gathered);
+            con_puts(linedoc_cells(line, offset, width, cells).c_str());
+        } catch (const std::bad_alloc&) {
+            end_without_memory({}, doc.file_name);
+        }
     }
     con_spaces(width - cells);
 }

@@ -1,21 +1,23 @@
-// The line document: a text that arrives piece by piece from a stream, held as lines.
+// The line document: a text that arrives piece by piece from a stream, known by its lines.
 #pragma once
+
+#include "util/fd.h"
 
 #include <cstddef>
 #include <memory>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace kx {
 
-struct LineBlock;
+struct LineStore;
 
-/// The text only ever grows: what was read stays, also when the file is cut short behind it.
+/// The text only ever grows. That of a pipe is held in memory; that of a regular file is read again
+/// when it is drawn, and what the file has lost by then is drawn as blanks.
 struct LineDoc {
     std::string file_name; // as opened
     int file_type = -1;    // file type identifier; -1: whoever asks derives it from the name
-    std::vector<std::unique_ptr<LineBlock>> blocks;
+    std::unique_ptr<LineStore> store;
     std::size_t lines = 0;
     std::size_t bytes = 0;
     bool line_open = false; // the last line has no line end yet
@@ -26,16 +28,13 @@ struct LineDoc {
     LineDoc& operator=(const LineDoc&) = delete;
 };
 
-/// A stream to read text from. The descriptor is closed with its owner when `owned`.
+/// A stream to read text from. The descriptor is closed with it when it is `owned`.
 struct LineSource {
     int fd = -1;
-    bool owned = false;
+    Fd owned; // the same, or none
 
     LineSource() = default;
-    LineSource(int descriptor, bool own) : fd(descriptor), owned(own) {}
-    ~LineSource();
-    LineSource(LineSource&& other) noexcept;
-    LineSource& operator=(LineSource&& other) noexcept;
+    LineSource(int descriptor, bool own) : fd(descriptor), owned(own ? descriptor : -1) {}
 };
 
 /// Opens the file `dir` + `name` and names the document after it. A source with fd -1 when it

@@ -2,7 +2,7 @@
 
 #include "ui/menu.h"
 
-#include "ui/cells.h"
+#include "ui/cells_private.h"
 #include "ui/col.h"
 #include "ui/con.h"
 
@@ -142,8 +142,8 @@ std::optional<int> handle_key(Menu& menu, const View& view, int key) {
     return std::nullopt;
 }
 
-// Scrolling stops at both ends. That one too many is taken back by one, not set to the end, is
-// meant: a `top` that stands further out stays where it is.
+// Scrolling stops at both ends. Meant: one too many is taken back by one, not set to the end, so a
+// `top` that stands further out stays where it is.
 int tried_top(int top, const View& view) {
     if (top < 0) {
         return 0;

@@ -2,7 +2,7 @@
 
 #include "ui/msg.h"
 
-#include "ui/cells.h"
+#include "ui/cells_private.h"
 #include "ui/col.h"
 #include "ui/con.h"
 #include "ui/msgbox.h"
@@ -26,7 +26,7 @@ Verbosity verbosity;
 
 namespace {
 
-extern const MsgOutput console_output;
+extern const MsgOutput CONSOLE_OUTPUT;
 
 struct Counter {
     int cur = 0;
@@ -34,8 +34,8 @@ struct Counter {
     std::optional<int> last; // reduced value last drawn; none since the display began
 };
 
-struct MsgState {
-    const MsgOutput* output = &console_output;
+struct State {
+    const MsgOutput* output = &CONSOLE_OUTPUT;
     MsgOutput own;          // of `msg_set_table`
     int line_len = 0;       // of what stands on the output line; 0: a fresh line
     int progress_width = 0; // of the progress text; the cursor stands at its start
@@ -49,7 +49,7 @@ struct MsgState {
     std::optional<std::uint32_t> tick_last;
     ConRect box; // of the windowed display
 };
-MsgState state;
+State state;
 
 // Texts --------------------------------------------------------------------------------------
 
@@ -170,7 +170,7 @@ void console_warning(const std::string& text) {
 void console_error(const std::string& text) {
     break_line();
     emit("error");
-    { // meant: set after the word, the colours colour nothing
+    { // Meant: set after the word, the colours colour nothing
         const ColScope colours(COL_CONSOLE_ERROR);
     }
     emit(": " + text + " ");
@@ -364,7 +364,7 @@ void windowed_end(int result) {
 
 // The modes ----------------------------------------------------------------------------------
 
-const MsgOutput console_output = {
+const MsgOutput CONSOLE_OUTPUT = {
     .info = console_info,
     .warning = console_warning,
     .error = console_error,
@@ -377,9 +377,9 @@ const MsgOutput console_output = {
     .progress_end = console_end,
 };
 
-constexpr MsgOutput quiet_output = {};
+constexpr MsgOutput QUIET_OUTPUT = {};
 
-constexpr MsgOutput windowed_output = {
+constexpr MsgOutput WINDOWED_OUTPUT = {
     .error = windowed_error,
     .message = windowed_message,
     .progress_begin = windowed_begin,
@@ -389,8 +389,8 @@ constexpr MsgOutput windowed_output = {
 };
 
 // By mode number.
-constexpr const MsgOutput* outputs[] = {&console_output, &console_output, &quiet_output,
-                                        &windowed_output, &quiet_output};
+constexpr const MsgOutput* OUTPUTS[] = {&CONSOLE_OUTPUT, &CONSOLE_OUTPUT, &QUIET_OUTPUT,
+                                        &WINDOWED_OUTPUT, &QUIET_OUTPUT};
 
 template <typename... Values, typename... Given>
 void tell(void (*entry)(Values...), Given&&... given) {
@@ -402,8 +402,8 @@ void tell(void (*entry)(Values...), Given&&... given) {
 } // namespace
 
 void msg_set_output(int mode) {
-    if (mode >= 0 && mode < static_cast<int>(std::size(outputs))) {
-        state.output = outputs[mode];
+    if (mode >= 0 && mode < static_cast<int>(std::size(OUTPUTS))) {
+        state.output = OUTPUTS[mode];
     }
 }
 

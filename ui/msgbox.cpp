@@ -2,7 +2,7 @@
 
 #include "ui/msgbox.h"
 
-#include "ui/cells.h"
+#include "ui/cells_private.h"
 #include "ui/col.h"
 
 #include <algorithm>
@@ -48,8 +48,8 @@ std::size_t line_down(std::string_view text, std::size_t pos) {
     return end == std::string_view::npos ? pos : end + 1;
 }
 
-// One character further back than the line end: the first row then starts with the last character
-// of the line before. This is meant, the box has always scrolled up so.
+// Meant: one character further back than the line end. The first row then starts with the last
+// character of the line before, as the box has always scrolled up.
 std::size_t line_up(std::string_view text, std::size_t pos) {
     if (pos == 0) {
         return 0;

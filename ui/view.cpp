@@ -24,13 +24,13 @@ constexpr int BAR_ROWS = 2;    // title and status bar
 constexpr int QUIT_CELLS = 12; // what the status bar keeps for its last entry
 constexpr int IDLE_MS = 10;
 
-struct ViewState {
+struct State {
     int cols = -1; // the screen's size at the last draw; -1: clear it at the next
     int rows = -1;
     unsigned screen = 0; // counts the clearings: what was drawn before one is gone
     bool second_focused = false;
 };
-ViewState state;
+State state;
 
 /// A pane in the loop.
 struct Shown {
@@ -198,13 +198,13 @@ void split_standard_input(LineSource& source) {
     if (source.fd != STDIN_FILENO) {
         return;
     }
-    source.owned = false; // standard input stays open until the terminal takes its place
+    source.owned.release(); // standard input stays open until the terminal takes its place
     source = LineSource(fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1), true);
-    LineSource keys(open("/dev/tty", O_RDWR | O_CLOEXEC), true);
-    if (keys.fd < 0) {
-        keys = LineSource(open("/dev/null", O_RDONLY | O_CLOEXEC), true);
+    Fd keys(open("/dev/tty", O_RDWR | O_CLOEXEC));
+    if (!keys.is_open()) {
+        keys.reset(open("/dev/null", O_RDONLY | O_CLOEXEC));
     }
-    dup2(keys.fd, STDIN_FILENO);
+    dup2(keys.get(), STDIN_FILENO);
 }
 
 } // namespace
