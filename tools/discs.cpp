@@ -177,9 +177,9 @@ std::string name_for_disc(Disc& disc, const std::string& path) {
 
 int discs_fail(const Disc& disc, const std::string& hint) {
     const DiscFailure& failure = disc.failure;
-    const std::string text = failure.reason == DiscReason::Host ? host_why(disc.path, failure.error)
-                                                                : without_stop(failure.text);
-    const bool named = text.find(ascii_escape(disc.path)) != std::string::npos;
+    const bool host = failure.reason == DiscReason::Host;
+    const std::string text = host ? host_why(disc.path, failure.error) : without_stop(failure.text);
+    const bool named = host || text.find(ascii_escape(disc.path)) != std::string::npos;
     return report_fail(code_of(failure), (named ? "" : disc.path + ": ") + text, hint);
 }
 

@@ -159,6 +159,10 @@ int kx_run(int argc, char** argv) {
         return run_without_verb(words);
     }
     const std::string name = words[at];
+    std::vector<std::string> rest; // none: what stands in front of the verb belongs to options
+    std::string error;
+    options_parse({}, global_options(),
+                  {words.begin(), words.begin() + static_cast<std::ptrdiff_t>(at)}, rest, error);
     words.erase(words.begin() + static_cast<std::ptrdiff_t>(at));
     if (name == "help") {
         report_begin("help");

@@ -115,7 +115,8 @@ std::string unknown_option(const std::string& word, std::span<const Option> opti
 /// What is wrong, of the texts of CLI11: they begin with the option's name.
 std::string parse_error_text(const CLI::ParseError& failure) {
     const std::string text = failure.what();
-    const std::string name = text.substr(0, text.find_first_of(": "));
+    std::string name = text.substr(0, text.find_first_of(": "));
+    name = (name.starts_with('-') ? "" : name.size() > 1 ? "--" : "-") + name;
     const bool is_flag = text.find("flag override") != std::string::npos;
     return name + (is_flag ? " takes no value" : " needs a value");
 }

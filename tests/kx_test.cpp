@@ -1,0 +1,304 @@
+// The kx command as its users run it: lines for a shell, in a directory of their own, and what they
+// print. cc1541, cbmconvert and jq are the witnesses.
+#include "tests/support/temp_dir.h"
+#include "tests/support/terminal.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace kx::test {
+
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+/// A line for the shell, and what it is to print: all of it.
+struct Line {
+    const char* command;
+    int status;
+    std::string out, err;
+};
+
+struct KxTest : testing::Test {
+    TempDir dir;
+
+    /// What a shell prints that finds kx. There is no base directory but the shipped one, as
+    /// "base".
+    Outcome shell(const std::string& command) const {
+        const std::string bin =
+            std::string(KX_COMMAND).substr(0, std::string(KX_COMMAND).rfind('/'));
+        return run_program({"/bin/sh", "-c", "PATH=" + bin + ":$PATH; " + command},
+                           {.env = {{"HOME", "/nonexistent"},
+                                    {"XDG_DATA_HOME", ""},
+                                    {"KXPATH", ""},
+                                    {"NO_COLOR", ""},
+                                    {"base", std::string(KX_SOURCE_DIR) + "/base"}},
+                            .cwd = dir.path()});
+    }
+
+    /// Each line after the one before it, in the same directory.
+    void check(const std::vector<Line>& lines) const {
+        for (const Line& line : lines) {
+            SCOPED_TRACE(line.command);
+            const Outcome outcome = shell(line.command);
+            EXPECT_EQ(outcome.status, line.status);
+            EXPECT_EQ(outcome.out, line.out);
+            EXPECT_EQ(outcome.err, line.err);
+        }
+    }
+};
+
+TEST_F(KxTest, WrongCommandLinesSayWhatIsMeant) {
+    const std::string usage =
+        "hint: usage: kx ls IMAGE [PATTERN...] [-i] [-l] [-1] [--map] [--all]\n";
+    check({
+        {"kx --version", 0, "kx 0.2\n", ""},
+        {"kx lss", 2, "",
+         "kx: error: there is no command 'lss'; did you mean 'ls'?\nhint: kx --help lists them\n"},
+        {"kx -q lss", 2, "", "kx: error: there is no command 'lss'; did you mean 'ls'?\n"},
+        {"kx help lss", 2, "", "kx: error: there is no command 'lss'; did you mean 'ls'?\n"},
+        {"kx ls", 2, "", "kx: error: IMAGE is missing\n" + usage},
+        {"kx ls --lnog a", 2, "",
+         "kx: error: unknown option '--lnog'; did you mean '--long'?\n" + usage},
+        {"kx ls --long=1 a", 2, "", "kx: error: --long takes no value\n" + usage},
+        {"kx --color=blue ls a", 2, "",
+         "kx: error: --color takes auto|always|never, not 'blue'\n" + usage},
+        {"kx ls a --timeout 0", 2, "",
+         "kx: error: '0' is no number of seconds from 0.1 to 600\n" + usage},
+        {"kx ls a --port", 2, "", "kx: error: --port needs a value\n" + usage},
+        {"kx --base= ls a", 2, "", "kx: error: --base needs a value\n" + usage},
+        {"kx -- ls -- -a", 1, "", "kx: error: -a: No such file or directory\n"},
+        {"printf abc | kx dump --at 010", 2, "",
+         "kx: error: --at: '010' is ambiguous: write 8, 10 or 0x10\n"},
+        {"printf abc | kx dump --at 009", 2, "",
+         "kx: error: --at: '009' is ambiguous: write 9 or 0x9\n"},
+        {"printf abc | kx dump --at '$1_0'", 2, "", "kx: error: --at: '$1_0' is no number\n"},
+        {"printf abc | kx dump --range 3-2", 2, "",
+         "kx: error: --range: '3-2' ends before it begins\n"},
+        {"printf abc | kx dump --range 1:0x100000000", 2, "",
+         "kx: error: --range: '0x100000000' is too large: 4294967295 ($FFFFFFFF) at most\n"},
+        {"kx ls no.d64 --json | jq -c .", 0,
+         R"({"kx":1,"command":"ls","ok":false,"error":{"code":"not-found","text":)"
+         R"("no.d64: No such file or directory","hint":""}})"
+         "\n",
+         "kx: error: no.d64: No such file or directory\n"},
+        {"kx ls \"$(printf 'a\\033[31m')\"", 1, "",
+         "kx: error: a\\x1b[31m: No such file or directory\n"},
+    });
+    EXPECT_EQ(shell("kx").status, 2);
+    EXPECT_EQ(shell("kx").out, "");
+    EXPECT_THAT(shell("kx").err, HasSubstr("\n  ls        directory of a disc image\n"));
+}
+
+TEST_F(KxTest, NoEscapeReachesAPipeOrAPlainTerminal) {
+    dir.write("a.prg", "x");
+    shell("kx mkfs d.d64 a.prg");
+    for (const char* command : {"kx --help | cat", "kx ls d.d64 --color=auto"}) {
+        EXPECT_THAT(shell(command).out, Not(HasSubstr("\x1b"))) << command;
+    }
+    EXPECT_THAT(shell("CLICOLOR_FORCE=1 kx ls d.d64").out, HasSubstr("\x1b[7m"));
+    EXPECT_THAT(shell("NO_COLOR=1 CLICOLOR_FORCE=1 kx ls d.d64").out, Not(HasSubstr("\x1b")));
+    struct Row {
+        std::map<std::string, std::string> env;
+        bool coloured;
+    };
+    for (const Row& row :
+         {Row{{}, true}, Row{{{"NO_COLOR", "1"}}, false}, Row{{{"TERM", "dumb"}}, false}}) {
+        Terminal terminal(80, 24);
+        terminal.spawn({KX_COMMAND, "ls", dir.file("d.d64")}, {.env = row.env});
+        EXPECT_EQ(terminal.wait_exit(), 0);
+        EXPECT_EQ(terminal.output().find('\x1b') != std::string::npos, row.coloured)
+            << terminal.output();
+    }
+}
+
+TEST_F(KxTest, DiscsKeepWhatIsPutOnThem) {
+    dir.write("hello.prg", std::string("\x01\x08hello", 7));
+    dir.write("long.seq", std::string(1000, 's'));
+    dir.write("big.prg", std::string(200000, 'b'));
+    const std::string listing = "0 \"MY DISK         \" AB 2A\n"
+                                "1    \"HELLO\"            PRG\n"
+                                "4    \"LONG\"             SEQ\n"
+                                "659 BLOCKS FREE.\n";
+    check({
+        {"kx mkfs d.d64 -N 'MY DISK' -I AB hello.prg long.seq", 0, "",
+         "d.d64: HELLO  1 block\nd.d64: LONG  4 blocks\nd.d64: 659 blocks free\n"},
+        {"kx ls d.d64", 0, listing, ""},
+        {"kx mkfs d.d64", 1, "", "kx: error: 'd.d64' is there already\nhint: -f replaces it\n"},
+        // All or nothing, whatever fails.
+        {"kx put d.d64 long.seq -N NEW big.prg", 2, "",
+         "kx: error: -N names one file, there are more\n"},
+        {"cp long.seq new.seq; kx put d.d64 new.seq big.prg", 1, "",
+         "kx: error: d.d64: 792 blocks needed, 659 free; nothing was written\n"},
+        {"kx put d.d64 new.seq hello.prg", 1, "",
+         "kx: error: d.d64: there is a file 'HELLO'\nhint: -f replaces it\n"},
+        {"kx rm d.d64 LONG GONE", 1, "", "kx: error: d.d64: there is no file 'GONE'\n"},
+        {"kx put -n d.d64 new.seq", 0, "", "nothing was changed (dry run)\nd.d64: NEW  4 blocks\n"},
+        {"kx ls d.d64", 0, listing, ""},
+        // Names of any codes.
+        {"kx put d.d64 -q --lock hello.prg -N 'odd#a0#01#2a'", 0, "", ""},
+        {"kx ls -1 d.d64", 0, "HELLO\nLONG\nODD#a0#01#2a\n", ""},
+        {"kx ls d.d64 --json | jq -c '.entries[2] | [.name_hex, .locked, .type]'", 0,
+         "[\"4f4444a0012a\",true,\"prg\"]\n", ""},
+        {"kx get d.d64 'odd#A0#01#2a' -o - | cmp - hello.prg", 0, "", ""},
+        {"kx get d.d64 :2 -o - | cmp - hello.prg", 0, "", ""},
+        {"kx rm d.d64 'o*'", 1, "",
+         "kx: error: d.d64: 'ODD .*' is locked\nhint: -f takes it, too\n"},
+        {"kx rm d.d64 'o*' -f", 0, "", "d.d64: ODD .* scratched, 1 block free\n"},
+        {"kx mv d.d64 hello WORLD", 0, "", "d.d64: HELLO is now WORLD\n"},
+        {"kx mv d.d64 '*' X", 2, "", "kx: error: '*' stands for 2 files\n"},
+        {"kx mv d.d64 --label NEW,ZZ", 0, "", "d.d64: the disc is now \"NEW             \" ZZ\n"},
+        {"kx put e.d64 --create d.d64:w*d", 0, "", "e.d64: WORLD  1 block\n"},
+        {"kx get e.d64 -C . -l", 0, "", "world.prg  7 bytes\n"},
+        {"kx get e.d64 -l", 1, "", "kx: error: world.prg exists\nhint: -f replaces it\n"},
+        {"cmp world.prg hello.prg && kx check d.d64 e.d64", 0, "d.d64: ok\ne.d64: ok\n", ""},
+        {"kx ls hello.prg", 1, "",
+         "kx: error: 'hello.prg' is no 1541 image, by size and content\n"},
+    });
+}
+
+TEST_F(KxTest, OtherDiscToolsReadWhatKxWritesAndTheOtherWayRound) {
+    std::string bytes;
+    for (int i = 0; i < 3000; i++) {
+        bytes += static_cast<char>(i * 7);
+    }
+    dir.write("data.prg", bytes);
+    dir.write("empty.prg", "");
+    check({
+        {"kx -q mkfs kx.d64 data.prg", 0, "", ""},
+        {"cbmconvert -n -d kx.d64 >/dev/null 2>&1; cmp data.prg \"$(ls | grep -i '^data' | grep -v "
+         "data.prg)\"",
+         0, "", ""},
+        {"cc1541 kx.d64 | grep -c '\"data\" *prg'", 0, "1\n", ""},
+        {"cc1541 -q -n OTHER -f data -w data.prg cc.d64 >/dev/null", 0, "", ""},
+        {"kx check cc.d64 && kx get cc.d64 DATA -o - | cmp - data.prg", 0, "cc.d64: ok\n", ""},
+        {"kx put -q cc.d64 data.prg -N second && cc1541 cc.d64 | grep -c '\"second\"'", 0, "1\n",
+         ""},
+        {"kx check cc.d64", 0, "cc.d64: ok\n", ""},
+    });
+}
+
+TEST_F(KxTest, DamageIsFoundAndRepaired) {
+    dir.write("a.prg", std::string(600, 'a'));
+    shell("kx mkfs d.d64 a.prg");
+    std::string image = read_file(dir.file("d.d64"));
+    image[0x16500 + 4 + 16 * 4 + 1] = '\xFF'; // the map's sectors 0 to 7 of track 17 are free
+    dir.write("d.d64", image);
+    check({
+        {"kx check d.d64 | tail -1", 0, "d.d64: 2 problems\n", ""},
+        {"kx check d.d64 --json | jq -c '[.ok, .images[0].problems]'", 0, "[false,2]\n", ""},
+        {"kx check -n --repair d.d64 >/dev/null; kx check d.d64 >/dev/null", 1, "",
+         "nothing was changed (dry run)\n"},
+        {"kx check --repair d.d64 | tail -1", 0, "d.d64: ok\n", ""},
+        {"kx check d.d64", 0, "d.d64: ok\n", ""},
+        {"head -c 100000 d.d64 >cut.d64; kx put cut.d64 a.prg -f", 1, "",
+         "kx: error: cut.d64: the image is cut: it has 100000 bytes of 174848\n"},
+    });
+}
+
+TEST_F(KxTest, AKilledPutLeavesTheOldImage) {
+    dir.write("a.prg", std::string(100000, 'a'));
+    dir.write("b.prg", std::string(100000, 'b'));
+    shell("kx mkfs d.d64 a.prg");
+    const std::string before = read_file(dir.file("d.d64"));
+    const Outcome after = shell("cp d.d64 want.d64; kx put -q want.d64 -f b.prg -N A");
+    ASSERT_EQ(after.status, 0) << after.err;
+    const std::string want = read_file(dir.file("want.d64"));
+    for (int i = 0; i < 20; i++) {
+        // The pause is where it strikes, not what is waited for: both ends are right.
+        shell("cp want.d64 t; mv t x.d64; cp d.d64 x.d64; kx put -q x.d64 -f b.prg -N A & p=$!; "
+              "sleep 0.00" +
+              std::to_string(i % 10) + "; kill -9 $p; wait $p");
+        const std::string image = read_file(dir.file("x.d64"));
+        EXPECT_TRUE(image == before || image == want) << i;
+    }
+}
+
+TEST_F(KxTest, FilesAreDumpedPatchedAndNamedWithoutAnySetUp) {
+    dir.write("a.prg", std::string("\x01\x08\xEE\x20\xD0\x4C\xE2\xFC", 8));
+    dir.write("s.lbl", "al 00ffd2 .CHROUT\nal C:0801 .start\n");
+    check({
+        {"printf 'hello world more.\\001' | kx dump --at '$c000' --json | jq -r .hex", 0,
+         "68656c6c6f20776f726c64206d6f72652e01\n", ""},
+        {"kx hexdump a.prg --range 2-4", 0, "00000002:  ee 20 d0  ;. .\n", ""},
+        {"kx -q mkfs d.d64 -N ABC; kx dump d.d64 --block 18/0 | sed -n 10p", 0,
+         "00016590:  41 42 43 a0 a0 a0 a0 a0 a0 a0 a0 a0 a0 a0 a0 a0  ;ABC.............\n", ""},
+        {"kx dump d.d64 --block 18/19", 2, "",
+         "kx: error: --block: no block '18/19' on a 1541's disc\n"},
+        {"kx symbols s.lbl", 0, "$0801        start   -   \n$FFD2        CHROUT  -   \n", ""},
+        {"kx symbols s.lbl --at CHROUT+3", 0, "$FFD5 CHROUT+3\n", ""},
+        {"kx symbols s.lbl --find 'st*' --json | jq -c '[.symbols[].address]'", 0, "[2049]\n", ""},
+        {"kx symbols s.lbl --find x", 1, "", "kx: error: there is no symbol 'x'\n"},
+        {"kx symbols s.lbl --to vice", 0, "al 000801 .start\nal 00ffd2 .CHROUT\n", ""},
+        {"kx symbols --base $base -t c64 --at '$ffd2'", 0, "$FFD2 CHROUT\n", ""},
+        {"kx symbols", 3, "",
+         "kx: error: no base directory: KXPATH is not set, and there is no "
+         "/nonexistent/.local/share/kx\nhint: kx-init makes one\n"},
+        {"kx symbols --base $base -t c65 2>&1 | tail -1", 0, "hint: did you mean 'c64'?\n", ""},
+        {"kx patch a.prg --patches $base/patches/c64.ini --name no_flicker -i", 0,
+         "no colour marks: 1 place: $0801\n", ""},
+        {"kx dump a.prg; kx dump a.prg.orig", 0,
+         "00000000:  01 08 ee 3f d0 4c e2 fc  ;...?.L..\n"
+         "00000000:  01 08 ee 20 d0 4c e2 fc  ;... .L..\n",
+         ""},
+        {"kx patch a.prg --patches $base/patches/c64.ini --name no_flicker -i", 1,
+         "no colour marks: 0 places\n", "kx: error: a.prg: no patch fits; nothing was written\n"},
+        {"kx view a.prg | cmp - a.prg", 0, "", ""},
+    });
+}
+
+TEST_F(KxTest, LintFindsWhatTheLoaderSwallows) {
+    const std::string good = read_file(std::string(KX_SOURCE_DIR) + "/base/config/c64.ini");
+    struct Row {
+        const char *from, *to, *finding;
+    };
+    const Row rows[] = {
+        {"name=/dev", "name =/dev",
+         "error: blank before '=': the key is 'name ' and [port] name is empty [blank]"},
+        {"baud=38400", "baud=250000",
+         "error: 250000 baud cannot be set; 9600, 19200, 38400, 57600 or 115200 [baud]"},
+        {"name=serial", "name=Serial",
+         "error: unknown cable 'Serial', did you mean 'serial'? [tag]"},
+        {"0x0002,0x9fff", "0x0000,0x9fff",
+         "error: [memory] n1: $0000-$0001 belongs to n0, which comes first [region]"},
+        {"0x0002,0x9fff", "0x0002,0x0001", "error: [memory] n1: $0001 is before $0002 [region]"},
+        {"0xe000,0xffff", "0xe000,0x1ffff",
+         "error: [memory] n10: above $FFFF, the last address of 16 bits [region]"},
+        {"num=11", "num=12", "error: [memory] num is 12, and there is no n11 [count]"},
+        {"cpuregs=6", "cpuregs=06", "warning: [target] cpuregs: '06' is octal, 6 [number]"},
+        {"[dropper]", "[dropped]",
+         "error: no section [dropper]: the program that looks for it ends [section]"},
+        {"[config]", ";",
+         "error: no section [config]: kxsetup ends with this file in its directory [section]"},
+        {"symbols/c64_kernal", "symbols/c64_krnal",
+         "error: [symbols] n0: there is no symbols/c64_krnal.ini [file]"},
+        {"type=target", "type=targte",
+         "error: [config] type is 'targte': nobody lists this file; target, colors and charset are "
+         "listed, did you mean 'target'? [type]"},
+        {"addr=0", "addr",
+         "error: no '=' in this line: what follows up to the next '=' belongs to the key 'addr' "
+         "[runon]"},
+        {"addr=0", "addr=0\naddr=1", "warning: [port] addr comes again in line"},
+    };
+    for (const Row& row : rows) {
+        std::string text = good;
+        const std::size_t at = text.find(row.from);
+        ASSERT_NE(at, std::string::npos) << row.from;
+        dir.write("config/mine.ini", text.replace(at, std::string(row.from).size(), row.to));
+        const Outcome outcome = shell("kx lint --base $base config/mine.ini");
+        EXPECT_THAT(outcome.out, HasSubstr(row.finding)) << row.to;
+        EXPECT_EQ(outcome.status, std::string(row.finding).starts_with("error") ? 1 : 0) << row.to;
+    }
+    check({{"kx lint --base $base -W error --no-rule region", 0, "", ""}});
+}
+
+TEST_F(KxTest, TheExampleIsWhatItsSourceAssemblesTo) {
+    check({{"cl65 -t none -o x.prg $base/examples/hello.s && rm -f $base/examples/hello.o && "
+            "cmp x.prg $base/examples/hello.prg",
+            0, "", ""}});
+}
+
+} // namespace
+
+} // namespace kx::test
