@@ -1,9 +1,11 @@
-// The frame around every fuzzer.
+// The frame around every fuzzer; the environment's KX_FUZZER says which one runs.
 #include "fuzz/fuzz.h"
 
 #include "charsets/charset.h"
 #include "core/active_config.h"
+#include "core/simulator.h"
 #include "link/port.h"
+#include "link/target_memory.h"
 #include "ui/msg.h"
 #include "util/fd.h"
 
@@ -15,7 +17,6 @@
 #include <set>
 #include <sys/socket.h>
 #include <termios.h>
-#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -24,26 +25,20 @@ namespace {
 struct ProgramEnd {};
 
 struct State {
+    kx::fuzz::Fuzzer fuzzer = nullptr;
     int depth = 0;      // of ends(), within which the program does not end
     fs::path directory; // the fuzzer's own, removed at its end
     kx::Fd far_end;     // of the line
 };
 State state;
 
-void remove_directory() {
-    std::error_code error;
-    fs::current_path("/", error);
-    fs::remove_all(state.directory, error);
-}
-
-void make_directory() {
-    const char* place = std::getenv("TMPDIR");
-    std::string path = std::string(place != nullptr ? place : "/tmp") + "/kxfuzz.XXXXXX";
-    if (mkdtemp(path.data()) == nullptr) {
-        std::abort();
-    }
+void start() {
+    const char* name = std::getenv("KX_FUZZER");
+    state.fuzzer = kx::fuzz::fuzzers.at(name != nullptr ? name : "");
+    std::string path = fs::temp_directory_path() / "kxfuzz.XXXXXX";
+    kx::fuzz::check(mkdtemp(path.data()) != nullptr, "a directory can be made");
     state.directory = path;
-    std::atexit(remove_directory);
+    std::atexit([] { fs::remove_all(state.directory); });
 }
 
 } // namespace
@@ -59,7 +54,7 @@ extern "C" {
     __real_exit(status);
 }
 
-// A socket is no terminal, and so that it can stand for one, it takes every setting.
+// A socket is no terminal; so that it can stand for one, it takes every setting.
 int __wrap_tcgetattr(int, termios*) {
     return 0;
 } // NOLINT
@@ -71,18 +66,18 @@ int __wrap_tcflush(int, int) {
 } // NOLINT
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) { // NOLINT
-    if (state.directory.empty()) {
-        make_directory();
+    if (state.fuzzer == nullptr) {
+        start();
     }
-    for (const auto& entry : fs::directory_iterator(state.directory)) {
-        fs::remove_all(entry);
-    }
+    fs::remove_all(state.directory);
+    fs::create_directory(state.directory);
     fs::current_path(state.directory);
     kx::active_config_reset();
     kx::charset_reset();
-    kx::msg_reset();
+    kx::msg_set_output(kx::MSG_QUIET);
     kx::verbosity.silent = 1;
-    kx::fuzz::run(data, size);
+    FuzzedDataProvider input(data, size);
+    state.fuzzer(input);
     return 0;
 }
 }
@@ -119,31 +114,26 @@ std::string get(const std::string& name) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-std::vector<std::string> texts(const std::uint8_t* data, std::size_t size, std::size_t count) {
-    std::vector<std::string> parts(1);
-    for (std::size_t i = 0; i < size; i++) {
-        if (data[i] == '\f' && parts.size() < count) {
-            parts.emplace_back();
-        } else {
-            parts.back() += static_cast<char>(data[i]);
-        }
+std::set<std::string> tree(const std::string& name) {
+    std::set<std::string> files;
+    for (const auto& entry : fs::recursive_directory_iterator(state.directory / name)) {
+        files.insert(entry.path().string() + "\n" +
+                     (entry.is_regular_file() ? get(entry.path()) : ""));
     }
-    parts.resize(count);
-    return parts;
+    return files;
 }
 
 void line_open(std::string_view sent) {
-    int ends[2];
-    check(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0, "a line");
-    state.far_end.reset(ends[0]);
+    const int room = 4 << 20;
+    int pair[2];
+    check(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) == 0, "a line can be had");
+    state.far_end.reset(pair[0]);
     active_config.port_type = PORT_SERIAL;
     serial_set_write_limit(1);
-    check(port_adopt(Fd(ends[1]), "line", 38400) == 1, "the port opens");
-    const int room = 4 << 20;
-    setsockopt(ends[0], SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
-    check(::send(ends[0], sent.data(), sent.size(), MSG_DONTWAIT) ==
-              static_cast<ssize_t>(sent.size()),
-          "all is sent");
+    check(port_adopt(Fd(pair[1]), "line", 38400) == 1, "the port opens");
+    setsockopt(pair[0], SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
+    const ssize_t gone = send(pair[0], sent.data(), sent.size(), MSG_DONTWAIT);
+    check(gone == static_cast<ssize_t>(sent.size()), "all is sent");
 }
 
 std::string line_answer() {
@@ -155,17 +145,12 @@ std::string line_answer() {
     return answer;
 }
 
-std::string tree(const std::string& directory) {
-    std::set<std::string> lines;
-    for (const auto& entry : fs::recursive_directory_iterator(state.directory / directory)) {
-        lines.insert(entry.path().string() +
-                     (entry.is_regular_file() ? ":" + get(entry.path()) : "/") + "\n");
-    }
-    std::string all;
-    for (const std::string& line : lines) {
-        all += line;
-    }
-    return all;
+void memory_open(std::uint8_t bits) {
+    mem_mode = MEM_SIMULATOR;
+    active_config.addr_bits = bits;
+    MemoryMap& map = active_config.memory_map;
+    memory_map_set_type(map, memory_map_add(map, 0, 0, 0xFFFFFFFF), MEMORY_RAM_ROM);
+    check(sim_init() == 1, "the simulator starts");
 }
 
 } // namespace kx::fuzz
