@@ -10,7 +10,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -211,23 +210,23 @@ int change_entry(Disc& disc, int number, D64Change kind, Change change) {
     return d64_change(disc.image, kind, [&] { return change(*d64_entry(disc.image, number)); });
 }
 
-/// Makes sure that the image's path is still free, or still leads to the locked file. A new name is
-/// taken, so that of two programs that create it one fails.
-int claim_path(Disc& disc) {
+/// Puts the image in place: a new one where nothing is, so that of two programs that create it one
+/// fails; another where the path still leads to the locked file.
+int put_in_place(Disc& disc) {
     const std::string shown = ascii_escape(disc.path);
-    if (!disc.is_new) {
-        return image_is_file(disc.image, disc.path)
-                   ? 1
-                   : fail(disc, DiscReason::InUse,
-                          text_printf("another file has taken the place of '%s'.", shown.c_str()));
+    if (!disc.is_new && !image_is_file(disc.image, disc.path)) {
+        return fail(disc, DiscReason::InUse,
+                    text_printf("another file has taken the place of '%s'.", shown.c_str()));
     }
-    const Fd file(open(disc.path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
-    if (file.is_open()) {
+    const std::vector<std::uint8_t>& bytes = *disc.image.memory;
+    if ((disc.is_new ? file_create(disc.path, bytes) : file_replace(disc.path, bytes)) == 0) {
         return 1;
     }
-    return errno == EEXIST ? fail(disc, DiscReason::Exists,
-                                  text_printf("'%s' is there already.", shown.c_str()))
-                           : fail_host(disc, "create");
+    errno = file_last_error().error;
+    return disc.is_new && errno == EEXIST
+               ? fail(disc, DiscReason::Exists,
+                      text_printf("'%s' is there already.", shown.c_str()))
+               : fail_host(disc, "write");
 }
 
 std::string printable(const Disc& disc, std::span<const std::uint8_t> codes) {
@@ -261,18 +260,7 @@ int disc_create(Disc& disc, const std::string& path, const DiscFormat& format) {
 }
 
 int disc_commit(Disc& disc) {
-    if (must_change(disc) != 1) {
-        return -1;
-    }
-    if (claim_path(disc) != 1) {
-        return -1;
-    }
-    if (file_replace(disc.path, *disc.image.memory) != 0) {
-        errno = file_last_error().error;
-        fail_host(disc, "write");
-        if (disc.is_new) {
-            unlink(disc.path.c_str());
-        }
+    if (must_change(disc) != 1 || put_in_place(disc) != 1) {
         return -1;
     }
     disc.access = DiscAccess::Read;

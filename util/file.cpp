@@ -183,6 +183,7 @@ void sync_directory(const fs::path& directory) {
 struct Content {
     std::uint64_t size;
     const FileSource& source;
+    bool only_new = false; // nothing may be in its place yet
 };
 
 /// 0, or -1 with errno; EIO where the source fails.
@@ -201,6 +202,16 @@ int write_content(int fd, const Content& content) {
         at += piece.size();
     }
     return 0;
+}
+
+/// 0, or -1 with errno, EEXIST where something has the name.
+int rename_to_new(const char* from, const char* to) {
+    const int result = renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE);
+    if (result == 0 || (errno != EINVAL && errno != ENOSYS)) {
+        return result;
+    }
+    // Not every file system knows of that; a second name is never given to what is there.
+    return link(from, to) == 0 ? unlink(from) : -1;
 }
 
 /// `old` is null where there is no file yet.
@@ -226,7 +237,8 @@ Outcome replace_by_renaming(const fs::path& target, const struct stat* old,
         fail("sync");
         return Outcome::Failed;
     }
-    if (std::rename(temporary.path.c_str(), target.c_str()) != 0) {
+    const auto move = content.only_new ? rename_to_new : std::rename;
+    if (move(temporary.path.c_str(), target.c_str()) != 0) {
         return refuse("rename");
     }
     temporary.path.clear();
@@ -281,6 +293,13 @@ int replace_regular(const std::string& path, const struct stat* old, const Conte
         nanosleep(&pause, nullptr);
     }
     return fail("lock", EWOULDBLOCK);
+}
+
+FileSource source_of(std::span<const std::uint8_t> content) {
+    return [content](std::uint64_t offset, std::span<std::uint8_t> bytes) {
+        std::ranges::copy(content.subspan(offset, bytes.size()), bytes.begin());
+        return true;
+    };
 }
 
 } // namespace
@@ -372,11 +391,16 @@ int file_replace(const std::string& path, std::uint64_t size, const FileSource& 
 }
 
 int file_replace(const std::string& path, std::span<const std::uint8_t> content) {
-    return file_replace(path, content.size(),
-                        [content](std::uint64_t offset, std::span<std::uint8_t> bytes) {
-                            std::ranges::copy(content.subspan(offset, bytes.size()), bytes.begin());
-                            return true;
-                        });
+    return file_replace(path, content.size(), source_of(content));
+}
+
+int file_create(const std::string& path, std::span<const std::uint8_t> content) {
+    const FileSource source = source_of(content);
+    try {
+        return replace_regular(path, nullptr, {content.size(), source, true});
+    } catch (const std::bad_alloc&) {
+        return fail("create", ENOMEM);
+    }
 }
 
 int file_replace(const std::string& path, std::string_view content) {
