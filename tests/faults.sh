@@ -1,0 +1,109 @@
+#!/bin/bash
+# Every command that changes files, with each system call on them failing once, and the command
+# killed at each: what was there is whole afterwards, the old or the new, nothing else lies about,
+# and a failure is told. Argument: the build folder of programs without sanitizers.
+set -u
+build=$(cd "$1" && pwd) source=$(cd "$(dirname "$0")/.." && pwd)
+work=$(mktemp -d "${TMPDIR:-/tmp}/kxfaults.XXXXXX")
+trap 'rm -rf "$work"' EXIT
+PATH=$build:$PATH
+dir=$work/d
+if ! strace -o "$work/log" true 2>/dev/null; then
+    echo "skipped: tracing is not allowed here"
+    exit 77
+fi
+runs=0 wrong=0
+
+fail() { # WHAT
+    echo "$command, $fault: $1"
+    sed 's/^/    /' "$work/said" | head -n 5
+    wrong=$((wrong + 1))
+}
+
+fresh() { # the directory as it is before the command
+    rm -rf "$dir"
+    cp -a "$work/before" "$dir"
+}
+
+# What the directory holds: names, and the content of the file that the command is about.
+names() { ls -A "$dir"; }
+content() { md5sum <"$dir/$target"; } 2>/dev/null
+
+trace() { # INJECTION: runs the command with it; its status
+    local paths=() path
+    for path in "/$target" "/.$target.kxnew" "${reads[@]/#//}" ''; do
+        paths+=(-P "$dir$path")
+    done
+    (cd "$dir" && KXPATH=$dir/ timeout 20 strace -f -qq -o "$work/log" "${paths[@]}" -e "$1" \
+        "${program[@]}" >"$work/said" 2>&1 </dev/null)
+} 2>/dev/null # the shell's own word of what was killed
+
+judge() { # STATUS
+    local now
+    now=$(content)
+    [ "$now" = "$old" ] || [ "$now" = "$new" ] || fail "$target is neither the old one nor the new"
+    if [ "$1" -eq 137 ]; then # killed: what is left behind goes with the next run
+        trace trace=none
+        now=$(content)
+    elif [ "$1" -ne 0 ] && [ ! -s "$work/said" ]; then
+        fail "it ended with $1 without a word"
+    elif [ "$1" -eq 0 ] && [ "$silent" = no ] && [ "$now" != "$new" ]; then
+        fail "it failed with status 0"
+    fi
+    [ "$(names)" = "$names_old" ] || [ "$(names)" = "$names_new" ] || fail "litter: $(names)"
+}
+
+# Runs the command with each call failing in turn. `target` is the file that it writes, `reads` are
+# others that it opens. With `silent` set to yes, a failure is not told, as the program has it.
+faults() { # COMMAND...
+    local call how n status
+    command=$* program=("$@") fault=none
+    program[0]=$(command -v "$1")
+    fresh
+    old=$(content) names_old=$(names)
+    trace trace=none
+    status=$?
+    new=$(content) names_new=$(names)
+    [ "$status" -eq 0 ] || fail "status $status"
+    for call in openat read write fsync rename unlink ftruncate close; do
+        for how in error=ENOSPC error=EIO error=EINTR signal=KILL; do
+            for ((n = 1; n < 100; n++)); do
+                fault="$call $how at $n"
+                fresh
+                trace "inject=$call:$how:when=$n"
+                status=$?
+                grep -q -e INJECTED -e 'killed by SIGKILL' "$work/log" || break
+                judge "$status"
+                runs=$((runs + 1))
+            done
+        done
+    done
+}
+
+mkdir "$work/before"
+cd "$work/before" || exit 1
+cp -R "$source/base/." .
+head -c 3000 /dev/zero | tr '\0' x >one.prg
+printf '\1\10\356\40\320\140' >code.prg
+kx -q mkfs disc.d64 one.prg
+silent=no
+
+target=disc.d64 reads=(code.prg)
+faults kx put disc.d64 code.prg
+reads=()
+faults kx rm disc.d64 ONE
+faults kx mkfs -f disc.d64
+target=new.d64
+faults kx mkfs new.d64
+target=ONE.prg reads=(disc.d64)
+faults kx get disc.d64 ONE
+target=out.prg reads=(code.prg)
+faults kx patch code.prg -o out.prg --patches patches/c64.ini --name no_flicker
+silent=yes reads=()
+target=kx.ini
+faults script -qec "$build/kxsetup </dev/null" /dev/null
+target=kxtest.ini
+faults script -qec "$build/kxsetup </dev/null" /dev/null
+
+echo "$runs runs, $wrong wrong"
+[ "$wrong" -eq 0 ]
