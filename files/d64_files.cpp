@@ -3,15 +3,12 @@
 
 #include "ui/msg.h"
 #include "util/ascii.h"
-#include "util/fd.h"
 #include "util/file.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <fcntl.h>
 #include <limits>
 #include <set>
-#include <unistd.h>
 
 namespace kx {
 
@@ -72,28 +69,18 @@ int fail_write(ImageHandle& image, const std::string& path) {
     return d64_fail_host(image, "could not write '" + ascii_escape(path) + "'");
 }
 
-/// Straight to a new file, which has nothing to lose: a whole disc of them is done much faster this
-/// way. An old one is replaced by a whole one, and never the image itself.
+/// A new file need not be on the disc yet: a whole disc of them is done much faster this way. An
+/// old one is replaced by a whole one, and never the image itself.
 int write_host(ImageHandle& image, const std::string& path, const D64Bytes& bytes) {
-    Fd file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
-    if (!file.is_open() && errno == EEXIST) {
+    int result = file_create(path, bytes, FileSync::Later);
+    if (result != 0 && file_last_error().error == EEXIST) {
         if (image_is_file(image, path)) {
             return d64_fail(image, DiscReason::InUse, "'%s' is the image itself.", path.c_str());
         }
-        const int result = file_replace(path, bytes);
-        errno = file_last_error().error;
-        return result == 0 ? 1 : fail_write(image, path);
+        result = file_replace(path, bytes);
     }
-    if (!file.is_open()) {
-        return fail_write(image, path);
-    }
-    if (fd_write_all(file.get(), bytes) == 0 && file.close() == 0) {
-        return 1;
-    }
-    const int error = errno;
-    unlink(path.c_str());
-    errno = error;
-    return fail_write(image, path);
+    errno = file_last_error().error;
+    return result == 0 ? 1 : fail_write(image, path);
 }
 
 int extract(ImageHandle& image, const DiscEntry& entry, const std::string& host_path) {

@@ -13,6 +13,7 @@
 #include "ini/ini.h"
 #include "link/patch.h"
 #include "link/port.h"
+#include "link/seams_private.h"
 #include "link/stub.h"
 #include "setup/templates.h"
 #include "symfiles/symfiles.h"

@@ -3,6 +3,7 @@
 
 #include "util/fd.h"
 #include "util/signals.h"
+#include "util/text.h"
 
 #include <algorithm>
 #include <array>
@@ -302,6 +303,32 @@ FileSource source_of(std::span<const std::uint8_t> content) {
     };
 }
 
+constexpr int NO_NAMELESS = 1; // the file system has no files without a name
+
+/// A file that gets its name when it is whole: nothing is left of it when the program is killed.
+int create_nameless(const std::string& path, std::span<const std::uint8_t> content, FileSync sync) {
+    const fs::path directory = fs::path(path).parent_path();
+    Fd fd(
+        ::open(directory.empty() ? "." : directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0666));
+    if (!fd.is_open()) {
+        return NO_NAMELESS;
+    }
+    if (fd_write_all(fd.get(), content) != 0) {
+        return fail("write");
+    }
+    if (sync == FileSync::Now && fsync(fd.get()) != 0) {
+        return fail("sync");
+    }
+    const std::string nameless = text_printf("/proc/self/fd/%d", fd.get());
+    if (linkat(AT_FDCWD, nameless.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) != 0) {
+        return errno == EEXIST ? fail("create") : NO_NAMELESS;
+    }
+    if (sync == FileSync::Now) {
+        sync_directory(directory);
+    }
+    return 0;
+}
+
 } // namespace
 
 const Failure& file_last_error() {
@@ -394,7 +421,11 @@ int file_replace(const std::string& path, std::span<const std::uint8_t> content)
     return file_replace(path, content.size(), source_of(content));
 }
 
-int file_create(const std::string& path, std::span<const std::uint8_t> content) {
+int file_create(const std::string& path, std::span<const std::uint8_t> content, FileSync sync) {
+    const int created = create_nameless(path, content, sync);
+    if (created != NO_NAMELESS) {
+        return created;
+    }
     const FileSource source = source_of(content);
     try {
         return replace_regular(path, nullptr, {content.size(), source, true});

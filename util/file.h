@@ -66,9 +66,12 @@ int file_read_bytes(std::FILE* file, std::uint64_t length, std::vector<std::uint
 int file_replace(const std::string& path, std::span<const std::uint8_t> content);
 int file_replace(const std::string& path, std::string_view content);
 
-/// The same for a file that is not there yet: -1, with EEXIST, when there is one by the time that the
-/// content is whole. So of two who create it one fails.
-int file_create(const std::string& path, std::span<const std::uint8_t> content);
+/// The same for a file that is not there yet: -1, with EEXIST, when there is one by the time that
+/// the content is whole. So of two who create it one fails. `Later` leaves it to the system when
+/// the content gets to the disc, which is faster: only a power cut could lose it then.
+enum class FileSync { Now, Later };
+int file_create(const std::string& path, std::span<const std::uint8_t> content,
+                FileSync sync = FileSync::Now);
 
 /// Where a content that is too large to be held comes from: fills `bytes` with what stands at
 /// `offset`, from 0 on and in order, and from 0 again when the way of writing changes. False when
