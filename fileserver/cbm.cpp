@@ -186,10 +186,11 @@ int save() {
 
 int open_channel() {
     const int logical = line_get();
-    state.channels[logical] = line_get();
-    const int secondary = state.channels[logical] & CHANNEL_MASK;
+    const std::uint8_t address = line_get();
     const std::string name = drive_get_name(0);
     if (!request_is_dropped()) {
+        state.channels[logical] = address;
+        const int secondary = address & CHANNEL_MASK;
         // Meant: the 7, whatever the device's number is.
         fileserver_log("KX> opening %s (%d,7,%d,\"%s\")...\r\n",
                        secondary == COMMAND_CHANNEL ? "cmd-channel" : "file", logical, secondary,
