@@ -293,8 +293,20 @@ TEST_F(KxTest, LintFindsWhatTheLoaderSwallows) {
     check({{"kx lint --base $base -W error --no-rule region", 0, "", ""}});
 }
 
+TEST_F(KxTest, CompletionKnowsVerbsOptionsAndNamesInsideAnImage) {
+    dir.write("a.prg", "x");
+    const std::string complete = "c() { COMP_WORDS=(\"$@\"); COMP_CWORD=$(($# - 1)); "
+                                 "_kx kx \"${!#}\" \"${COMP_WORDS[COMP_CWORD - 1]}\"; "
+                                 "printf \"%s|\" \"${COMPREPLY[@]}\"; }; ";
+    shell("kx mkfs d.d64 && kx put d.d64 a.prg -N 'one $(x)' && kx put d.d64 a.prg -N TWO");
+    const Outcome outcome =
+        shell("bash -c '. $base/../script/completions/kx; " + complete +
+              "c kx sy; c kx -v ls --ex; c kx help mk; c kx get d.d64 \"\"; c kx get d.d64 T'");
+    EXPECT_EQ(outcome.out, "symbols|--extfs|mkfs|ONE\\ \\$\\(X\\)|TWO|TWO|") << outcome.err;
+}
+
 TEST_F(KxTest, TheExampleIsWhatItsSourceAssemblesTo) {
-    check({{"cl65 -t none -o x.prg $base/examples/hello.s && rm -f $base/examples/hello.o && "
+    check({{"cp $base/examples/hello.s . && cl65 -t none -o x.prg hello.s && "
             "cmp x.prg $base/examples/hello.prg",
             0, "", ""}});
 }

@@ -10,7 +10,7 @@ listed() {
     sed 's/\\-/-/g; s/\\fI[^ ]*"//; s/^\.SS \[\(.*\)]/.SS \1/' "doc/man/$1" | tr -d '",' | awk '
         /^\.S[HS]/ { section = /^\.SS/ || /OPTIONS|COLOURS/ ? $2 : "" }
         /^\.SS/ { print section, "" }
-        tag && section { for (i = 2; i <= NF; i++) { sub(/[0-9]+$/, "", $i); print section, $i } }
+        tag && section { for (i = 2; i <= NF; i++) { if (section != "OPTIONS") sub(/[0-9]+$/, "", $i); print section, $i } }
         { tag = $0 == ".TP" }'
 }
 
@@ -19,11 +19,18 @@ found() {
     grep -oE "$2" "$1" | sed -E "s/$2/$3/"
 }
 
+# The options of a verb's table.
+options() {
+    found "$1" '\{"(-[-,A-Za-z0-9]+)"' 'OPTIONS \1' | sed 's/,/\nOPTIONS /'
+}
+
 # The same as `listed`, from the code that reads what the page is about.
 known() {
     case $1 in
     kxsetup.1) found setup/command_line.cpp '"(-[-?A-Za-z]+|help)"' 'OPTIONS \1' ;;
     kx-init.1) found script/kx-init '(^    |\| )(--?[a-z]+)' 'OPTIONS \2' ;;
+    kx.1) options tools/verbs.cpp ;;
+    kx-*.1) verb=${1#kx-} && options "tools/verb_${verb%.1}.cpp" ;;
     kx.ini.5)
         for section in $(found setup/main_menu.cpp 'make_list\("\w+", "(\w+)"\)' '\1'); do
             found setup/main_menu.cpp 'section, "(\w+)"' "$section \\1"
@@ -51,7 +58,7 @@ known() {
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 wrong=0
-for page in kxsetup.1 kx-init.1 kx.ini.5 kx-target.5 kx-colors.5 kx-charset.5 kx-patches.5; do
+for page in $(cd doc/man && ls *.1) kx.ini.5 kx-target.5 kx-colors.5 kx-charset.5 kx-patches.5; do
     listed "$page" | sort -u >"$work/listed"
     known "$page" | sed '/^[A-Z]/!s/^\([^ ]*\) .*/&\n\1 /' | sort -u >"$work/known"
     diff -U 0 --label "$page" --label code "$work/listed" "$work/known" || wrong=1
