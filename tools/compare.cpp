@@ -27,7 +27,9 @@ void note_differences(std::uint32_t address, std::span<const std::uint8_t> file,
 } // namespace
 
 int compare_payload(Payload& payload, Comparison& comparison) {
-    LineTransfer transfer = {.total = payload_size(payload), .verb = "compared"};
+    LineTransfer transfer;
+    transfer.total = payload_size(payload);
+    transfer.verb = "compared";
     comparison = {};
     bar_begin("compare " + payload.name, transfer.total);
     for (const AddressRange& part : payload.parts) {

@@ -323,7 +323,8 @@ void line_close(Session& session) {
 int line_write(LineTransfer& transfer, std::uint32_t start, std::span<const std::uint8_t> bytes) {
     while (!bytes.empty()) {
         if (signals_pending() != 0) {
-            return fail_in_step(transfer);
+            const int status = transfer.done > 0 ? line_confirm(transfer) : 0;
+            return status != 0 ? status : fail_in_step(transfer);
         }
         const auto command = bytes.first(std::min(bytes.size(), LINE_COMMAND_MAX));
         const auto end = static_cast<std::uint32_t>(start + command.size());
@@ -357,10 +358,10 @@ int line_read(LineTransfer& transfer, std::uint32_t start, std::span<std::uint8_
     return 0;
 }
 
-int line_confirm(LineTransfer& transfer, std::uint32_t address) {
+int line_confirm(const LineTransfer& transfer) {
     std::uint8_t byte = 0;
     begin_command(transfer, 0, 1);
-    return stub_read_memory(address, {&byte, 1}) == 1 ? 0 : line_fail(transfer);
+    return stub_read_memory(transfer.harmless, {&byte, 1}) == 1 ? 0 : line_fail(transfer);
 }
 
 int line_fail(const LineTransfer& transfer) {

@@ -41,16 +41,19 @@ void line_close(Session& session);
 struct LineTransfer {
     std::uint64_t done = 0;
     std::uint64_t total = 0;
-    const char* verb = "sent"; // "12288 of 40550 bytes sent"
+    const char* verb = "sent";  // "12288 of 40550 bytes sent"
+    std::uint32_t harmless = 0; // of `line_write`: an address that reading does nothing to
 };
 
 /// Moves the bytes in commands, and adds them to `transfer.done`. A signal ends it behind the
-/// command under way, a second one at once.
+/// command under way, a second one at once. Behind a write that a signal has ended, a byte is read:
+/// the target is in step when it answers.
 int line_write(LineTransfer& transfer, std::uint32_t start, std::span<const std::uint8_t> bytes);
 int line_read(LineTransfer& transfer, std::uint32_t start, std::span<std::uint8_t> bytes);
 
-/// Reads one byte of memory, to know that the target has taken all that was sent.
-int line_confirm(LineTransfer& transfer, std::uint32_t address);
+/// Reads one byte of memory, to know that the target has taken all that was sent: the stub carries
+/// out one command after the other.
+int line_confirm(const LineTransfer& transfer);
 
 /// Reports why a transfer of the library's failed, and what it leaves behind.
 int line_fail(const LineTransfer& transfer);

@@ -70,7 +70,8 @@ int read_parts(Reading& reading) {
             std::span(reading.bytes).subspan(part.first - range.first, part.end - part.first),
             part.first);
     }
-    LineTransfer transfer = {.verb = "read"};
+    LineTransfer transfer;
+    transfer.verb = "read";
     for (const AddressRange& part : reading.parts) {
         transfer.total += part.end - part.first;
     }

@@ -96,14 +96,16 @@ std::uint32_t harmless_address(const Payload& payload) {
 
 /// Sends, and reads a byte to know that all has come: the stub answers one command after the other.
 int send(Payload& payload) {
-    LineTransfer transfer = {.total = payload_size(payload)};
+    LineTransfer transfer;
+    transfer.total = payload_size(payload);
+    transfer.harmless = harmless_address(payload);
     bar_begin("send " + payload.name, transfer.total);
     for (const AddressRange& part : payload.parts) {
         if (const int status = line_write(transfer, part.first, payload_part(payload, part))) {
             return status;
         }
     }
-    return transfer.total > 0 ? line_confirm(transfer, harmless_address(payload)) : 0;
+    return transfer.total > 0 ? line_confirm(transfer) : 0;
 }
 
 int verify(Payload& payload) {
@@ -203,7 +205,8 @@ int find_start(Payload& payload) {
 }
 
 int start_program(const Payload& payload) {
-    LineTransfer transfer = {.done = payload_size(payload), .total = payload_size(payload)};
+    LineTransfer transfer;
+    transfer.done = transfer.total = payload_size(payload);
     port_write_error = false;
     stub_set_pc(payload.execute);
     if (!port_write_error) {
