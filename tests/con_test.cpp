@@ -12,6 +12,8 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+extern "C" int get_escdelay(); // of curses, whose header has too many names
+
 using namespace kx;
 using kx::test::RunOptions;
 using kx::test::Terminal;
@@ -66,6 +68,10 @@ TEST(Con, DecodesKeys) {
                 {
                     {"a\n\b\177", "97,13,263,263,"},
                     {"\033OPx\033OTx", "265,120,0,120,"},
+                    {"\033OQ\033OR\033OS", "266,267,268,"},
+                    {"\033[[A\033[[B\033[[C\033[[D", "265,266,267,268,"},
+                    {"\033[12~\033[13~\033[14~\033[17~", "266,267,268,270,"},
+                    {"\033[18~\033[21~\033[23~", "271,274,275,"},
                     {"\033x\033\033", "120,27,"},
                     {"\033[[E\033[Xx", "269,0,120,"},
                     {"\033[A\033[B\033[C\033[D", "259,258,261,260,"},
@@ -73,6 +79,11 @@ TEST(Con, DecodesKeys) {
                     {"\033[11~\033[15!\033[19~\033[16~x", "265,269,272,0,120,"},
                     {"\033[24~\033[20~\033[29~x", "276,273,0,120,"},
                     {"\033[7~\033[1;", "0,126,0,"},
+                });
+    expect_keys("ansi", true, // which has no sequences for these keys
+                {
+                    {"\033OP\033OQ\033OR\033OS", "265,266,267,268,"},
+                    {"\033[F", "347,"},
                 });
     KeyRows rows = {
         {"a\r\t\033", "97,13,9,27,"},
@@ -172,6 +183,26 @@ TEST(Con, CornersAreCharactersOfTheLocale) {
         EXPECT_NE(terminal.output().find(row.edge), std::string::npos)
             << row.screen << row.locale << testing::PrintToString(terminal.output());
     }
+}
+
+TEST(Con, EscapeIsNotWaitedOutForASecond) {
+    Terminal terminal(40, 10);
+    terminal.run([] { return con_open() == 1 ? get_escdelay() : 255; });
+    EXPECT_LE(terminal.wait_exit(), 100) << "milliseconds for the rest of a key's bytes";
+}
+
+TEST(Con, LineModeTakesKeysAsTheyAreTypedAndShowsTextAtOnce) {
+    Terminal terminal(40, 10);
+    terminal.run([] {
+        con_printf("prompt");
+        while (con_kbhit() == 0) {
+            con_idle(10);
+        }
+        return con_getkey();
+    });
+    terminal.wait_for("prompt");
+    terminal.type("x");
+    EXPECT_EQ(terminal.wait_exit(), 'x');
 }
 
 TEST(Con, DrainingEndsWhereInputNeverDoes) {

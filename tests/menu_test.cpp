@@ -162,5 +162,16 @@ TEST(MessageBox, ShowsItsTextInACentredFrame) {
     }
 }
 
+TEST(MessageBox, BlanksItsOldPlaceWhenTheScreenChangesItsSize) {
+    Terminal terminal(40, 12);
+    terminal.run([] {
+        con_open();
+        return msgbox_run("hello");
+    });
+    wait_for_screen(terminal, framed(12, 16, 5, {"hello "}));
+    terminal.resize(60, 20);
+    wait_for_screen(terminal, framed(20, 26, 9, {"hello "}));
+}
+
 } // namespace
 } // namespace kx

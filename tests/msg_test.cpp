@@ -112,6 +112,57 @@ TEST(Progress, RedrawsInPlaceAtMostFourTimesASecond) {
                         "[\\] 7/9 077% ( 3/10)" + times(20, "\b") + "[error]             \n\r&");
 }
 
+TEST(Progress, MessagesEraseItsRemainsFirst) {
+    const std::string shown = "load[-] 1/2 050%" + times(12, "\b");
+    const std::string erased = times(12, " ") + times(12, "\b");
+    const struct {
+        void (*tell)();
+        std::string text;
+    } rows[] = {
+        {[] { msg_info("i"); }, shown + erased + "&\ninfo: i "},
+        {[] { msg_warning("w"); }, shown + erased + "&\nwarning: w "},
+        {[] { msg_print("p"); }, shown + erased + "&p"},
+        {[] { msg_error("e"); }, shown + "&\nerror: e "}, // which does not
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(row.text, told([&] {
+                      verbosity.verbose = 1;
+                      progress_begin("load");
+                      progress_update(1, 2);
+                      row.tell();
+                  }));
+    }
+}
+
+TEST(Progress, CountsBeyond21Millions) {
+    const std::string text = told([] {
+        progress_begin("load");
+        progress_update(30'000'000, 60'000'000);
+    });
+    EXPECT_EQ(text, "load[-] 30000000/60000000 050%" + times(26, "\b") + "&");
+}
+
+TEST(Progress, ReachesTheTerminalAtOnce) {
+    void (*const steps[])() = {[] { progress_begin("a"); }, [] { progress_update(1, 2); },
+                               [] { progress_end(0); }, msg_tick};
+    test::Terminal terminal(40, 5);
+    terminal.run([&] {
+        msg_reset();
+        con_rawmode();
+        for (void (*step)() : steps) {
+            step();
+            char key = 0;
+            (void)!read(STDIN_FILENO, &key, 1); // which brings nothing up to date
+        }
+        return 0;
+    });
+    for (const std::string shown : {"a", "a[-] 1/2 050%", "a[ok]", "*"}) {
+        terminal.wait_for(shown);
+        terminal.type("x");
+    }
+    EXPECT_EQ(terminal.wait_exit(), 0);
+}
+
 TEST(Progress, StaysBehindATitleOfWideCharactersThatLeavesRoom) {
     setenv("LC_ALL", "C.UTF-8", 1);
     const auto shown = [](const std::string& title) {

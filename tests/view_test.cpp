@@ -160,6 +160,25 @@ TEST(Viewer, ShowsAShortFileWhatItGainsAndFollowsTheTerminalsSize) {
     EXPECT_EQ(terminal.wait_exit(), 0);
 }
 
+TEST(Viewer, LeavesNothingBehind) {
+    const TempDir dir;
+    const std::string path = dir.write("file", numbered(1, 99));
+    const std::string bar = " lines 1-23 of 99 - [Cursor/PageUp-Down/Home/End] Scroll [ESC] Quit";
+    Terminal terminal(static_cast<int>(bar.size()) + 1, 25);
+    terminal.run([path] {
+        con_open();
+        view_file("", path);
+        return con_getkey();
+    });
+    expect_row(terminal, 24, bar);
+    terminal.type(END);
+    terminal.wait_for(" lines 77-99 of 99 "); // a bar that reaches the last cell
+    terminal.type(HOME);
+    expect_row(terminal, 24, bar);
+    terminal.type("q");
+    terminal.wait_until([&] { return terminal.screen() == times(25, "\n"); }, "a cleared screen");
+}
+
 TEST(Viewer, KeysScrollStandardInputOrTheSecondTextThatTabMovesThemTo) {
     const TempDir dir;
     const std::string path = dir.write("lower", numbered(101, 150));
