@@ -11,7 +11,9 @@
 namespace kx {
 
 /// Opens the image file `name` or, remote, the image that the target holds, whose only name is
-/// "d64". A D64's directory is read. 1, or -1 with an error message and the handle closed.
+/// "d64". A D64's directory is read; over a link that does not answer the opening fails. In DOS
+/// mode (d64.h) a D64 that is opened for writing is locked, and fails to open when somebody else
+/// has it. 1, or -1 with an error message and the handle closed.
 int image_open(ImageHandle& image, const std::string& name, bool remote, bool writing);
 
 /// Closes what was opened.
@@ -19,8 +21,8 @@ void image_close(ImageHandle& image);
 
 /// Copy `length` bytes between a host file and the image from `offset` on. Offset and length 0
 /// mean the whole: the 35 tracks of a D64, otherwise all that the file or the image has. Reading
-/// beyond the image's access limit is warned about. A D64 that was written has its directory read
-/// again. 1, or -1 with an error message.
+/// beyond the image's access limit is warned about. The image itself is not replaced. A D64 that
+/// was written has its directory read again. 1, or -1 with an error message.
 int imgfile_putrawimg(ImageHandle& image, const std::string& host_path, std::int64_t offset,
                       std::int64_t length);
 int imgfile_getrawimg(ImageHandle& image, const std::string& host_path, std::int64_t offset,
