@@ -465,6 +465,20 @@ TEST_F(D64, ExtractingAllStopsOrGoesOn) {
     }
 }
 
+TEST_F(D64, ShortImagesAreNotMadeLonger) {
+    std::string disc = formatted();
+    for (int track = 1; track < 20; track++) {
+        put(disc, at(18, 0, 4 * track), std::string(4, '\0')); // only what is missing is free
+    }
+    disc.resize(at(20, 0, 100));
+    for (const int mode : {0, 1}) {
+        d64_dos_mode = mode;
+        open(disc);
+        EXPECT_EQ(write("X", random_bytes(300)), -1) << mode;
+        EXPECT_EQ(content().size(), disc.size()) << mode;
+    }
+}
+
 TEST_F(D64, KeepsNamesWithAShiftedBlankInside) {
     std::string disc = formatted();
     put(disc, at(18, 1, 2),

@@ -287,6 +287,8 @@ TEST_F(DiscTest, DeletesOnlyWhatIsTheFilesOwn) {
         open(rel);
         EXPECT_EQ(disc_delete(disc, 0, false), 1) << disc.failure.text;
         EXPECT_EQ(disc_info(disc).blocks_free, 664);
+        EXPECT_EQ(write("NEXT", "x"), 1); // whose slot has nothing of the old file's
+        EXPECT_EQ(memory().substr(at(18, 1, 21), 9), std::string(9, '\0'));
     }
     // A line of the listing that leads into somebody's blocks has none.
     put(rel = good, at(18, 1, 32 + 2), slot(0x80, 17, 0, "-----", 0));
