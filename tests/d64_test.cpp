@@ -274,7 +274,7 @@ TEST_F(D64, CheckNamesWhatIsWrongAndDamageComesToAnEnd) {
         std::string bad = disc;
         put(bad, offset, bytes);
         open(bad);
-        EXPECT_THAT(check(), HasSubstr(line + "\n"));
+        EXPECT_THAT(check(), testing::AllOf(HasSubstr(line + "\n"), testing::EndsWith("wrong\n")));
     }
     std::mt19937 random(1541);
     for (int round = 0; round < 48; round++) {
