@@ -181,6 +181,20 @@ std::size_t command_size() {
     return 2 + 2 * static_cast<std::size_t>((active_config.addr_bits + 7) / 8);
 }
 
+// With -vv: "C  41 43 02 08 01 08".
+void tell_command(char letter, std::uint32_t end, std::uint32_t start) {
+    if (globals.verbose < 2) {
+        return;
+    }
+    std::vector<std::uint8_t> head = {'A', static_cast<std::uint8_t>(letter)};
+    for (const std::uint32_t argument : {end, start}) {
+        for (int bit = 0; bit < active_config.addr_bits; bit += 8) {
+            head.push_back(static_cast<std::uint8_t>(argument >> bit));
+        }
+    }
+    report_detail(std::string(1, letter) + "  " + text_hex(head));
+}
+
 // A command of `writes` data bytes to the target, or one that is answered by `reads`.
 void begin_command(const LineTransfer& transfer, std::size_t writes, std::size_t reads) {
     state.done = transfer.done;
@@ -313,10 +327,15 @@ int line_lock(const std::string& device, Fd& fd) {
                : report_fail(failure.code, failure.text, failure.hint);
 }
 
-void line_close(Session& session) {
+void line_disconnect() {
     if (port_is_open()) {
         ioctl(port_line.fd, TIOCNXCL);
     }
+    port_close();
+}
+
+void line_close(Session& session) {
+    line_disconnect();
     session_close(session);
 }
 
@@ -329,6 +348,7 @@ int line_write(LineTransfer& transfer, std::uint32_t start, std::span<const std:
         const auto command = bytes.first(std::min(bytes.size(), LINE_COMMAND_MAX));
         const auto end = static_cast<std::uint32_t>(start + command.size());
         begin_command(transfer, command.size(), 0);
+        tell_command('B', end, start);
         if (stub_write_memory(start, end, command) != 1) {
             return line_fail(transfer);
         }
@@ -347,6 +367,7 @@ int line_read(LineTransfer& transfer, std::uint32_t start, std::span<std::uint8_
         }
         const auto piece = bytes.first(std::min(bytes.size(), LINE_COMMAND_MAX));
         begin_command(transfer, 0, piece.size());
+        tell_command('C', static_cast<std::uint32_t>(start + piece.size()), start);
         if (stub_read_memory(start, piece) != 1) {
             return line_fail(transfer);
         }

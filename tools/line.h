@@ -34,7 +34,10 @@ int line_lock(const std::string& device, Fd& fd);
 /// Lets such a device go.
 void line_unlock(Fd& fd);
 
-/// Gives the line back as it was found, and ends the session. Harmless without either.
+/// Gives the line back as it was found. Harmless without one.
+void line_disconnect();
+
+/// The same, and ends the session.
 void line_close(Session& session);
 
 /// How far a transfer has come; `bar_begin` has been called for it.

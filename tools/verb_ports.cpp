@@ -2,12 +2,16 @@
 #include "core/active_config.h"
 #include "core/config/config.h"
 #include "ini/ini.h"
+#include "link/stub.h"
 #include "tools/base.h"
 #include "tools/global.h"
+#include "tools/line.h"
 #include "tools/port_list.h"
 #include "tools/report.h"
+#include "tools/signals.h"
 #include "tools/verbs.h"
 #include "util/ascii.h"
+#include "util/clock.h"
 #include "util/text.h"
 
 #include <algorithm>
@@ -18,13 +22,17 @@ namespace kx {
 
 namespace {
 
+constexpr std::uint32_t PING_MS = 1000; // for an answer at one baud rate
+
 struct State {
     bool all = false;
+    bool ping = false;
 };
 State state;
 
 constexpr Option options[] = {
     {"-a,--all", &state.all, "", "built-in ports without a chip behind them as well"},
+    {"--ping", &state.ping, "", "ask the target for a byte, at each baud rate until one answers"},
 };
 
 using Row = std::array<std::string, 5>;
@@ -100,7 +108,87 @@ Json port_json(const PortEntry& port, const std::vector<std::string>& targets) {
     return json;
 }
 
-int run() {
+// The beginning of the target's memory; I/O may act on being read.
+std::uint32_t ping_address() {
+    for (const MemoryRegion& region : active_config.memory_map.regions) {
+        if (region.type == MEMORY_RAM_ROM) {
+            return region.base;
+        }
+    }
+    return 0;
+}
+
+// The configured rate goes first.
+std::vector<int> ping_rates() {
+    std::vector<int> rates = {active_config.port_baud};
+    for (const int rate : BAUD_RATES) {
+        if (rate != active_config.port_baud) {
+            rates.push_back(rate);
+        }
+    }
+    return rates;
+}
+
+int tell_answer(int configured, std::uint32_t milliseconds) {
+    report_line(text_printf("target on %s answers at %d baud in %u ms",
+                            active_config.port_name.c_str(), active_config.port_baud,
+                            milliseconds));
+    if (active_config.port_baud != configured) {
+        report_done(text_printf("hint: [port] baud of the target file is %d", configured));
+    }
+    report_json().set("device", active_config.port_name);
+    report_json().set("baud", active_config.port_baud);
+    report_json().set("milliseconds", milliseconds);
+    return 0;
+}
+
+// Reading is the whole test there is: the stub answers nothing else.
+int ping_rate(Session& session, bool& answers, std::uint32_t& milliseconds) {
+    std::uint8_t byte = 0;
+    if (const int status = line_connect(session, false)) {
+        return status;
+    }
+    stub_set_timeout(static_cast<int>(std::min(globals.timeout_ms, PING_MS)));
+    const std::uint32_t started = clock_ms();
+    answers = stub_read_memory(ping_address(), {&byte, 1}) == 1;
+    milliseconds = clock_ms() - started;
+    const bool gone = !answers && stub_last_error().kind == FailureKind::Gone;
+    line_disconnect();
+    return gone
+               ? report_fail(KxError::LineLost, "the line " + active_config.port_name + " has gone")
+               : 0;
+}
+
+int ping() {
+    Session session;
+    if (const int status = line_begin(session)) {
+        return status;
+    }
+    if (const int status = line_needs_stub(session)) {
+        return status;
+    }
+    const int configured = active_config.port_baud;
+    for (const int rate : ping_rates()) {
+        bool answers = false;
+        std::uint32_t milliseconds = 0;
+        active_config.port_baud = rate;
+        if (const int status = ping_rate(session, answers, milliseconds)) {
+            return status;
+        }
+        if (answers) {
+            return tell_answer(configured, milliseconds);
+        }
+        if (signals_pending() != 0) {
+            return report_interrupted(signals_pending(), "interrupted");
+        }
+    }
+    return report_fail(KxError::TargetSilent,
+                       "no answer from the target on " + active_config.port_name + " at " +
+                           baud_rates_text() + " baud",
+                       "is the stub running, and the cable a null-modem with RTS/CTS?");
+}
+
+int list() {
     auto targets = targets_by_device();
     const auto dash = [](const std::string& text) {
         return text.empty() ? "-" : ascii_escape(text);
@@ -129,12 +217,16 @@ int run() {
     return 0;
 }
 
+int run() {
+    return state.ping ? ping() : list();
+}
+
 } // namespace
 
 extern const Verb verb_ports = {
     .name = "ports",
     .alias = nullptr,
-    .synopsis = "[-a]",
+    .synopsis = "[-a] [--ping]",
     .summary = "serial lines of this host",
     .options = options,
     .run = run,
