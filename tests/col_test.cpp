@@ -47,5 +47,17 @@ TEST(Col, UnreadableFileChangesNothingButAMissingSectionEndsTheProgram) {
     EXPECT_EXIT(load(path), ::testing::ExitedWithCode(255), "");
 }
 
+TEST(Col, SwitchTakesBothColoursFromItsKey) {
+    constexpr int last = COL_KEYS - 1;
+    key_textcolour[last] = 3;
+    key_backcolour[last] = 5;
+    testing::internal::CaptureStdout();
+    col_puts("100% %Y", last);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "100% ");
+    EXPECT_EQ(con_textcolor(7), 3);
+    EXPECT_EQ(con_textbackground(0), 5);
+    EXPECT_STREQ(col_keys[last], "windowprogressbg");
+}
+
 } // namespace
 } // namespace kx

@@ -104,9 +104,13 @@ TEST(Con, ColoursFollowTheTerminalsPairs) {
         int text, back, reverse;
         const char* cells; // plain and highlighted: text/background as curses numbers them
     } const cases[] = {
-        {"xterm", 1, 4, 0, "4/1 4/1+"},          {"xterm", 14, 3, 0, "3/6+ 3/6+"},
-        {"xterm", 7, 9, 0, "7/4 7/4+"},          {"xterm", 2, 12, 1, "1/2+ 1/2+"},
-        {"xterm-256color", 4, 1, 0, "1/0 1/0+"}, {"xterm-256color", 11, 7, 0, "6/0+ 6/0+"},
+        {"xterm", 1, 4, 0, "4/1 4/1+"},
+        {"xterm", 14, 3, 0, "3/6+ 3/6+"},
+        {"xterm", 7, 9, 0, "7/4 7/4+"},
+        {"xterm", 2, 12, 1, "1/2+ 1/2+"},
+        {"xterm-256color", 4, 1, 0, "1/0 1/0+"},
+        {"xterm-256color", 11, 7, 0, "6/0+ 6/0+"},
+        {"xterm-256color", 10, 4, 0, "2/0+ 2/0+"},
         {"vt100", 12, 1, 0, "-1/-1+ -1/-1+"},
     };
     for (const auto& row : cases) {
@@ -189,6 +193,33 @@ TEST(Con, EscapeIsNotWaitedOutForASecond) {
     Terminal terminal(40, 10);
     terminal.run([] { return con_open() == 1 ? get_escdelay() : 255; });
     EXPECT_LE(terminal.wait_exit(), 100) << "milliseconds for the rest of a key's bytes";
+}
+
+TEST(Con, MouseTellsButtonsAndPlaces) {
+    Terminal terminal(60, 10);
+    terminal.run([]() -> int {
+        con_open();
+        con_mouse_on();
+        for (;;) {
+            con_gotoxy(0, 0);
+            con_printf("at %d,%d left %d right %d.  ", con_mouse_x(), con_mouse_y(),
+                       con_mouse_left(), con_mouse_right());
+            con_refresh();
+            con_idle(10);
+        }
+    });
+    terminal.wait_for("at 0,0 left 0 right 0.");
+    // As xterm reports them: pressed "M" or released "m", the column and row counted from 1.
+    const std::pair<const char*, const char*> events[] = {
+        {"\033[<0;5;3M", "at 4,2 left 1 right 0."},
+        {"\033[<2;7;9M", "at 6,8 left 1 right 1."},
+        {"\033[<0;1;1m", "at 0,0 left 0 right 1."},
+        {"\033[<2;60;10m", "at 59,9 left 0 right 0."},
+    };
+    for (const auto& [bytes, shown] : events) {
+        terminal.type(bytes);
+        terminal.wait_for(shown);
+    }
 }
 
 TEST(Con, LineModeTakesKeysAsTheyAreTypedAndShowsTextAtOnce) {

@@ -63,6 +63,7 @@ TEST(Menu, KeysMoveScrollAndChoose) {
         {"stops at the end", 20, times(25, DOWN) + "\r", "= 119 10 9"},
         {"page down by a page", 35, times(2, PAGE_DOWN) + "\r", "= 119 10 9"},
         {"page up", 35, times(4, PAGE_DOWN) + times(5, PAGE_UP) + UP + "\r", "= 100 0 0"},
+        {"page up to the first row", 35, times(2, PAGE_DOWN) + PAGE_UP + "\r", "= 110 10 0"},
         {"few items do not scroll", 3, times(5, DOWN) + PAGE_DOWN + "\r", "= 102 0 2"},
         {"hotkey of an item out of sight", 20, F1, "= 118 0 0"},
         {"escape is no hotkey", 20, ESCAPE, "= -1 0 0"},
@@ -160,6 +161,33 @@ TEST(MessageBox, ShowsItsTextInACentredFrame) {
         terminal.type("x");
         EXPECT_EQ(terminal.wait_exit(), 'x');
     }
+}
+
+TEST(Menu, AndBoxGiveBackTheColoursTheyFound) {
+    Terminal terminal(40, 12);
+    terminal.run([] {
+        for (const int element : {COL_MENU, COL_MENU_BORDER, COL_WINDOW, COL_WINDOW_BORDER}) {
+            key_textcolour[element] = 4;
+        }
+        con_open();
+        con_textcolor(2);
+        con_textbackground(1);
+        Menu menu = list(3, 5);
+        menu_run(menu);
+        con_gotoxy(0, 11);
+        con_puts("m");
+        msgbox_run("box");
+        con_gotoxy(1, 11);
+        con_puts("b");
+        return con_getkey();
+    });
+    terminal.wait_for("item 2");
+    EXPECT_EQ(terminal.cursor(), "39,11") << "parked";
+    terminal.type("\r");
+    terminal.wait_for("|box");
+    terminal.type("x");
+    terminal.wait_for("\nmb");
+    EXPECT_EQ(terminal.looks({{0, 11}, {1, 11}}), "2/4 2/4");
 }
 
 TEST(MessageBox, BlanksItsOldPlaceWhenTheScreenChangesItsSize) {

@@ -54,6 +54,7 @@ TEST(Msg, VerbosityAndModeDecideWhatIsTold) {
         {9, {.verbose = 1}, shown + "info: i1 \nwarning: w2 \nerror: e3 \nm4 p5\n\n"},
         {0, {1, 1, 1}, "*&error: e3 \nm4 \n"},
         {2, {0, 1, 1}, "&"},
+        {4, {0, 1, 1}, "&"},
     };
     for (const auto& row : rows) {
         EXPECT_EQ(row.text, told([&] {
@@ -161,6 +162,24 @@ TEST(Progress, ReachesTheTerminalAtOnce) {
         terminal.type("x");
     }
     EXPECT_EQ(terminal.wait_exit(), 0);
+}
+
+TEST(Progress, WindowWaitsForAKeyAfterAFailureOnly) {
+    test::Terminal terminal(60, 10);
+    terminal.run([] {
+        con_open();
+        msg_set_output(MSG_WINDOWED);
+        for (const int result : {0, -1}) {
+            progress_begin("copying");
+            progress_update(1, 2);
+            progress_end(result);
+        }
+        return 3;
+    });
+    terminal.wait_for("[error]");
+    EXPECT_EQ(terminal.row(4).find("copying"), 10U) << terminal.screen();
+    terminal.type("x");
+    EXPECT_EQ(terminal.wait_exit(), 3);
 }
 
 TEST(Progress, StaysBehindATitleOfWideCharactersThatLeavesRoom) {
