@@ -8,6 +8,7 @@
 #include "util/text.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
@@ -58,8 +59,8 @@ std::string numbers(std::uint64_t done, std::uint32_t elapsed_ms) {
                         static_cast<double>(state.total) / KIB, static_cast<int>(part * 100),
                         rate / KIB);
     if (done > 0 && done < state.total) {
-        const int left = static_cast<int>(static_cast<double>(state.total - done) / rate + 0.5);
-        text += text_printf("  %d:%02d left", left / 60, left % 60);
+        const long left = std::lround(static_cast<double>(state.total - done) / rate);
+        text += text_printf("  %ld:%02ld left", left / 60, left % 60);
     }
     return text;
 }

@@ -77,7 +77,7 @@ int toolkit_rm(const std::string& image_path, const std::vector<std::string>& na
             if (imgfile_delete_file(image, name) != 1) {
                 return -1;
             }
-            report_done(image_path + ": " + name + " scratched");
+            report_done(std::string(image_path).append(": ").append(name).append(" scratched"));
         }
         return 1;
     });

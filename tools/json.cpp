@@ -8,6 +8,7 @@
 namespace kx {
 
 struct Json::Value {
+    Value() {} // may throw
     nlohmann::ordered_json json;
 };
 

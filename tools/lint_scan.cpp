@@ -34,7 +34,7 @@ std::string_view cut_at_nul(std::string_view text) {
 ScanSection take_section(Reader& reader) {
     const std::size_t end = std::min(reader.text.find(']', reader.at), reader.text.size());
     const std::string_view name = reader.text.substr(reader.at + 1, end - reader.at - 1);
-    const ScanSection section{std::string(cut_at_nul(name)), reader.line};
+    ScanSection section{std::string(cut_at_nul(name)), reader.line};
     go_to(reader, end);
     return section;
 }

@@ -67,22 +67,27 @@ struct State {
 };
 State state;
 
-bool is_set(const char* variable) {
-    const char* const value = std::getenv(variable);
-    return value != nullptr && value[0] != '\0';
+/// Empty when it is not set.
+std::string_view variable(const char* name) {
+    const char* const value = std::getenv(name);
+    return value != nullptr ? value : "";
+}
+
+bool is_capable_terminal(int fd) {
+    return isatty(fd) != 0 && !variable("TERM").empty() && variable("TERM") != "dumb";
 }
 
 bool wants_color(int fd) {
     if (globals.color != "auto") {
         return globals.color == "always";
     }
-    if (is_set("NO_COLOR")) {
+    if (!variable("NO_COLOR").empty()) {
         return false;
     }
-    if (is_set("CLICOLOR_FORCE") && std::strcmp(std::getenv("CLICOLOR_FORCE"), "0") != 0) {
+    if (!variable("CLICOLOR_FORCE").empty() && variable("CLICOLOR_FORCE") != "0") {
         return true;
     }
-    return isatty(fd) != 0 && is_set("TERM") && std::strcmp(std::getenv("TERM"), "dumb") != 0;
+    return is_capable_terminal(fd);
 }
 
 /// A line on standard error: "kx: " and the text.
@@ -261,8 +266,7 @@ bool report_wants_progress() {
     if (globals.progress != "auto" || globals.quiet) {
         return globals.progress == "always" && !globals.quiet;
     }
-    return isatty(STDERR_FILENO) != 0 && is_set("TERM") &&
-           std::strcmp(std::getenv("TERM"), "dumb") != 0;
+    return is_capable_terminal(STDERR_FILENO);
 }
 
 } // namespace kx

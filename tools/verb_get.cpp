@@ -59,7 +59,7 @@ std::vector<Job> plan(const Disc& disc, const std::vector<int>& numbers) {
         const std::string ending = state.bare ? "" : std::string(".") + disc_type_name(entry.type);
         std::string unique = name + ending;
         for (int i = 2; !taken.insert(unique).second; i++) {
-            unique = name + "~" + std::to_string(i) + ending;
+            unique = std::string(name).append("~").append(std::to_string(i)).append(ending);
         }
         jobs.push_back(
             {number, state.output.empty() ? state.directory + "/" + unique : state.output});
