@@ -24,7 +24,9 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int FILES = 144;
-constexpr std::size_t FILE_BYTES = 4 * 254 + 100; // nearly the whole disc
+constexpr std::size_t FOUR_BLOCKS = std::size_t{4} * 254;
+constexpr std::size_t FIVE_BLOCKS = FOUR_BLOCKS + 100;
+constexpr int LARGE_FILES = 88; // and the disc is full
 
 struct Program {
     const char* name;
@@ -32,12 +34,13 @@ struct Program {
 };
 
 std::string make_disc() {
-    const std::string path = fs::temp_directory_path() / "kx_disc_bench.d64";
-    const std::vector<std::uint8_t> bytes(FILE_BYTES, 'x');
+    std::string path = fs::temp_directory_path() / "kx_disc_bench.d64";
+    const std::vector<std::uint8_t> bytes(FIVE_BLOCKS, 'x');
     kx::Disc disc;
     bool made = kx::disc_create(disc, path, {.replace = true}) == 1;
     for (int i = 0; made && i < FILES; i++) {
-        kx::DiscFile file{.bytes = std::span(bytes).first(i < 88 ? FILE_BYTES : 254 * 4)};
+        kx::DiscFile file{.bytes =
+                              std::span(bytes).first(i < LARGE_FILES ? FIVE_BLOCKS : FOUR_BLOCKS)};
         made = kx::disc_file_name(disc, "FILE" + std::to_string(i), file.name) == 1 &&
                kx::disc_write(disc, file) == 1;
     }

@@ -29,7 +29,6 @@ using test::read_file;
 using test::slot;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 namespace fs = std::filesystem;
 
 std::span<const std::uint8_t> bytes_of(const std::string& text) {
@@ -304,6 +303,25 @@ TEST_F(DiscTest, DeletesOnlyWhatIsTheFilesOwn) {
     EXPECT_EQ(bytes.size(), 400);
     EXPECT_EQ(disc_delete(disc, 0, false), 1);
     EXPECT_TRUE(disc_is_free(disc, 17, 0));
+}
+
+TEST_F(DiscTest, KnowsTheBlocksThatGeosHas) {
+    std::string image = formatted();
+    put(image, at(18, 0, 0xAB), chars({19, 8}) + "GEOS format");
+    put(image, at(18, 1, 2), slot(0x83, 17, 2, "RECORDS", 4));
+    put(image, at(18, 1, 21), chars({17, 3, 1, 6}));                    // info block, index
+    put(image, at(17, 2), chars({0, 255, 17, 4, 0, 255, 17, 5, 0, 0})); // the second is empty
+    for (const int sector : {3, 4, 5}) {
+        put(image, at(17, sector), chars({0, 255}));
+    }
+    open(image);
+    EXPECT_EQ(lines(disc_repair), "block 17/2 is used.\nblock 17/3 is used.\nblock 17/4 is used.\n"
+                                  "block 17/5 is used.\ntrack 17 has 17 free blocks, not 21.\n"
+                                  "block 19/8 is used.\ntrack 19 has 18 free blocks, not 19.\n");
+    EXPECT_EQ(lines(disc_check), "");
+    EXPECT_EQ(disc_delete(disc, 0, false), 1) << disc.failure.text;
+    EXPECT_EQ(lines(disc_check), "");
+    EXPECT_EQ(disc_info(disc).blocks_free, 664 - 1);
 }
 
 TEST_F(DiscTest, ReadsOnlyWhatIsAChainOfData) {
