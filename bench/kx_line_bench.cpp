@@ -1,0 +1,149 @@
+// What kx moves over a pseudo-terminal, against a plain copy of as many bytes through one, and over
+// a line of 115200 baud, whose counter is the part of the line that was used. The program itself
+// runs, so its start is in every figure: the file is large enough for it to count little.
+#include "tools/fake_target.h"
+
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <spawn.h>
+#include <string>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace kx::bench {
+namespace {
+
+constexpr std::size_t SIZE = 0x10000 - 0x801;
+constexpr long BAUD = 115200;
+
+[[noreturn]] void fail(const char* what) {
+    std::perror(what);
+    std::exit(1);
+}
+
+/// A program of that many bytes in a file of its own.
+std::string program_file(std::size_t size) {
+    const auto path = std::filesystem::temp_directory_path() / "kx_line_bench.prg";
+    std::ofstream(path) << "\x01\x08" << std::string(size, 'x');
+    return path.string();
+}
+
+/// kx with the target played here until it ends.
+void play(FakeTarget& target, std::vector<std::string> words) {
+    setenv("KX_PORT", target.line.device.c_str(), 1);
+    setenv("KX_BAUD", std::to_string(BAUD).c_str(), 1);
+    setenv("KX_TARGET", "c64", 1);
+    setenv("KXPATH", KX_SOURCE_DIR "/base", 1);
+    std::vector<char*> arguments;
+    for (std::string& word : words) {
+        arguments.push_back(word.data());
+    }
+    arguments.push_back(nullptr);
+    pid_t child = 0;
+    if (posix_spawn(&child, KX_COMMAND, nullptr, nullptr, arguments.data(), environ) != 0) {
+        fail("kx");
+    }
+    int status = 0;
+    while (waitpid(child, &status, WNOHANG) == 0) {
+        fake_step(target, 1);
+    }
+    if (status != 0) {
+        fail("kx failed");
+    }
+}
+
+void set_rate(benchmark::State& state, std::size_t size) {
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(size));
+}
+
+/// The same bytes from one end of a pseudo-terminal to the other.
+void plain_copy(benchmark::State& state) {
+    FakeLine line;
+    if (fake_line_open(line, 0) != 0) {
+        fail("no pseudo-terminal");
+    }
+    std::vector<std::uint8_t> bytes(SIZE);
+    for (auto _ : state) {
+        std::thread host([&] { fd_write_all(line.slave.get(), bytes); });
+        std::vector<std::uint8_t> taken(4096);
+        for (std::size_t done = 0; done < SIZE;) {
+            fake_line_wait(line, true, false, 100, -1);
+            done += fake_line_read(line, taken);
+        }
+        host.join();
+    }
+    set_rate(state, SIZE);
+}
+BENCHMARK(plain_copy)->UseRealTime();
+
+void send(benchmark::State& state) {
+    FakeTarget target;
+    fake_open(target, {});
+    const std::string file = program_file(SIZE - 0x200); // before the cartridge's registers
+    for (auto _ : state) {
+        play(target, {"kx", "-q", "send", file});
+    }
+    set_rate(state, SIZE - 0x200);
+}
+BENCHMARK(send)->UseRealTime();
+
+void read(benchmark::State& state) {
+    FakeTarget target;
+    fake_open(target, {});
+    for (auto _ : state) {
+        play(target, {"kx", "-q", "read", "0x801-0xddff", "-o", "/dev/null"});
+    }
+    set_rate(state, 0xDE00 - 0x801);
+}
+BENCHMARK(read)->UseRealTime();
+
+void serve(benchmark::State& state) {
+    FakeSettings settings;
+    FakeRequest request;
+    std::string problem;
+    fake_request_parse("load kx_line_bench", request, problem);
+    settings.requests = {request};
+    const std::string file = program_file(SIZE);
+    for (auto _ : state) {
+        FakeTarget target;
+        fake_open(target, settings);
+        target.running = true;
+        play(target, {"kx", "-q", "serve", "--once", std::filesystem::path(file).parent_path()});
+    }
+    set_rate(state, SIZE);
+}
+BENCHMARK(serve)->UseRealTime();
+
+/// kx tells the part of the line itself; here the target counts.
+void send_at_115200(benchmark::State& state) {
+    FakeTarget target;
+    FakeSettings settings;
+    settings.baud = BAUD;
+    fake_open(target, settings);
+    const std::string file = program_file(40550);
+    using Clock = std::chrono::steady_clock;
+    Clock::time_point first, last;
+    std::size_t data = 0;
+    target.tell = [&](const FakeEvent& event) {
+        last = Clock::now();
+        first = data == 0 ? last : first;
+        data += event.bytes;
+    };
+    for (auto _ : state) {
+        data = 0;
+        play(target, {"kx", "-q", "send", file});
+    }
+    const double seconds = std::chrono::duration<double>(last - first).count();
+    state.counters["line_percent"] = static_cast<double>(data - 1024) * 1000 / seconds / BAUD;
+}
+BENCHMARK(send_at_115200)->UseRealTime()->Iterations(1);
+
+} // namespace
+} // namespace kx::bench
