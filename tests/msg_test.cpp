@@ -174,12 +174,12 @@ TEST(Progress, WindowWaitsForAKeyAfterAFailureOnly) {
             progress_update(1, 2);
             progress_end(result);
         }
-        return 3;
+        return con_getkey();
     });
     terminal.wait_for("[error]");
     EXPECT_EQ(terminal.row(4).find("copying"), 10U) << terminal.screen();
-    terminal.type("x");
-    EXPECT_EQ(terminal.wait_exit(), 3);
+    terminal.type("xy");
+    EXPECT_EQ(terminal.wait_exit(), 'y');
 }
 
 TEST(Progress, StaysBehindATitleOfWideCharactersThatLeavesRoom) {
