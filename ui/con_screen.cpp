@@ -101,7 +101,8 @@ bool is_left() {
     return isendwin();
 }
 
-// What a signal handler sends, since it may not ask curses: the same that endwin sends.
+// What a signal handler sends, since it may not ask curses: what endwin sends, and a clean last
+// row.
 void prepare_reset(bool mouse) {
     state.reset.clear();
     const char* switching = tigetstr("XM");
@@ -111,6 +112,7 @@ void prepare_reset(bool mouse) {
     collect_capability(orig_pair);
     collect_capability(exit_attribute_mode);
     collect_capability(tparm(cursor_address, getmaxy(stdscr) - 1, 0, 0, 0, 0, 0, 0, 0, 0));
+    collect_capability(clr_eol); // without an alternate screen what follows stands in this row
     collect_capability(exit_ca_mode);
     collect_capability(keypad_local);
     collect_capability(cursor_normal);
