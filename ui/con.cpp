@@ -26,6 +26,7 @@ struct State {
     int back_colour = 0;
     int reverse = 0;
     int cursor_visible = 1;
+    std::uint8_t normal_attribute = 0; // of the last screen, as it was opened
     void (*redraw)() = nullptr;
 };
 State state;
@@ -102,6 +103,7 @@ void con_install(const ConScreen* screen) {
     if (screen != nullptr) {
         screen->drawing->start();
         screen->keyboard->start();
+        state.normal_attribute = con_textinfo().normal_attribute;
     }
 }
 
@@ -190,6 +192,7 @@ ConTextInfo con_textinfo() {
     const auto rows = static_cast<std::uint8_t>(screen ? con_rows() : -1);
     info.window_right = info.screen_width = columns;
     info.window_bottom = info.screen_height = rows;
+    info.normal_attribute = state.normal_attribute;
     info.cursor_x = static_cast<std::uint8_t>(con_wherex());
     info.cursor_y = static_cast<std::uint8_t>(con_wherey());
     if (screen) {
