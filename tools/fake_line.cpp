@@ -24,6 +24,9 @@ constexpr int BITS_PER_BYTE = 10; // start, eight, stop
 // as a device's buffer holds.
 constexpr std::size_t LET_AT = 512;
 constexpr auto LET_FOR = std::chrono::microseconds(300);
+// On a busy machine the host gets some 13 KiB in at once. It is not to think the line dead before
+// they have gone at a slow pace.
+constexpr auto SHUT_MAX = std::chrono::seconds(4);
 constexpr int IDLE_LETS = 100; // in vain, and the next one has time
 constexpr int IDLE_WAIT_MS = 5;
 
@@ -70,7 +73,8 @@ void let_host_write(FakeLine& line) {
     if (before >= LET_AT) {
         return;
     }
-    const auto end = Clock::now() + LET_FOR;
+    line.let = Clock::now();
+    const auto end = line.let + LET_FOR;
     bool came = false;
     tcflow(line.slave.get(), TCOON);
     while (!came && Clock::now() < end) {
@@ -85,6 +89,7 @@ void let_host_write(FakeLine& line) {
 int fake_line_open(FakeLine& line, long baud) {
     line = {};
     line.baud = baud;
+    line.let = Clock::now();
     line.master.reset(posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
     char name[64];
     if (!line.master.is_open() || grantpt(line.master.get()) != 0 ||
@@ -126,7 +131,9 @@ void fake_line_wait(FakeLine& line, bool reads, bool writes, int milliseconds, i
 
 std::size_t fake_line_read(FakeLine& line, std::span<std::uint8_t> bytes) {
     const std::size_t waiting = bytes_waiting(line.master.get());
-    const std::size_t room = std::min(pace_room(line, line.in, waiting), bytes.size());
+    const bool overdue = line.baud != 0 && !line.stopped && Clock::now() - line.let > SHUT_MAX;
+    const std::size_t paced = overdue ? waiting : pace_room(line, line.in, waiting);
+    const std::size_t room = std::min(paced, bytes.size());
     const ssize_t got = room > 0 ? read(line.master.get(), bytes.data(), room) : 0;
     const auto count = static_cast<std::size_t>(std::max<ssize_t>(got, 0));
     pace_took(line, line.in, count);

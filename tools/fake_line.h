@@ -25,9 +25,10 @@ struct FakeLine {
     long baud = 0;      // 0: as fast as it goes
     FakePace in;
     FakePace out;
-    std::uint64_t crossed = 0; // bytes that have gone over the line, either way
-    bool stopped = false;      // takes nothing any more
-    int vain_lets = 0;         // how often the host could have written and did not
+    std::uint64_t crossed = 0;                 // bytes that have gone over the line, either way
+    bool stopped = false;                      // takes nothing any more
+    int vain_lets = 0;                         // how often the host could have written and did not
+    std::chrono::steady_clock::time_point let; // the host could write last
 };
 
 /// Makes a new line, raw to begin with; what was open before is closed. 0, or -1 with errno.
