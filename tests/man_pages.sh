@@ -1,16 +1,24 @@
 #!/bin/sh
-# The man pages against the sources in the folder given: names every option and item that stands on
-# one side only, and whatever man warns about; exit status 1 when there is any.
+# The man pages against the sources in the folder given, and against the help of kx, the program
+# given second: names every option and item that stands on one side only, and whatever man warns
+# about; exit status 1 when there is any.
 set -eu
 cd "$1"
+kx=$2
 
 # "section key" for every tag of a page, with n for n0, n1 and so on. Of the main headings two list
 # names that the code knows.
 listed() {
-    sed 's/\\-/-/g; s/\\fI[^ ]*"//; s/^\.SS \[\(.*\)]/.SS \1/' "doc/man/$1" | tr -d '",' | awk '
+    cut='[0-9]+$' keep=.
+    case $1 in
+    kx-init.1) ;;
+    kx.1 | kx-*.1) cut='[=[].*' keep='^-' ;; # the values of options stand in their tags
+    esac
+    sed 's/\\-/-/g; s/\\fI[^ ]*"//; s/^\.SS \[\(.*\)]/.SS \1/' "doc/man/$1" | tr -d '",' |
+        awk -v cut="$cut" -v keep="$keep" '
         /^\.S[HS]/ { section = /^\.SS/ || /OPTIONS|COLOURS/ ? $2 : "" }
         /^\.SS/ { print section, "" }
-        tag && section { for (i = 2; i <= NF; i++) { if (section != "OPTIONS") sub(/[0-9]+$/, "", $i); print section, $i } }
+        tag && section { for (i = 2; i <= NF; i++) { sub(cut, "", $i); if ($i ~ keep) print section, $i } }
         { tag = $0 == ".TP" }'
 }
 
@@ -19,9 +27,10 @@ found() {
     grep -oE "$2" "$1" | sed -E "s/$2/$3/"
 }
 
-# The options of a verb's table.
+# The options that the help of kx, or of a verb, lists.
 options() {
-    found "$1" '\{"(-[-,A-Za-z0-9]+)"' 'OPTIONS \1' | sed 's/,/\nOPTIONS /'
+    "$kx" "$@" --help | grep -oE '^ +-[^ =[]+(, --[a-z-]+)?' | tr -d ' ' | tr , '\n' |
+        sed 's/^/OPTIONS /'
 }
 
 # The same as `listed`, from the code that reads what the page is about.
@@ -29,8 +38,8 @@ known() {
     case $1 in
     kxsetup.1) found setup/command_line.cpp '"(-[-?A-Za-z]+|help)"' 'OPTIONS \1' ;;
     kx-init.1) found script/kx-init '(^    |\| )(--?[a-z]+)' 'OPTIONS \2' ;;
-    kx.1) options tools/verbs.cpp ;;
-    kx-*.1) verb=${1#kx-} && options "tools/verb_${verb%.1}.cpp" ;;
+    kx.1) options ;;
+    kx-*.1) verb=${1#kx-} && options "${verb%.1}" ;;
     kx.ini.5)
         for section in $(found setup/main_menu.cpp 'make_list\("\w+", "(\w+)"\)' '\1'); do
             found setup/main_menu.cpp 'section, "(\w+)"' "$section \\1"
@@ -58,7 +67,8 @@ known() {
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 wrong=0
-for page in $(cd doc/man && ls *.1) kx.ini.5 kx-target.5 kx-colors.5 kx-charset.5 kx-patches.5; do
+verbs=$("$kx" --help | sed -n 's/^  \([a-z][a-z]*\) .*/kx-\1.1/p')
+for page in kxsetup.1 kx-init.1 kx.1 $verbs kx.ini.5 kx-target.5 kx-colors.5 kx-charset.5 kx-patches.5; do
     listed "$page" | sort -u >"$work/listed"
     known "$page" | sed '/^[A-Z]/!s/^\([^ ]*\) .*/&\n\1 /' | sort -u >"$work/known"
     diff -U 0 --label "$page" --label code "$work/listed" "$work/known" || wrong=1
