@@ -95,12 +95,14 @@ int apply_patches(const PayloadOptions& options, const LoadedFile& loaded) {
     const std::string& path = active_config.patch_file;
     IniDocument document;
     if (path.empty() || ini_read(path, document) != 0) {
-        return report_fail(KxError::BadConfig, path.empty() ? "the target has no patch file"
-                                                            : path + ": cannot be read");
+        return report_fail(KxError::BadConfig, path.empty()
+                                                   ? std::string("the target has no patch file")
+                                                   : path + ": cannot be read");
     }
     for (const std::string& section : options.patches) {
         if (ini_find_section(document, section) == nullptr) {
-            return report_fail(KxError::NotFound, path + ": no patch '" + section + "'",
+            return report_fail(KxError::NotFound,
+                               text_printf("%s: no patch '%s'", path.c_str(), section.c_str()),
                                "kx patch --list has them");
         }
     }

@@ -51,7 +51,7 @@ std::string product(const fs::path& device) {
     error_code error;
     fs::path folder = fs::canonical(device, error);
     for (int level = 0; !error && level < USB_LEVELS; level++, folder = folder.parent_path()) {
-        const std::string name = read_line(folder / "product");
+        std::string name = read_line(folder / "product");
         if (!name.empty()) {
             return name;
         }

@@ -120,7 +120,7 @@ int read_requests(FakeSettings& settings) {
         FakeRequest request;
         std::string problem;
         if (!fake_request_parse(text, request, problem)) {
-            return fail_usage("--request '" + text + "': " + problem);
+            return fail_usage(text_printf("--request '%s': %s", text.c_str(), problem.c_str()));
         }
         settings.requests.push_back(request);
     }
