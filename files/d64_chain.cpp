@@ -97,14 +97,14 @@ D64ChainEnd d64_walk_chain(ImageHandle& image, ImagePlace start, const D64Visito
     return D64ChainEnd::Marked;
 }
 
-bool d64_is_decoration(const DiscEntry& entry) {
+bool disc_is_decoration(const DiscEntry& entry) {
     return entry.type == DISC_DEL && entry.blocks == 0;
 }
 
 D64ChainEnd d64_file_blocks(ImageHandle& image, const DiscEntry& entry,
                             std::vector<ImagePlace>& blocks, int* side_blocks) {
     D64ChainEnd end = D64ChainEnd::Marked;
-    if (d64_is_decoration(entry)) {
+    if (disc_is_decoration(entry)) {
         return end;
     }
     if (entry.type == DISC_REL || entry.geos) {

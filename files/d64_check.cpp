@@ -74,7 +74,7 @@ bool size_fits(const DiscEntry& entry, std::size_t blocks, int side_blocks) {
 
 void check_entry(Check& check, const DiscEntry& entry) {
     const std::string who = "'" + entry.text + "'";
-    if (entry.raw_type == 0 || d64_is_decoration(entry)) {
+    if (entry.raw_type == 0 || disc_is_decoration(entry)) {
         return;
     }
     if (!entry.closed) {
@@ -257,7 +257,9 @@ void d64_find_faults(ImageHandle& image, DiscFindings& findings) {
     for (const DiscEntry& entry : d64_entries(*view.disc)) {
         check_entry(check, entry);
     }
-    for (int track = 1; track <= d64_map_tracks(view); track++) {
+    D64Block header; // without it there is no map, and the lines above say why
+    const bool has_map = d64_read(view, header, D64_HEADER_OFFSET) == 1;
+    for (int track = 1; has_map && track <= d64_map_tracks(view); track++) {
         check_track(check, track);
     }
     Check errors{.image = image, .findings = findings};
@@ -290,7 +292,7 @@ int d64_repair(ImageHandle& image, DiscFindings& done) {
         int result = 1;
         if (entry.raw_type != 0 && !entry.closed) {
             result = scratch_open_file(image, entry, done);
-        } else if (entry.raw_type != 0 && !d64_is_decoration(entry)) {
+        } else if (entry.raw_type != 0 && !disc_is_decoration(entry)) {
             result = take_file(image, entry, owners, done);
         }
         if (result != 1) {

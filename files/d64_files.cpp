@@ -211,13 +211,17 @@ void keep_used_blocks(ImageHandle& image) {
     std::vector<ImagePlace> used = disc.directory;
     used.push_back(D64_HEADER);
     for (const DiscEntry& entry : d64_entries(disc)) {
-        if (entry.closed) {
-            std::vector<ImagePlace> blocks;
-            d64_file_blocks(image, entry, blocks);
-            // The open chain of a file by the toolkit's rules goes on behind its last block.
-            blocks.resize(std::min(blocks.size(), static_cast<std::size_t>(entry.blocks)));
-            used.insert(used.end(), blocks.begin(), blocks.end());
+        if (entry.raw_type == 0) {
+            continue;
         }
+        std::vector<ImagePlace> blocks;
+        d64_file_blocks(image, entry, blocks);
+        // The open chain of a file by the toolkit's rules goes on behind its last block. One that
+        // was never closed has no size yet.
+        if (entry.closed) {
+            blocks.resize(std::min(blocks.size(), static_cast<std::size_t>(entry.blocks)));
+        }
+        used.insert(used.end(), blocks.begin(), blocks.end());
     }
     for (const ImagePlace place : used) {
         if (d64_is_free(image, place)) {
@@ -384,7 +388,7 @@ int d64_extract_all(ImageHandle& image) {
     int result = 1;
     for (const DiscEntry& entry : d64_entries(disc)) {
         if (entry.start.track == 0 || !d64_is_shown(disc, entry) ||
-            (drive && d64_is_decoration(entry))) {
+            (drive && disc_is_decoration(entry))) {
             continue;
         }
         const std::string name = drive ? free_name(entry.host_name, names) : entry.host_name;

@@ -186,10 +186,6 @@ const char* d64_chain_fault(D64ChainEnd end);
 using D64Visitor = std::function<bool(ImagePlace place, ImagePlace link)>;
 D64ChainEnd d64_walk_chain(ImageHandle& image, ImagePlace start, const D64Visitor& visit);
 
-/// Whether the entry is a line that only decorates the listing: it has no blocks, whatever it says
-/// of a start.
-bool d64_is_decoration(const DiscEntry& entry);
-
 /// All blocks of a file: its chain, side sectors, and what GEOS has beside it, as far as they go.
 /// `side_blocks` of them are side sectors. What ended the chain that is not whole, else Marked.
 D64ChainEnd d64_file_blocks(ImageHandle& image, const DiscEntry& entry,

@@ -141,6 +141,10 @@ DiscInfo disc_info(const Disc& disc);
 /// Valid until the disc is changed or closed.
 const std::vector<DiscEntry>& disc_entries(const Disc& disc);
 
+/// Whether the entry is a line that only decorates the listing: it has no blocks, whatever it says
+/// of a start.
+bool disc_is_decoration(const DiscEntry& entry);
+
 /// Characters for names, from now on: the set of upper case letters, which a disc has when it is
 /// opened, or that of lower and upper case. Texts of entries follow.
 void disc_set_charset(Disc& disc, bool lower);

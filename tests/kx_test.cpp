@@ -186,6 +186,21 @@ TEST_F(KxTest, DamageIsFoundAndRepaired) {
         {"kx check d.d64", 0, "d.d64: ok\n", ""},
         {"head -c 100000 d.d64 >cut.d64; kx put cut.d64 a.prg -f", 1, "",
          "kx: error: cut.d64: the image is cut: it has 100000 bytes of 174848\n"},
+        {": >zero.d64; kx check zero.d64", 1,
+         "zero.d64: the image is cut: it has 0 bytes of 174848.\n"
+         "zero.d64: the chain of the directory leads to a block that cannot be read.\n"
+         "zero.d64: 2 problems\n",
+         ""},
+        {"kx get zero.d64", 1, "",
+         "kx: error: zero.d64: the image is cut: it has 0 bytes of 174848.\nhint: see kx check\n"},
+        {"{ cat d.d64; printf '\\005'; head -c 682 /dev/zero; } >e.d64; kx check --repair e.d64", 1,
+         "e.d64: block 1/0 gives error 23 when a drive reads it.\ne.d64: 1 problem\n", ""},
+        {"for i in $(seq 145); do echo $i >n$i; done; kx mkfs m.d64 n*", 1, "",
+         "kx: error: m.d64: there is no free place in the directory; nothing was written\n"},
+        {"kx get d.d64 a -o no/a", 1, "", "kx: error: no/a: No such file or directory\n"},
+        // A closed del entry without blocks is a line of the listing, and no file.
+        {"printf '\\200' | dd of=d.d64 bs=1 seek=91682 conv=notrunc status=none; kx get d.d64 -f",
+         0, "", "A.prg  600 bytes\n"},
     });
 }
 

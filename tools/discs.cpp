@@ -114,11 +114,12 @@ int fail_room(Disc& disc, const std::vector<std::string>& files, int free_before
                       : 0;
     }
     const std::string free = std::to_string(free_before);
-    return report_fail(KxError::NoRoom,
-                       disc.path + ": " +
-                           (needed > 0 ? discs_count(needed, "block") + " needed, " + free + " free"
-                                       : without_stop(disc.failure.text)) +
-                           "; nothing was written");
+    const bool blocks_lack = needed > free_before; // else the directory is full
+    return report_fail(KxError::NoRoom, disc.path + ": " +
+                                            (blocks_lack ? discs_count(needed, "block") +
+                                                               " needed, " + free + " free"
+                                                         : without_stop(disc.failure.text)) +
+                                            "; nothing was written");
 }
 
 /// Copies the files of another image that the pattern stands for.

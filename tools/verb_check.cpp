@@ -23,13 +23,14 @@ constexpr Option options[] = {
     {"--repair", &state.repair, "", "build map and counts anew, scratch files never closed"},
 };
 
-void print_lines(const std::string& image, const DiscFindings& findings, Json& json) {
+void print_lines(const std::string& image, const DiscFindings& findings, Json& json,
+                 const char* key) {
     Json lines = Json::array();
     for (const std::string& line : findings.lines) {
         report_line(ascii_escape(image + ": " + line));
         lines.append(line);
     }
-    json.set("lines", std::move(lines));
+    json.set(key, std::move(lines));
 }
 
 /// Repairs what is wrong. What is left afterwards is the caller's to find.
@@ -38,7 +39,7 @@ int repair(Disc& disc, Json& json) {
     if (disc_repair(disc, done) != 1) {
         return discs_fail(disc, "nothing was changed; kx get copies what can be read");
     }
-    print_lines(disc.path, done, json);
+    print_lines(disc.path, done, json, "lines");
     json.set("changes", done.count);
     if (done.count == 0) {
         return 0;
@@ -53,9 +54,7 @@ int repair(Disc& disc, Json& json) {
 int look(Disc& disc, Json& json) {
     DiscFindings findings;
     disc_check(disc, findings);
-    if (!state.repair) {
-        print_lines(disc.path, findings, json);
-    }
+    print_lines(disc.path, findings, json, state.repair ? "left" : "lines");
     json.set("problems", findings.count);
     report_line(ascii_escape(disc.path) + ": " +
                 (findings.count == 0 ? "ok" : discs_count(findings.count, "problem")));

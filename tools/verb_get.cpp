@@ -99,7 +99,10 @@ int copy(Disc& disc, const Job& job, Json& files) {
         return host_write("-", bytes);
     }
     if (!globals.dry_run && disc_extract(disc, job.number, job.path, state.replace) != 1) {
-        return discs_fail(disc);
+        const DiscFailure& failure = disc.failure;
+        return failure.reason == DiscReason::Host
+                   ? report_fail(KxError::HostFile, host_why(job.path, failure.error))
+                   : discs_fail(disc);
     }
     const auto size = static_cast<std::int64_t>(bytes.size());
     report_done(job.path + "  " + discs_count(size, "byte"));
@@ -148,7 +151,16 @@ int run() {
         return report_fail(KxError::Usage,
                            "-o takes one file, not " + std::to_string(numbers.size()));
     }
-    return copy_all(disc, numbers);
+    if (numbers.size() > 1) {
+        std::erase_if(numbers, [&](int number) {
+            return disc_is_decoration(disc_entries(disc)[static_cast<std::size_t>(number)]);
+        });
+    }
+    const int status = copy_all(disc, numbers);
+    const std::string fault = disc_info(disc).fault; // files may be missing
+    return status == 0 && state.names.empty() && !fault.empty()
+               ? report_fail(KxError::Damaged, state.image + ": " + fault, "see kx check")
+               : status;
 }
 
 } // namespace
