@@ -85,6 +85,7 @@ cd "$work/before" || exit 1
 cp -R "$source/base/." .
 head -c 3000 /dev/zero | tr '\0' x >one.prg
 printf '\1\10\356\40\320\140' >code.prg
+echo 'what was saved before' >saved
 kx -q mkfs disc.d64 one.prg
 silent=no
 
@@ -99,7 +100,9 @@ target=ONE.prg reads=(disc.d64)
 faults kx get disc.d64 ONE
 target=out.prg reads=(code.prg)
 faults kx patch code.prg -o out.prg --patches patches/c64.ini --name no_flicker
-silent=yes reads=()
+target=saved reads=() # a file of 300 bytes by the running program, over an old one
+faults kx fake --request 'save SAVED 300' -- kx serve --once .
+silent=yes
 target=kx.ini
 faults script -qec "$build/kxsetup </dev/null" /dev/null
 target=kxtest.ini
