@@ -8,8 +8,10 @@
 #include "fileserver/request_private.h"
 #include "link/serial.h"
 #include "util/ascii.h"
+#include "util/file.h"
 
 #include <cerrno>
+#include <climits>
 #include <fcntl.h>
 #include <filesystem>
 #include <set>
@@ -285,7 +287,7 @@ HostFd host_open_file(const std::string& path, std::uint32_t& size, std::uint32_
     return fd;
 }
 
-HostSave::HostSave(const std::string& path) : path_(path) {
+HostSave::HostSave(const std::string& path) {
     if (host_refuses_write(path)) {
         return;
     }
@@ -295,55 +297,35 @@ HostSave::HostSave(const std::string& path) : path_(path) {
         return;
     }
     struct stat status = {};
-    file_ = open_file(path, O_WRONLY | O_CREAT | O_EXCL, FILE_MODE, status);
-    made_ = static_cast<bool>(file_);
-    if (!made_ && errno == EEXIST) { // or is a link, through which a file may be made: that stays
-        file_ = open_file(path, O_WRONLY | O_CREAT, FILE_MODE, status);
+    HostFd file = open_file(path, O_WRONLY | O_CREAT | O_EXCL, FILE_MODE, status);
+    const bool made = static_cast<bool>(file);
+    if (!made && errno == EEXIST) { // or is a link, through which a file may be made: that stays
+        file = open_file(path, O_WRONLY | O_CREAT, FILE_MODE, status);
     }
-    noted(file_ ? 0 : -1);
+    noted(file ? 0 : -1);
     request_event().file = path;
-}
-
-HostSave::~HostSave() {
-    std::string name;
-    struct stat ours = {};
-    struct stat there = {};
-    if (!made_) {
-        return;
+    if (file) {
+        const std::string link = "/proc/self/fd/" + std::to_string(file.get());
+        char real[PATH_MAX];
+        const ssize_t length = ::readlink(link.c_str(), real, sizeof real);
+        path_.assign(real, length > 0 ? static_cast<std::size_t>(length) : 0);
     }
-    const HostFd parent = open_parent(path_.c_str(), name);
-    if (parent && ::fstat(file_.get(), &ours) == 0 &&
-        ::fstatat(parent.get(), name.c_str(), &there, AT_SYMLINK_NOFOLLOW) == 0 &&
-        ours.st_dev == there.st_dev && ours.st_ino == there.st_ino) {
-        ::unlinkat(parent.get(), name.c_str(), 0);
+    if (made) { // it can be made, and will be when it is whole
+        ::unlink(path_.c_str());
     }
 }
 
 int HostSave::replace() {
-    struct stat status = {};
     const off_t size = ::lseek(fd(), 0, SEEK_END);
-    if (::fstat(file_.get(), &status) != 0 || ::lseek(fd(), 0, SEEK_SET) != 0) {
+    const auto source = [this](std::uint64_t offset, std::span<std::uint8_t> bytes) {
+        const auto at = static_cast<off_t>(offset);
+        return ::pread(fd(), bytes.data(), bytes.size(), at) == static_cast<ssize_t>(bytes.size());
+    };
+    if (size >= 0 && file_replace(path_, static_cast<std::uint64_t>(size), source) != 0) {
+        errno = file_last_error().error;
         return noted(-1);
     }
-    const bool is_file = S_ISREG(status.st_mode);
-    // Room for all, before the first byte of what the file held is lost. Not all discs can tell.
-    if (is_file && size > 0 && ::fallocate(file_.get(), 0, 0, size) != 0 && errno != EOPNOTSUPP) {
-        noted(-1);
-        ::ftruncate(file_.get(), status.st_size);
-        return -1;
-    }
-    std::uint8_t piece[16384];
-    ssize_t got = 0;
-    while ((got = ::read(fd(), piece, sizeof piece)) > 0) {
-        if (fd_write_all(file_.get(), {piece, static_cast<std::size_t>(got)}) != 0) {
-            return noted(-1);
-        }
-    }
-    if (got < 0 || (is_file && ::ftruncate(file_.get(), size) != 0)) {
-        return noted(-1);
-    }
-    made_ = false;
-    return 0;
+    return noted(size < 0 ? -1 : 0);
 }
 
 int host_chdir(const std::string& path) {

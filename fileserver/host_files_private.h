@@ -72,25 +72,22 @@ HostFd host_open_file(const std::string& path, std::uint32_t& size,
 /// the file as it was, or none where there was none.
 class HostSave {
 public:
-    /// Makes the file, with 0666 less the umask, or opens the one that is there. False when that
-    /// cannot be had.
+    /// Finds out whether the file can be made, with 0666 less the umask, or written: false when
+    /// not. What is there stays until `replace`.
     explicit HostSave(const std::string& path);
-    ~HostSave();
     HostSave(const HostSave&) = delete;
     HostSave& operator=(const HostSave&) = delete;
-    explicit operator bool() const { return static_cast<bool>(file_); }
+    explicit operator bool() const { return !path_.empty(); }
 
     /// Where the bytes go meanwhile.
     int fd() const { return ::fileno(aside_.get()); }
 
-    /// Puts what came in the place of what the file held. 0, or -1 when it does not fit on the
-    /// disc, and then the file is as before, or cannot be written.
+    /// Puts what came in the file's place, whole. 0, or -1 when that cannot be, and then the file
+    /// is as before.
     int replace();
 
 private:
-    std::string path_;
-    HostFd file_;
-    bool made_ = false; // by this save, and not filled yet
+    std::string path_; // absolute, without links
     FilePtr aside_;
 };
 

@@ -47,14 +47,18 @@ judge() { # STATUS
         now=$(content)
     elif [ "$1" -ne 0 ] && [ ! -s "$work/said" ]; then
         fail "it ended with $1 without a word"
-    elif [ "$1" -eq 0 ] && [ "$silent" = no ] && [ "$now" != "$new" ]; then
-        fail "it failed with status 0"
+    elif [ "$1" -eq 0 ] && [ "$now" != "$new" ]; then
+        case $failure in
+        status) fail "it failed with status 0" ;;
+        told) grep -qE 'No space|Input/output|Interrupted' "$work/said" || fail "it is not told" ;;
+        esac
     fi
     [ "$(names)" = "$names_old" ] || [ "$(names)" = "$names_new" ] || fail "litter: $(names)"
 }
 
 # Runs the command with each call failing in turn. `target` is the file that it writes, `reads` are
-# others that it opens. With `silent` set to yes, a failure is not told, as the program has it.
+# others that it opens. `failure` is how one shows: by the status, told in a line, or not at all, as
+# the program has it.
 faults() { # COMMAND...
     local call how n status
     command=$* program=("$@") fault=none
@@ -87,7 +91,7 @@ head -c 3000 /dev/zero | tr '\0' x >one.prg
 printf '\1\10\356\40\320\140' >code.prg
 echo 'what was saved before' >saved
 kx -q mkfs disc.d64 one.prg
-silent=no
+failure=status
 
 target=disc.d64 reads=(code.prg)
 faults kx put disc.d64 code.prg
@@ -100,9 +104,9 @@ target=ONE.prg reads=(disc.d64)
 faults kx get disc.d64 ONE
 target=out.prg reads=(code.prg)
 faults kx patch code.prg -o out.prg --patches patches/c64.ini --name no_flicker
-target=saved reads=() # a file of 300 bytes by the running program, over an old one
+failure=told target=saved reads=() # a file of 300 bytes by the running program, over an old one
 faults kx fake --request 'save SAVED 300' -- kx serve --once .
-silent=yes
+failure=none
 target=kx.ini
 faults script -qec "$build/kxsetup </dev/null" /dev/null
 target=kxtest.ini
