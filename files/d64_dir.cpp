@@ -153,7 +153,9 @@ D64ChainEnd read_slots(ImageHandle& image) {
     ImagePlace place = D64_FIRST_DIR;
     D64Block block;
     do {
-        if (!d64_is_on_disc(place)) {
+        // Meant: for the toolkit's rules no track ends the directory, only the sector below does;
+        // 0/n is the image's block n.
+        if (!d64_is_on_disc(place) && (drive || place.track != 0)) {
             return place.track == 0 ? D64ChainEnd::Marked : D64ChainEnd::Outside;
         }
         if (drive && place == D64_HEADER) {
@@ -172,7 +174,6 @@ D64ChainEnd read_slots(ImageHandle& image) {
         }
         d64_add_slots(image, place, block);
         place = {.track = block[0], .sector = block[1]};
-        // Meant: the sector ends the directory whatever the track.
     } while (place.sector != D64_DIR_END);
     return D64ChainEnd::Marked;
 }

@@ -82,7 +82,9 @@ struct D64 : testing::Test {
 
 TEST_F(D64, ListsAndPrintsInfo) {
     std::string disc = formatted(at(43, 0));
-    put(disc, at(18, 1), chars({42, 16})); // the directory goes on there, and ends at a sector 255
+    // The directory goes on there, and ends at a sector 255 alone: 0/30 is the 31st block.
+    put(disc, at(18, 1), chars({0, 30}));
+    put(disc, at(2, 9), chars({42, 16}));
     put(disc, at(42, 16), chars({18, 255}) + slot(0x82, 17, 0, "LAST", 1));
     put(disc, at(18, 1, 2), slot(0x82, 17, 0, "HELLO WORLD", 4));
     put(disc, at(18, 1, 34), slot(0xC1, 1, 12, "A/B\x02\xC1", 300)); // what ASCII lacks
@@ -96,13 +98,13 @@ TEST_F(D64, ListsAndPrintsInfo) {
                       "......+. 17: 0 prg       1 LAST\n");
     d64_ls_style = 1;
     EXPECT_EQ(extract("02.GONE.del"), "(none)");
-    EXPECT_EQ(extract("08"), "");
+    EXPECT_EQ(extract("10"), "");
     const std::string start = "-rw-rw-rw-   1 root     root        ";
     EXPECT_EQ(list(), start + " 1016 Jan 1 12:00 00.HELLO WORLD.prg\n" +           //
                           start + "76200 Jan 1 12:00 01.A_B__.seq\n" +             //
                           start + " 1778 Jan 1 12:00 02.GONE.del\n" +              //
                           start + "    0 Jan 1 12:00 07.SIXTEEN LETTERS!.1111\n" + //
-                          start + "  254 Jan 1 12:00 08.LAST.prg\n");
+                          start + "  254 Jan 1 12:00 10.LAST.prg\n");
     const std::string info = printed(d64_print_info);
     EXPECT_THAT(info, HasSubstr("disc name   : WORK DISC       \n"
                                 "disc id     : 64 2A\n"
@@ -540,7 +542,7 @@ TEST_F(D64, HeldImageOfATargetThatDoesNotAnswer) {
         settings.failure_after = after;
         test::FakeThread target(settings);
         connect(target.device());
-        stub_set_sleep([] {}); // of the ten seconds for a byte
+        stub_set_sleep([] { std::this_thread::yield(); }); // of the ten seconds for a byte
         testing::internal::CaptureStderr();
         EXPECT_EQ(image_open(image, "d64", true, true), -1);
         EXPECT_THAT(testing::internal::GetCapturedStderr(),

@@ -197,6 +197,9 @@ TEST_F(KxTest, DamageIsFoundAndRepaired) {
          "e.d64: block 1/0 gives error 23 when a drive reads it.\ne.d64: 1 problem\n", ""},
         {"for i in $(seq 145); do echo $i >n$i; done; kx mkfs m.d64 n*", 1, "",
          "kx: error: m.d64: there is no free place in the directory; nothing was written\n"},
+        {"cp d.d64 s.d64; printf '\\021\\000' | dd of=s.d64 bs=1 seek=$((336*256)) conv=notrunc "
+         "status=none; kx put d.d64 s.d64:A -N B",
+         1, "", "kx: error: s.d64: the chain of 'A' runs in a circle\n"},
         {"kx get d.d64 a -o no/a", 1, "", "kx: error: no/a: No such file or directory\n"},
         // A closed del entry without blocks is a line of the listing, and no file.
         {"printf '\\200' | dd of=d.d64 bs=1 seek=91682 conv=notrunc status=none; kx get d.d64 -f",

@@ -141,6 +141,10 @@ int copy_files(Disc& disc, const std::string& image, const std::string& pattern,
         if (!how.name.empty() && disc_file_name(disc, how.name, name) != 1) {
             return discs_fail(disc);
         }
+        std::vector<std::uint8_t> bytes;
+        if (disc_read(from, number, bytes) != 1) {
+            return discs_fail(from);
+        }
         if (disc_copy(disc, from, number, name, how.replace) != 1) {
             return discs_fail(disc,
                               disc.failure.reason == DiscReason::Exists ? "-f replaces it" : "");
