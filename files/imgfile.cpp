@@ -132,12 +132,15 @@ int get_range(ImageHandle& image, const std::string& host_path, std::int64_t off
               std::int64_t length) {
     // An old file is replaced when all bytes are there, and never the image itself.
     const FilePtr copy(std::tmpfile());
-    std::vector<std::uint8_t> bytes;
-    const bool copied = copy && !image_is_file(image, host_path) &&
-                        target_imgreadfchunk(image, copy.get(), offset, length) == 1 &&
-                        std::fseek(copy.get(), 0, SEEK_SET) == 0 &&
-                        file_read_bytes(copy.get(), static_cast<std::uint64_t>(length), bytes) == 0;
-    return copied && file_replace(host_path, bytes) == 0 ? 1 : -1;
+    if (!copy || image_is_file(image, host_path) ||
+        target_imgreadfchunk(image, copy.get(), offset, length) != 1) {
+        return -1;
+    }
+    const auto content = [&](std::uint64_t at, std::span<std::uint8_t> bytes) {
+        return std::fseek(copy.get(), static_cast<long>(at), SEEK_SET) == 0 &&
+               file_read(copy.get(), bytes) == static_cast<long>(bytes.size());
+    };
+    return file_replace(host_path, static_cast<std::uint64_t>(length), content) == 0 ? 1 : -1;
 }
 
 } // namespace

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <limits>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -222,15 +223,27 @@ int target_imgwrite(ImageHandle& image, std::span<const std::uint8_t> bytes, std
 }
 
 int target_imgreadfchunk(ImageHandle& image, std::FILE* file, std::int64_t offset, long length) {
-    // No room is made for more than the image can hold.
     if (length < 0 || offset < 0 || length > image_size(image) - offset) {
         return -1;
     }
-    std::vector<std::uint8_t> bytes(static_cast<std::size_t>(length));
-    if (target_imgread(image, bytes, offset) != 1 ||
-        std::fwrite(bytes.data(), 1, bytes.size(), file) != bytes.size()) {
-        return -1;
-    }
+    // What the target holds is read as one: its commands depend on the length.
+    constexpr long PIECE = 0x10000;
+    std::vector<std::uint8_t> buffer(
+        static_cast<std::size_t>(image.held ? length : std::min(PIECE, length)));
+    ImageHandle source = image;
+    long done = 0;
+    do {
+        const auto piece = std::span(buffer).first(
+            std::min(buffer.size(), static_cast<std::size_t>(length - done)));
+        if (target_imgread(source, piece, offset + done) != 1) {
+            return -1;
+        }
+        source.access_limit = std::numeric_limits<std::int64_t>::max(); // it has begun below it
+        if (!piece.empty() && std::fwrite(piece.data(), 1, piece.size(), file) != piece.size()) {
+            return -1;
+        }
+        done += static_cast<long>(piece.size());
+    } while (done < length);
     return std::fflush(file) == 0 ? 1 : -1;
 }
 

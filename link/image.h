@@ -98,7 +98,8 @@ int target_imgread(ImageHandle& image, std::span<std::uint8_t> bytes, std::int64
 int target_imgwrite(ImageHandle& image, std::span<const std::uint8_t> bytes, std::int64_t offset);
 
 /// `length` bytes from the image at `offset` to the file at its position, or the other way. 1;
-/// -1, and nothing sent to the target, for a negative length or a file that ends too early.
+/// -1, and nothing sent to the target, for a negative length or a file that ends too early. A host
+/// file's bytes go a piece at a time: a copy that fails half-way leaves a part in the file.
 int target_imgreadfchunk(ImageHandle& image, std::FILE* file, std::int64_t offset, long length);
 int target_imgwritefchunk(ImageHandle& image, std::FILE* file, std::int64_t offset, long length);
 

@@ -87,6 +87,16 @@ TEST_F(KxTest, WrongCommandLinesSayWhatIsMeant) {
     EXPECT_THAT(shell("kx").err, HasSubstr("\n  ls        directory of a disc image\n"));
 }
 
+TEST_F(KxTest, LackOfMemoryIsOneLine) {
+    const std::string little = "ulimit -v 100000; ";
+    if (shell(little + "kx --version").status != 0) {
+        GTEST_SKIP() << "a sanitizer needs more";
+    }
+    const Outcome outcome = shell("truncate -s 200M a.ini; " + little + "kx lint a.ini");
+    EXPECT_EQ(outcome.err, "kx: error: not enough memory\n");
+    EXPECT_EQ(outcome.status, 1);
+}
+
 TEST_F(KxTest, NoEscapeReachesAPipeOrAPlainTerminal) {
     dir.write("a.prg", "x");
     shell("kx mkfs d.d64 a.prg");

@@ -193,6 +193,19 @@ TEST_F(Load, OnlyAnAddressSpaceOfAnEndlessFileIsRead) {
     EXPECT_EQ(after(), "1000-180001000:1000 1000:abc\n");
 }
 
+TEST_F(Load, EntriesAreMarkedWhereTheyHaveANameAndNamedElsewhere) {
+    SymEntry* const init = sym_add(sym_store, 0x1004, 0, 0, "init", "mine", SYM_READ);
+    dir.write("f.sid", tune("\0\x10"s, "xy"));
+    EXPECT_EQ(file_load("f.sid", 0), 1);
+    EXPECT_EQ(init->flags, SYM_READ | SYM_CODE);
+    EXPECT_EQ(init->comment, "mine");
+    EXPECT_EQ(sym_find_addr(sym_store, 0x1004, 0, 0), init);
+    const SymEntry* const play = sym_find_name(sym_store, "entry_1008", 0);
+    ASSERT_NE(play, nullptr);
+    EXPECT_EQ(play->flags, SYM_CODE);
+    EXPECT_EQ(play->comment, "entrypoint at $1008");
+}
+
 TEST_F(Load, PiecesAreToldAsTheyGo) {
     dir.write("a.pce", image(40960, {}));
     mem_mode = MEM_IMAGE; // of which none is open: the first piece fails

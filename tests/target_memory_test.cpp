@@ -12,6 +12,7 @@
 #include "ui/msg.h"
 #include "util/file.h"
 
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -143,7 +144,11 @@ TEST_F(TargetMemory, ReadsAndWritesImageFilesThemselvesOrAsMemory) {
     for (const auto& [length, result] : {std::pair{-1L, -1}, {3L, -1}, {1L << 40, -1}, {2L, 1}}) {
         EXPECT_EQ(target_imgreadfchunk(image, host.get(), 8, length), result) << length;
     }
+    EXPECT_EQ(target_imgreadfchunk(image, host.get(), 8, 0), 1);
     EXPECT_EQ(test::read_file(dir.file("host")), "abcXY");
+    std::filesystem::resize_file(path, std::uintmax_t{1} << 43); // more than memory holds
+    EXPECT_EQ(target_imgreadfchunk(image, file_open("/dev/full", "wb").get(), 0, 1L << 43), -1);
+    std::filesystem::resize_file(path, 10);
     target_imgclose(image);
     EXPECT_EQ(mem_read_block(back, 0), -1);
     // The limit is for where a read begins.

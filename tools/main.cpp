@@ -1,6 +1,14 @@
 // kx, the toolkit's hands-on command.
 #include "tools/kx.h"
 
+#include <cstdio>
+#include <new>
+
 int main(int argc, char** argv) {
-    return kx::kx_run(argc, argv);
+    try {
+        return kx::kx_run(argc, argv);
+    } catch (const std::bad_alloc&) {
+        std::fputs("kx: error: not enough memory\n", stderr);
+        return 1;
+    }
 }
