@@ -135,6 +135,10 @@ TEST_F(KxTest, DiscsKeepWhatIsPutOnThem) {
         // All or nothing, whatever fails.
         {"cp long.seq new.seq; kx put d.d64 new.seq big.prg", 1, "",
          "kx: error: d.d64: 792 blocks needed, 659 free; nothing was written\n"},
+        {"kx mkfs -q t.d64; cp hello.prg up; KXPATH=$base kx put -q --toolkit-rules t.d64 up "
+         ">/dev/null; "
+         "kx ls -1 t.d64",
+         0, "UP\n", ""},
         {"kx put d.d64 new.seq hello.prg", 1, "",
          "kx: error: d.d64: there is a file 'HELLO'\nhint: -f replaces it\n"},
         {"kx rm d.d64 LONG GONE", 1, "", "kx: error: d.d64: there is no file 'GONE'\n"},

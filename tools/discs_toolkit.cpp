@@ -1,7 +1,10 @@
 // The disc verbs by the toolkit's own rules.
 #include "tools/discs_toolkit.h"
 
+#include "charsets/charset.h"
+#include "core/active_config.h"
 #include "files/imgfile.h"
+#include "tools/base.h"
 #include "tools/global.h"
 #include "tools/host.h"
 #include "tools/report.h"
@@ -14,12 +17,31 @@ namespace kx {
 
 namespace {
 
+/// Names go by the tables of the base directory, where there is one.
+int load_charsets() {
+    if (!base_find_quietly()) {
+        return 0;
+    }
+    IniDocument main_doc;
+    ini_read(active_config.base_dir + "kx.ini", main_doc); // one that is not there names no table
+    ini_add_section(main_doc, "charsets");                 // without, the loader ends the process
+    const std::string problem = charset_check_defaults(active_config.base_dir, main_doc);
+    if (!problem.empty()) {
+        return report_fail(KxError::BadConfig, problem);
+    }
+    charset_load_defaults(active_config.base_dir, main_doc);
+    return 0;
+}
+
 /// Runs `work` with the image open; it gives the library's 1 or -1.
 int with_image(const std::string& path, bool writing,
                const std::function<int(ImageHandle& image)>& work) {
     if (globals.dry_run) {
         return report_fail(KxError::Usage,
                            "--toolkit-rules changes at once: -n does not go with it");
+    }
+    if (const int status = load_charsets()) {
+        return status;
     }
     ImageHandle image;
     if (image_open(image, path, false, writing) != 1) {
