@@ -237,7 +237,7 @@ Failure unless_missing(const Failure& failure) {
 
 std::string config_find_base_dir(const std::string& program_path, const char* variable) {
     if (const char* value = std::getenv(variable)) {
-        return std::string(value) + "/";
+        return std::string(value) + "/"; // Meant: also behind a separator, which doubles it.
     }
     const std::size_t separator = program_path.find_last_of("/\\");
     if (separator == std::string::npos || separator == 0) {
