@@ -425,6 +425,7 @@ void replug(FakeTarget& target) {
     if (target.settings.failure == FakeFailure::Replug && due &&
         fake_line_open(target.line, target.settings.baud) == 0) {
         target.line.crossed = crossed;
+        target.running = false; // nobody hears a request before a host has opened the line again
         target.quiet_since = Clock::now();
         tell(target, {.kind = "line", .words = target.line.device, .hex = ""});
     }
