@@ -27,7 +27,7 @@ void print_lines(const std::string& image, const DiscFindings& findings, Json& j
                  const char* key) {
     Json lines = Json::array();
     for (const std::string& line : findings.lines) {
-        report_line(ascii_escape(image + ": " + line));
+        report_line(ascii_escape(std::string(image).append(": ").append(line)));
         lines.append(line);
     }
     json.set(key, std::move(lines));
