@@ -1,5 +1,5 @@
 // The CBM fileserver: load, save and open, in a table of commands.
-#include "fileserver/cbm.h"
+#include "fileserver/cbm_private.h"
 
 #include "core/active_config.h"
 #include "fileserver/basic_listing_private.h"

@@ -2,11 +2,11 @@
 #include "fileserver/fileserver.h"
 
 #include "core/active_config.h"
-#include "fileserver/cbm.h"
-#include "fileserver/generic.h"
+#include "fileserver/cbm_private.h"
+#include "fileserver/generic_private.h"
 #include "fileserver/host_files_private.h"
 #include "fileserver/request_private.h"
-#include "fileserver/serialslave.h"
+#include "fileserver/serialslave_private.h"
 #include "ui/msg.h"
 #include "util/text.h"
 

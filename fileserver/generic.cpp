@@ -1,5 +1,5 @@
 // The generic fileserver: the table of its commands, and the host's file calls behind them.
-#include "fileserver/generic.h"
+#include "fileserver/generic_private.h"
 
 #include "fileserver/directory_search_private.h"
 #include "fileserver/fileserver.h"

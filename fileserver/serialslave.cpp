@@ -1,6 +1,6 @@
 // The serial-slave fileserver: a table of commands of one character, a second one of the block
 // commands behind 'B'.
-#include "fileserver/serialslave.h"
+#include "fileserver/serialslave_private.h"
 
 #include "fileserver/basic_listing_private.h"
 #include "fileserver/drive_private.h"

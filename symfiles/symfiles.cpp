@@ -2,8 +2,8 @@
 #include "symfiles/symfiles.h"
 
 #include "core/file_type_ids.h"
-#include "symfiles/syms_ini.h"
-#include "symfiles/syms_vice.h"
+#include "symfiles/syms_ini_private.h"
+#include "symfiles/syms_vice_private.h"
 #include "ui/con.h"
 #include "ui/msg.h"
 

@@ -1,5 +1,5 @@
 // The reader of symbol .ini files. One table says what each section's items look like.
-#include "symfiles/syms_ini.h"
+#include "symfiles/syms_ini_private.h"
 
 #include "ini/ini.h"
 #include "ui/msg.h"

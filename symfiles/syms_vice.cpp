@@ -1,6 +1,6 @@
 // The reader of VICE label files. They are scripts for VICE's monitor: only the commands that add
 // a label concern us.
-#include "symfiles/syms_vice.h"
+#include "symfiles/syms_vice_private.h"
 
 #include "ui/msg.h"
 #include "util/ascii.h"
