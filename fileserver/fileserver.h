@@ -29,10 +29,11 @@ int fileserver_handle_byte(std::uint8_t byte);
 /// after that is taken for requests.
 void fileserver_set_patience(int milliseconds);
 
-/// `stop` is asked about ten times a second while a request waits, and with each piece of its data:
-/// when it says true the request is dropped, and what the target still sends of it is read and
-/// dropped too, until the line is quiet for 100 ms or two seconds have passed. Null, at first:
-/// nobody is asked. It may call `fileserver_last_request`, and nothing else of the servers.
+/// `stop` is asked about ten times a second while a request waits, with each piece of its data,
+/// with each byte that `max_speed` spaces, and with each that an endless name is too long by: when
+/// it says true the request is dropped, and what the target still sends of it is read and dropped
+/// too, until the line is quiet for 100 ms or two seconds have passed. Null, at first: nobody is
+/// asked. It may call `fileserver_last_request`, and nothing else of the servers.
 void fileserver_set_stop(bool (*stop)());
 
 /// How a request ended. A dropped one, of which half has come or whose answer nobody took, did

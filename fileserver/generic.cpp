@@ -182,13 +182,13 @@ off_t seek(std::int32_t handle, std::int32_t offset, int whence) {
 }
 
 // The bytes from the handle's position to the end of its file, 0 or less at the end. None when it
-// has no position or, which the first of these bytes finds out, cannot be read.
-std::optional<std::int64_t> bytes_left(std::int32_t handle) {
+// has no position or, which the first of these bytes finds out when any is wanted, cannot be read.
+std::optional<std::int64_t> bytes_left(std::int32_t handle, std::int32_t wanted) {
     const std::int64_t position = seek(handle, 0, SEEK_CUR);
     struct stat status = {};
     char first = 0;
     if (position < 0 || fstat(handle, &status) != 0 ||
-        (position < status.st_size && ::pread(handle, &first, 1, position) == -1)) {
+        (wanted > 0 && position < status.st_size && ::pread(handle, &first, 1, position) == -1)) {
         request_note_errno();
         return std::nullopt;
     }
@@ -200,7 +200,7 @@ void read_handle(const Request& request) {
     const std::int32_t count = std::max(request.numbers[1], 0);
     fileserver_log("KX> CMD: %s(%d,?,%ld) ...", request.name, handle,
                    static_cast<long>(request.numbers[1]));
-    const std::optional<std::int64_t> left = bytes_left(handle);
+    const std::optional<std::int64_t> left = bytes_left(handle, count);
     if (!left || *left <= 0) {
         reply_result(left ? 0 : -1, "not ok.\n\r", "EOF.\n\r");
         return;

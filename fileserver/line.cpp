@@ -118,6 +118,8 @@ std::string line_get_name(char end) {
     while (byte != end && !request_is_dropped()) {
         if (name.size() < LINE_NAME_MAX) {
             name += byte;
+        } else if (request_gives_up(0)) { // one without an end may leave nothing to wait for
+            break;
         }
         byte = static_cast<char>(line_get());
     }

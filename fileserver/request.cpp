@@ -58,16 +58,15 @@ const FileserverEvent& fileserver_last_request() {
     return state.event;
 }
 
-RequestScope::RequestScope() {
+RequestScope::RequestScope() : others_(serial_set_write_stop(nullptr)) {
     state.event = {};
     state.stopped = false;
-    if (state.stop != nullptr || state.patience_ms > 0) {
-        serial_set_write_stop(request_gives_up);
-    }
+    const bool asks = state.stop != nullptr || state.patience_ms > 0;
+    serial_set_write_stop(asks ? request_gives_up : others_);
 }
 
 RequestScope::~RequestScope() {
-    serial_set_write_stop(nullptr);
+    serial_set_write_stop(others_);
     if (state.stopped) {
         drain();
     }

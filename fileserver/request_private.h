@@ -2,6 +2,7 @@
 #pragma once
 
 #include "fileserver/fileserver.h"
+#include "link/serial.h"
 
 #include <cstdint>
 #include <string>
@@ -18,6 +19,9 @@ public:
     ~RequestScope();
     RequestScope(const RequestScope&) = delete;
     RequestScope& operator=(const RequestScope&) = delete;
+
+private:
+    SerialStop others_; // the program's own stop of the line's writes, back in force at the end
 };
 
 /// What will be told. Without a `request` nothing is.

@@ -50,7 +50,7 @@ void throttle() {
     const auto spacing = static_cast<std::uint32_t>(SPACING_DIVIDEND / active_config.max_speed);
     const std::uint32_t elapsed = wall_timer_elapsed(state.write_timer);
     if (spacing == 0) {
-        msg_info("portglue.c: problem here!\n");
+        msg_info("portglue.c: problem here!\n"); // Meant: users know it by this name.
     } else if (elapsed != 0) {
         // Meant: within the timer's first millisecond bytes go out without waiting, and without a
         // new start, so that a burst of a millisecond follows every byte that was waited for.
@@ -109,9 +109,15 @@ void serial_port_write(std::span<const std::uint8_t> bytes) {
         return;
     }
     port_write_error = false;
-    for (std::size_t i = 0; i < bytes.size() && !port_write_error; i++) {
+    for (const std::uint8_t byte : bytes) {
+        // A slow line may take hours for what is one write here.
+        if (serial_stops_write(port_line, 0)) {
+            return;
+        }
         throttle();
-        serial_putc(port_line, bytes[i]);
+        if (serial_putc(port_line, byte) != 0) {
+            return;
+        }
     }
 }
 
@@ -295,7 +301,7 @@ int target_connect(const std::string& port_name, long baud, unsigned port_addr) 
     }
     msg_info("connecting to target stub [%s:0x%04x:%ld baud]", port_name.c_str(), port_addr, baud);
     if (port_open(port_name, baud) == -1) {
-        msg_error("couldnt open port %s.", port_name.c_str());
+        msg_error("couldnt open port %s.", port_name.c_str()); // Meant: the spelling.
         return -1;
     }
     return 1;

@@ -57,7 +57,8 @@ int port_flush_input();
 /// milliseconds after the last one that was waited for; 0 (or less) is no limit.
 void port_putc(std::uint8_t byte);
 
-/// Bytes in order, each throttled; stops at the first write error. Without a throttle they go out
+/// Bytes in order, each throttled; stops at the first write error, and between throttled bytes when
+/// the line's `serial_set_write_stop` says so. Without a throttle they go out
 /// in as few system calls as the line takes.
 void port_write_block(std::span<const std::uint8_t> bytes);
 

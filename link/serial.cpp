@@ -34,7 +34,7 @@ constexpr SerialModem system_modem = {.get = system_modem_get, .set = system_mod
 struct State {
     const SerialModem* modem = &system_modem;
     int write_limit_ms = SERIAL_WRITE_LIMIT_MS;
-    bool (*write_stop)(std::uint32_t waited_ms) = nullptr;
+    SerialStop write_stop = nullptr;
     bool hooked = false;         // whether the exit hook is registered
     SerialLine* first = nullptr; // of the lines that hold a device
 };
@@ -158,8 +158,7 @@ bool wait_writable(SerialLine& line) {
     const std::uint32_t start = clock_ms();
     const auto limit = static_cast<std::uint32_t>(std::max(state.write_limit_ms, 0));
     for (std::uint32_t waited = 0; waited < limit; waited = clock_ms() - start) {
-        if (state.write_stop != nullptr && state.write_stop(waited)) {
-            line.failure = {"write", FailureKind::System, ECANCELED};
+        if (serial_stops_write(line, waited)) {
             return false;
         }
         const std::uint32_t look = state.write_stop != nullptr ? WRITE_LOOK_MS : limit;
@@ -249,8 +248,17 @@ void serial_set_write_limit(int milliseconds) {
     state.write_limit_ms = milliseconds;
 }
 
-void serial_set_write_stop(bool (*stop)(std::uint32_t waited_ms)) {
-    state.write_stop = stop;
+SerialStop serial_set_write_stop(SerialStop stop) {
+    return std::exchange(state.write_stop, stop);
+}
+
+bool serial_stops_write(SerialLine& line, std::uint32_t waited_ms) {
+    if (state.write_stop == nullptr || !state.write_stop(waited_ms)) {
+        return false;
+    }
+    line.failure = {"write", FailureKind::System, ECANCELED};
+    line.write_error = true;
+    return true;
 }
 
 int serial_open(SerialLine& line, const std::string& device, long baud) {

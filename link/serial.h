@@ -46,8 +46,12 @@ constexpr int SERIAL_WRITE_LIMIT_MS = 10000;
 void serial_set_write_limit(int milliseconds);
 
 /// `stop` is asked ten times a second while a write waits, with the milliseconds of this wait: when
-/// it says true the write fails. Null: nobody is asked.
-void serial_set_write_stop(bool (*stop)(std::uint32_t waited_ms));
+/// it says true the write fails. Null, at first: nobody is asked. Returns what was set before.
+using SerialStop = bool (*)(std::uint32_t waited_ms);
+SerialStop serial_set_write_stop(SerialStop stop);
+
+/// Asks `stop`, for who waits between writes. When it says true that is a write error.
+bool serial_stops_write(SerialLine& line, std::uint32_t waited_ms);
 
 /// Opens `device` (empty: the line's own, the last one opened) at `baud`: 9600, 19200, 38400,
 /// 57600 or 115200. A device that is busy is waited for, a try per second, without limit; a plain

@@ -157,6 +157,23 @@ TEST_F(Served, DropsWhatStillComesOfAStoppedRequest) {
     EXPECT_EQ(test::read_file("f"), "old");
 }
 
+TEST_F(Served, StopsARequestThatNeverWaits) {
+    const SerialStop others = [](std::uint32_t) { return false; };
+    serial_set_write_stop(others);
+    dir.write("f", std::string(300, 'x'));
+    active_config.max_speed = 5000000; // a byte in a millisecond
+    static std::uint64_t before;
+    before = port_line.written;
+    fileserver_set_stop([] { return port_line.written > before + 8; });
+    ask(FILESERVER_GENERIC, "01AC 01 'f' 00");
+    EXPECT_EQ(told, "dbgLoad f f 0/300 0 x stopped\n");
+    active_config.max_speed = 0;
+    fileserver_set_stop([] { return port_has_data() == 1; });
+    far.ask(test::bytes("01AC 01 '" + std::string(3000, 'x') + "'"), true); // a name without an end
+    EXPECT_TRUE(told.ends_with(" 0 x stopped\n"));
+    EXPECT_EQ(serial_set_write_stop(nullptr), others); // as the program had it
+}
+
 TEST_F(Served, WaitsOnceForALineThatTakesNothing) {
     const test::Pty pty; // nobody reads at its far end
     port_close();
