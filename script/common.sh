@@ -1,4 +1,4 @@
-# shellcheck shell=bash
+# shellcheck shell=bash disable=SC2034
 # What script/run, script/test and .ci/run share. To be sourced by bash from the project's root.
 
 say() {
