@@ -9,6 +9,7 @@
 #include "tools/report.h"
 #include "tools/verbs.h"
 #include "util/ascii.h"
+#include "util/text.h"
 
 #include <algorithm>
 #include <map>
@@ -59,18 +60,18 @@ int find_files(std::vector<LintFile>& files) {
         }
         files.push_back({"kx.ini", base + "kx.ini", base, false, ""});
         for (const std::string& name : base_config_names()) {
-            files.push_back(
-                {"config/" + name + ".ini", base + "config/" + name + ".ini", base, true, ""});
+            const std::string shown = text_printf("config/%s.ini", name.c_str());
+            files.push_back({shown, base + shown, base, true, ""});
         }
     }
     for (const std::string& word : state.files) {
-        const std::string named = base + "config/" + word + ".ini";
+        const std::string shown = text_printf("config/%s.ini", word.c_str());
         const bool of_base = has_base && access(word.c_str(), F_OK) != 0 &&
                              word.find('/') == std::string::npos &&
-                             access(named.c_str(), F_OK) == 0;
-        const std::string path = of_base ? named : word;
+                             access((base + shown).c_str(), F_OK) == 0;
+        const std::string path = of_base ? base + shown : word;
         const bool listed = of_base || path.find("config/") != std::string::npos;
-        files.push_back({of_base ? "config/" + word + ".ini" : word, path, base, listed, ""});
+        files.push_back({of_base ? shown : word, path, base, listed, ""});
     }
     for (LintFile& file : files) {
         std::vector<std::uint8_t> bytes;
