@@ -156,6 +156,7 @@ int play(FakeTarget& target, const std::vector<std::string>& words,
          const std::function<void(pid_t)>& act) {
     setenv("KX_PORT", target.line.device.c_str(), 1);
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (const std::string& word : words) {
         arguments.push_back(const_cast<char*>(word.c_str()));
     }
