@@ -17,7 +17,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <gmock/gmock.h>
-#include <random>
 
 namespace kx {
 namespace {
@@ -212,6 +211,7 @@ TEST_F(D64, WritesByItsOwnRules) {
     EXPECT_THAT(list(), HasSubstr("*.....+.  0: 0 prg       0 BIG\n")); // the name stays behind
     EXPECT_EQ(write("fit", random_bytes(254 * 662)), 1); // in its slot, the map is as before
     EXPECT_EQ(extract("BIG"), "(none)");
+    EXPECT_TRUE(extract("FIT").starts_with(random_bytes(254 * 662)));
 }
 
 TEST_F(D64, DosModeWritesAsTheDriveDoes) {
@@ -277,27 +277,18 @@ TEST_F(D64, CheckNamesWhatIsWrongAndDamageComesToAnEnd) {
         put(bad, offset, bytes);
         open(bad);
         EXPECT_THAT(check(), testing::AllOf(HasSubstr(line + "\n"), testing::EndsWith("wrong\n")));
-    }
-    std::mt19937 random(1541);
-    for (int round = 0; round < 48; round++) {
-        std::string bad = disc;
-        for (int i = 0; i < 20; i++) { // in links, map and directory
-            const std::size_t where[] = {at(17, 0), at(17, 10), at(18, 0), at(18, 1)};
-            bad[where[random() % 4] + random() % (i < 10 ? 8 : 256)] = static_cast<char>(random());
+        for (const int mode : {0, 1}) { // reading mends nothing
+            d64_dos_mode = mode;
+            list();
+            d64_extract_all(image);
+            EXPECT_TRUE(content() == bad) << line << mode;
         }
-        bad.resize(random() % 3 != 0 ? bad.size() : random() % bad.size());
-        d64_dos_mode = round % 2;
-        open(bad);
-        ASSERT_EQ(image_open(image, "disc.d64", false, round % 3 != 0), 1);
-        list() + check();
-        d64_extract_all(image);
-        EXPECT_TRUE(content() == bad) << round;
-        d64_delete_file(image, "B");
-        const std::string before = content();
-        const bool failed = write("new", random_bytes(3000)) != 1;
-        EXPECT_TRUE(failed || round % 3 != 0) << round; // it may not be written
-        EXPECT_TRUE(!failed || d64_dos_mode == 0 || content() == before) << round;
-        EXPECT_EQ(content().size(), bad.size()) << round;
+    }
+    ASSERT_EQ(image_open(image, "disc.d64", false, false), 1);
+    for (const int mode : {0, 1}) {
+        d64_dos_mode = mode;
+        EXPECT_EQ(write("new", "x"), -1) << mode; // it may only be read
+        EXPECT_EQ(d64_delete_file(image, "B"), -1) << mode;
     }
 }
 
@@ -495,40 +486,6 @@ TEST_F(D64, KeepsNamesWithAShiftedBlankInside) {
         EXPECT_EQ(d64_delete_file(image, "A B"), 1) << mode;
         EXPECT_EQ(content().substr(at(18, 1, 5), 16), disc.substr(at(18, 1, 5), 16)) << mode;
     }
-}
-
-/// By the toolkit's own rules a write touches free blocks, its slot and the map, and no count.
-TEST_F(D64, RandomStepsOfTheOwnRulesTouchOnlyWhatIsTheirs) {
-    std::mt19937 random(64);
-    open(formatted());
-    int written = 0;
-    for (int step = 0; step < 200; step++) {
-        const std::string before = content();
-        const std::string name = "N" + std::to_string(random() % 12);
-        const std::string bytes = random_bytes(static_cast<int>(random() % 9000));
-        testing::internal::CaptureStdout();
-        const bool deletes = random() % 3 == 0;
-        const int result = deletes ? d64_delete_file(image, name) : write(name, bytes);
-        testing::internal::GetCapturedStdout();
-        const std::string after = content();
-        const bool added = result == 1 && !deletes;
-        written += added ? 1 : 0;
-        for (int track = 1; track <= 35; track++) {
-            EXPECT_EQ(after[at(18, 0, 4 * track)], before[at(18, 0, 4 * track)]) << step;
-            for (int sector = 0; sector < disc_sectors(track); sector++) {
-                const std::size_t map = at(18, 0, 4 * track + 1 + sector / 8);
-                const bool was_free = (before[map] >> sector % 8 & 1) != 0;
-                const bool is_free = (after[map] >> sector % 8 & 1) != 0;
-                const bool same =
-                    before.compare(at(track, sector), 256, after, at(track, sector), 256) == 0;
-                EXPECT_TRUE(same || track == 18 || was_free) << step << ":" << track << sector;
-                EXPECT_TRUE(was_free == is_free || (deletes ? is_free : added)) << step;
-            }
-        }
-        const std::string read = added ? extract(name) : "(none)";
-        EXPECT_TRUE(!added || bytes.empty() || read.starts_with(bytes)) << step;
-    }
-    EXPECT_GT(written, 50);
 }
 
 TEST_F(D64, HeldImageOfATargetThatDoesNotAnswer) {

@@ -13,7 +13,6 @@
 #include <csignal>
 #include <filesystem>
 #include <gmock/gmock.h>
-#include <random>
 #include <sys/resource.h>
 
 namespace kx {
@@ -683,45 +682,6 @@ TEST_F(DiscTest, ExtendedMapsAreUsedWhereThereIsOne) {
         EXPECT_EQ(memory().substr(at(18, 0, place), 20), bytes) << what;
         EXPECT_EQ(lines(disc_check), "") << what;
     }
-}
-
-TEST_F(DiscTest, RandomStepsKeepEveryFile) {
-    std::mt19937 random(1541);
-    std::map<std::string, std::string> model;
-    open(formatted());
-    for (int step = 0; step < 300; step++) {
-        const std::string file = "N" + std::to_string(random() % 160);
-        const int number = disc_find(disc, name(file));
-        const std::string bytes = random_bytes(static_cast<int>(random() % 6000));
-        ASSERT_EQ(number >= 0, model.contains(file)) << step;
-        const std::string to = file + "X";
-        int result = 0;
-        switch (random() % 4) {
-        case 0:
-            result = number >= 0 ? disc_delete(disc, number, false) : 0;
-            model.erase(file);
-            break;
-        case 1:
-            if (number >= 0 && !model.contains(to)) {
-                result = disc_rename(disc, number, name(to));
-                auto node = model.extract(file);
-                node.key() = to;
-                model.insert(std::move(node));
-            }
-            break;
-        default:
-            result = write(file, bytes, true);
-            if (result == 1) {
-                model[file] = bytes;
-            } else {
-                EXPECT_EQ(disc.failure.reason, DiscReason::NoRoom) << disc.failure.text;
-                result = 0;
-            }
-        }
-        ASSERT_GE(result, 0) << step << disc.failure.text;
-        ASSERT_TRUE(files_of(memory(), true) == model) << step << files_of(memory(), true)["!"];
-    }
-    EXPECT_GT(model.size(), 50U); // it came to something
 }
 
 } // namespace
