@@ -47,11 +47,20 @@ void write_all(const char* bytes, std::size_t size) {
     }
 }
 
+// Whether the terminal is this program's and not that of the shell that stopped it.
+bool in_foreground() {
+    return tcgetpgrp(STDIN_FILENO) == getpgrp();
+}
+
 // Only what is safe in a signal handler. A screen that was left for a stopped program (Ctrl-Z) has
-// put all back then, and the terminal is the shell's by now.
+// put all back then, and the terminal is the shell's by now; but one that is on its way back has
+// its settings already while it still counts as left.
 void restore_terminal(void*) {
-    if (state.is_away == nullptr || !state.is_away()) {
+    const bool is_away = state.is_away != nullptr && state.is_away();
+    if (!is_away) {
         write_all(state.reset, state.reset_size);
+    }
+    if (!is_away || in_foreground()) {
         con_settings_restore(state.found);
     }
     write_all(state.held.data(), state.held.size());
