@@ -1,8 +1,5 @@
-// The time until the first screen of a 200 MB text stands on a pseudo-terminal: the viewer beside
-// `less`, each as a program started afresh. Run with --view FILE it is the viewer's program.
-#include "ui/con.h"
-#include "ui/view.h"
-
+// The time until the first screen of a 200 MB text stands on a pseudo-terminal: `kx view` beside
+// `less`, each as a program started afresh.
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
@@ -93,7 +90,7 @@ double median(std::vector<double> values) {
 
 /// Both by turns, so that whatever else the machine does meets both.
 void first_screen_of_200_mb(benchmark::State& state) {
-    const Pager viewer{"/proc/self/exe", "--view", ROWS - 2, "Quit"};
+    const Pager viewer{KX_COMMAND, "view", ROWS - 2, "Quit"};
     const Pager less{"less", "-f", ROWS - 1, NAME};
     const std::string path = make_text();
     std::vector<double> viewer_ms;
@@ -114,12 +111,3 @@ void first_screen_of_200_mb(benchmark::State& state) {
 BENCHMARK(first_screen_of_200_mb)->Iterations(201)->Unit(benchmark::kMillisecond);
 
 } // namespace
-
-int main(int argc, char** argv) {
-    if (argc == 3 && std::string(argv[1]) == "--view") {
-        return kx::con_open() == 1 ? kx::view_file("", argv[2]) : 1;
-    }
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    return 0;
-}
