@@ -91,13 +91,14 @@ int extract(ImageHandle& image, const DiscEntry& entry, const std::string& host_
     return result;
 }
 
-/// The bytes as a chain of `blocks` blocks from `start` on, which is set. What a short block lacks
-/// is the block's before it; in the first one there are zeros.
+/// The bytes as a chain of `blocks` blocks from `start` on, which is set.
+/// Meant: what a short block lacks is the block's before it; in the first one there are zeros. No
+/// blocks start at the first free one, too, which stays free.
 int write_chain(ImageHandle& image, std::span<const std::uint8_t> bytes, int blocks,
                 ImagePlace& start) {
     const D64Rules& rules = d64_rules(d64_disc(image));
     D64Block block = {};
-    bool room = rules.find_first(image, start);
+    bool room = rules.find_first(image, start) || blocks == 0;
     ImagePlace place = start;
     for (int done = 1; room && done <= blocks; done++) {
         const auto data = bytes.first(std::min(bytes.size(), D64_DATA_BYTES));
@@ -155,7 +156,7 @@ int add_by_own_rules(ImageHandle& image, const std::string& host_path, const std
     slot->closed = slot->locked = false;
     slot->type = slot->raw_type = DISC_PRG;
     slot->blocks = 0;
-    slot->start = {}; // or an unfinished file would stand for the blocks of the slot's last one
+    // Meant: the start stays, so an unfinished file stands for the blocks of the slot's last one.
     d64_set_name(disc, *slot, d64_to_codes(disc, name));
     std::int64_t size = 0;
     D64Bytes bytes;
@@ -163,15 +164,13 @@ int add_by_own_rules(ImageHandle& image, const std::string& host_path, const std
         return -1;
     }
     const int blocks = count_blocks(size);
-    ImagePlace start;
     begin_write(*slot, host_path, blocks);
-    const int result = blocks == 0 ? 1 : write_chain(image, bytes, blocks, start);
+    const int result = write_chain(image, bytes, blocks, slot->start);
     progress_end(result); // before the slot is closed
     if (result != 1) {
         return -1;
     }
-    slot->start = start;
-    slot->start_offset = d64_block_offset(image, start);
+    slot->start_offset = d64_block_offset(image, slot->start);
     slot->blocks = blocks;
     slot->closed = true;
     return d64_write_slot(image, *slot) == 1 ? d64_write_map(image) : -1;

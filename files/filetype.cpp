@@ -16,6 +16,7 @@ constexpr std::uint32_t class_bits(std::uint8_t bits) {
 
 } // namespace
 
+// Meant: "loadadress" is spelt so.
 const FileType filetype_table[] = {
     {FILETYPE_RAW, "", "raw binary", class_bits(0x90), CPU_NONE, MACHINE_NONE},
     {FILETYPE_PRG, "prg", "cbm-binary+2-byte loadadress", class_bits(0x88), CPU_6510, MACHINE_NONE},
@@ -48,8 +49,8 @@ const FileType* find_id(int id) {
     return find_row([id](const FileType& row) { return row.id == id; });
 }
 
-// Three characters at most, so "prg" for "demo.prgx". A first character is never taken for the
-// dot: a name without one has the extension that starts at its second character.
+// Meant: three characters at most, so "prg" for "demo.prgx". A first character is never taken for
+// the dot: a name without one has the extension that starts at its second character.
 std::string extension_of(std::string_view name) {
     if (name.empty()) {
         return {};

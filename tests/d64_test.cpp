@@ -198,7 +198,7 @@ TEST_F(D64, WritesByItsOwnRules) {
 
     EXPECT_EQ(write("NEW FILE", "x"), -1);
     ASSERT_EQ(write("empty", ""), 1);
-    put(disc, at(18, 1, 34), slot(0x82, 0, 0, "EMPTY", 0));
+    put(disc, at(18, 1, 34), slot(0x82, 1, 3, "EMPTY", 0)); // the first free block, not taken
     EXPECT_TRUE(content() == disc);
 
     // Deletion follows the open chain: through 1/3, whose link is all zeros.
@@ -208,10 +208,13 @@ TEST_F(D64, WritesByItsOwnRules) {
     EXPECT_TRUE(content() == disc);
 
     EXPECT_EQ(write("big", random_bytes(254 * 663)), -1); // its last block lacks one to link to
-    EXPECT_THAT(list(), HasSubstr("*.....+.  0: 0 prg       0 BIG\n")); // the name stays behind
+    EXPECT_THAT(list(), HasSubstr("*.....+.  1: 0 prg       0 BIG\n")); // with the slot's old start
     EXPECT_EQ(write("fit", random_bytes(254 * 662)), 1); // in its slot, the map is as before
     EXPECT_EQ(extract("BIG"), "(none)");
     EXPECT_TRUE(extract("FIT").starts_with(random_bytes(254 * 662)));
+    put(disc, at(18, 0, 4), std::string(140, '\0')); // all is used
+    open(disc);
+    EXPECT_EQ(write("none", ""), 1);
 }
 
 TEST_F(D64, DosModeWritesAsTheDriveDoes) {
