@@ -132,6 +132,9 @@ const Row* current_row(const FakeTarget& target) {
 }
 
 void tell_command(const FakeTarget& target, bool whole) {
+    if (!target.tell) {
+        return;
+    }
     const FakeCommand& command = target.command;
     const Row& row = *current_row(target);
     std::string words = row.words(target, row.verb);
@@ -163,12 +166,14 @@ void take_unknown(FakeTarget& target, std::uint8_t byte) {
     }
 }
 
-// Where a byte of data is; null behind the end of the disc.
-std::uint8_t* find_byte(FakeTarget& target, std::uint64_t at) {
-    if (!target.command.image) {
-        return &target.memory[at % memory_size(target)];
-    }
-    return at < target.image.size() ? &target.image[at] : nullptr;
+// Where the next bytes of data are, at most `count` and up to the last address, behind which
+// memory begins again; none behind the end of the disc.
+std::span<std::uint8_t> find_bytes(FakeTarget& target, std::uint64_t count) {
+    std::vector<std::uint8_t>& held = target.command.image ? target.image : target.memory;
+    const std::uint64_t at =
+        target.command.image ? target.command.at : target.command.at % held.size();
+    return at < held.size() ? std::span(held).subspan(at, std::min(count, held.size() - at))
+                            : std::span<std::uint8_t>();
 }
 
 void begin_answer(FakeTarget& target) {
@@ -220,18 +225,16 @@ void take_head(FakeTarget& target, std::uint8_t byte) {
 
 std::size_t take_data(FakeTarget& target, std::span<const std::uint8_t> bytes) {
     FakeCommand& command = target.command;
-    const auto count =
-        static_cast<std::size_t>(std::min<std::uint64_t>(bytes.size(), command.left));
-    for (const std::uint8_t byte : bytes.first(count)) {
-        if (std::uint8_t* to = find_byte(target, command.at++)) {
-            *to = byte;
-        }
-    }
-    command.left -= count;
+    const std::uint64_t count = std::min<std::uint64_t>(bytes.size(), command.left);
+    const std::span<std::uint8_t> to = find_bytes(target, count);
+    std::copy_n(bytes.begin(), to.size(), to.begin());
+    const std::uint64_t taken = to.empty() ? count : to.size();
+    command.at += taken;
+    command.left -= taken;
     if (command.left == 0) {
         end_command(target);
     }
-    return count;
+    return static_cast<std::size_t>(taken);
 }
 
 bool is_answering(const FakeTarget& target) {
@@ -241,9 +244,14 @@ bool is_answering(const FakeTarget& target) {
 // The next piece of an answer.
 void answer(FakeTarget& target) {
     FakeCommand& command = target.command;
-    for (; command.answer_left > 0 && target.out.size() < PIECE; command.answer_left--) {
-        const std::uint8_t* from = find_byte(target, command.at++);
-        target.out.push_back(from != nullptr ? *from : std::uint8_t{0});
+    while (command.answer_left > 0 && target.out.size() < PIECE) {
+        const std::uint64_t count = std::min(command.answer_left, PIECE - target.out.size());
+        const std::span<std::uint8_t> from = find_bytes(target, count);
+        target.out.insert(target.out.end(), from.begin(), from.end());
+        const std::uint64_t given = from.empty() ? count : from.size();
+        target.out.resize(target.out.size() + given - from.size());
+        command.at += given;
+        command.answer_left -= given;
     }
     if (command.answer_left == 0) {
         if (command.surplus) {

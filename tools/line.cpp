@@ -12,6 +12,7 @@
 #include "tools/port_list.h"
 #include "tools/report.h"
 #include "tools/signals.h"
+#include "util/clock.h"
 #include "util/text.h"
 
 #include <algorithm>
@@ -31,6 +32,17 @@ namespace {
 constexpr int WAIT_LOOK_MS = 1000;               // between two looks at a device that is waited for
 constexpr std::uint32_t SILENCE_SHOWN_MS = 1000; // of the target
 constexpr int BITS_PER_BYTE = 10;
+
+// Bytes of a write command, and of the first read command: what the line carries in a quarter of a
+// second, or this. An interrupted transfer ends behind a command, so that target and host are in
+// step; the heads of the commands are half a percent of the bytes.
+constexpr std::size_t COMMAND_MIN = 1024;
+constexpr int COMMANDS_PER_SECOND = 4;
+
+// Each read command costs the way there and back, in which the line stands still. One that was
+// answered in less than this is followed by one of twice the bytes. So Ctrl-C waits for half a
+// second at most, and adapters that know no baud rate are read as fast as they are.
+constexpr std::uint32_t READ_DOUBLES_MS = 250;
 
 struct State {
     std::uint64_t done = 0;     // of the transfer under way
@@ -176,6 +188,11 @@ bool stop_waiting(std::uint32_t waited_ms) {
     return signals_count() > 1;
 }
 
+std::size_t command_max() {
+    const int carried = active_config.port_baud / BITS_PER_BYTE / COMMANDS_PER_SECOND;
+    return std::max(COMMAND_MIN, static_cast<std::size_t>(carried));
+}
+
 // Bytes of a `B` or `C` command before its data.
 std::size_t command_size() {
     return 2 + 2 * static_cast<std::size_t>((active_config.addr_bits + 7) / 8);
@@ -222,7 +239,7 @@ unsigned long long give_up_line() {
                                  static_cast<std::uint64_t>(std::max(queued, 0));
     // Before the one under way, all commands have full size.
     return unsent <= state.command ? unsent
-                                   : (unsent - state.command) % (command_size() + LINE_COMMAND_MAX);
+                                   : (unsent - state.command) % (command_size() + command_max());
 }
 
 int fail_in_step(const LineTransfer& transfer) {
@@ -345,7 +362,7 @@ int line_write(LineTransfer& transfer, std::uint32_t start, std::span<const std:
             const int status = transfer.done > 0 ? line_confirm(transfer) : 0;
             return status != 0 ? status : fail_in_step(transfer);
         }
-        const auto command = bytes.first(std::min(bytes.size(), LINE_COMMAND_MAX));
+        const auto command = bytes.first(std::min(bytes.size(), command_max()));
         const auto end = static_cast<std::uint32_t>(start + command.size());
         begin_command(transfer, command.size(), 0);
         tell_command('B', end, start);
@@ -361,11 +378,12 @@ int line_write(LineTransfer& transfer, std::uint32_t start, std::span<const std:
 }
 
 int line_read(LineTransfer& transfer, std::uint32_t start, std::span<std::uint8_t> bytes) {
-    while (!bytes.empty()) {
+    for (std::size_t size = command_max(); !bytes.empty();) {
         if (signals_pending() != 0) {
             return fail_in_step(transfer);
         }
-        const auto piece = bytes.first(std::min(bytes.size(), LINE_COMMAND_MAX));
+        const auto piece = bytes.first(std::min(bytes.size(), size));
+        const std::uint32_t began = clock_ms();
         begin_command(transfer, 0, piece.size());
         tell_command('C', static_cast<std::uint32_t>(start + piece.size()), start);
         if (stub_read_memory(start, piece) != 1) {
@@ -375,6 +393,7 @@ int line_read(LineTransfer& transfer, std::uint32_t start, std::span<std::uint8_
         bar_update(transfer.done);
         bytes = bytes.subspan(piece.size());
         start += static_cast<std::uint32_t>(piece.size());
+        size *= clock_ms() - began < READ_DOUBLES_MS ? 2 : 1;
     }
     return 0;
 }

@@ -12,10 +12,6 @@
 
 namespace kx {
 
-/// Bytes of one command. An interrupted transfer ends behind one, so that target and host are in
-/// step; it is half a second's wait at 19200 baud, and 0.6 % more bytes than all at once.
-constexpr std::size_t LINE_COMMAND_MAX = 1024;
-
 // Each returns 0, or the exit status of the failure, which has been reported.
 
 /// Loads the target and opens a session without its line: what needs no target goes first.
@@ -48,9 +44,10 @@ struct LineTransfer {
     std::uint32_t harmless = 0; // of `line_write`: an address that reading does nothing to
 };
 
-/// Moves the bytes in commands, and adds them to `transfer.done`. A signal ends it behind the
-/// command under way, a second one at once. Behind a write that a signal has ended, a byte is read:
-/// the target is in step when it answers.
+/// Moves the bytes in commands, each over within about half a second (a second at 9600 baud), and
+/// adds them to `transfer.done`. A signal ends it behind the command under way, a second one at
+/// once. Behind a write that a signal has ended, a byte is read: the target is in step when it
+/// answers.
 int line_write(LineTransfer& transfer, std::uint32_t start, std::span<const std::uint8_t> bytes);
 int line_read(LineTransfer& transfer, std::uint32_t start, std::span<std::uint8_t> bytes);
 
