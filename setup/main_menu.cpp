@@ -148,6 +148,9 @@ void draw_bottom_line() {
         con_puts(linedoc_cells(text + state.main.hint, 0, room, column).c_str());
     }
     con_spaces(room - column);
+    if (covers_last_row(&state.main)) {
+        menu_draw(state.main); // whose edge the blanks went over
+    }
 }
 
 /// The screen without the list or box on top.
