@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <clocale>
 #include <fcntl.h>
 #include <fstream>
@@ -112,6 +113,16 @@ TEST(LineDoc, FileIsReadAgainAndMayHaveShrunk) {
     }
     EXPECT_EQ(drawn(doc, 14'285) + drawn(doc, 14'286), "abcdef  ab      ");
     EXPECT_EQ(linedoc_read(doc, source), 0);
+}
+
+TEST(LineDoc, TellsWhyAFileCannotBeOpened) {
+    const TempDir dir;
+    for (const auto& [path, why] : {std::pair{dir.path(), EISDIR}, {dir.file("absent"), ENOENT}}) {
+        LineDoc doc;
+        errno = 0;
+        EXPECT_EQ(linedoc_open(doc, path, "").fd, -1) << path;
+        EXPECT_EQ(errno, why) << path;
+    }
 }
 
 std::string numbered(int from, int to) {

@@ -252,8 +252,9 @@ LineSource linedoc_open(LineDoc& doc, const std::string& dir, const std::string&
     LineSource source(open(doc.file_name.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC),
                       true);
     struct stat info {};
-    if (source.fd >= 0 && (fstat(source.fd, &info) != 0 || S_ISDIR(info.st_mode))) {
+    if (source.fd >= 0 && fstat(source.fd, &info) == 0 && S_ISDIR(info.st_mode)) {
         source = LineSource();
+        errno = EISDIR;
     }
     return source;
 }

@@ -38,8 +38,8 @@ struct LineSource {
 };
 
 /// Opens the file `dir` + `name` and names the document after it. A source with fd -1 when it
-/// cannot be opened; a directory cannot. A pipe is opened without waiting for its writer. Without
-/// memory for the name the program ends: see `linedoc_read`.
+/// cannot be opened, and `errno` tells why; a directory cannot. A pipe is opened without waiting
+/// for its writer. Without memory for the name the program ends: see `linedoc_read`.
 LineSource linedoc_open(LineDoc& doc, const std::string& dir, const std::string& name);
 
 /// Takes what the source has now, at most 64 KiB, without waiting for more. The number of bytes
