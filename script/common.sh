@@ -13,7 +13,7 @@ die() {
 # Packages that build the program, and those that the tests and the checks need beside them.
 build_packages=(g++ cmake ninja-build pkg-config libncurses-dev libcli11-dev nlohmann-json3-dev)
 test_packages=(libgtest-dev libgmock-dev libvterm-dev ncurses-term cc65 cc1541 cbmconvert jq
-    dpkg-dev file fakeroot man-db strace)
+    dpkg-dev file fakeroot man-db strace zsh fish)
 check_packages=(clang-format clang-tidy shellcheck)
 bench_packages=(libbenchmark-dev libinih-dev libsimpleini-dev)
 fuzz_packages=(clang libclang-rt-14-dev)

@@ -280,6 +280,19 @@ const std::string& command_line_parse(int argc, char** argv, const IniDocument& 
     return command_line.output_file;
 }
 
+std::vector<CommandLineName> command_line_names() {
+    std::vector<CommandLineName> names;
+    for (const Option& option : options) {
+        for (const char* name : option.names) {
+            if (name != nullptr) {
+                const bool has_help = option.help != nullptr;
+                names.push_back({name, has_help ? option.help : "", option.takes_value});
+            }
+        }
+    }
+    return names;
+}
+
 void command_line_usage(const char* program_name) {
     std::fprintf(stderr, "usage: %s [options] - %s\n", program_name, "setup program");
     for (const Option& option : options) {

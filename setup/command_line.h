@@ -5,6 +5,7 @@
 #include "ini/ini.h"
 
 #include <string>
+#include <vector>
 
 namespace kx {
 
@@ -24,6 +25,16 @@ bool command_line_early_verbose(int argc, char** argv);
 /// Returns the output file name, empty when none was given.
 const std::string& command_line_parse(int argc, char** argv, const IniDocument& main_doc,
                                       IniDocument& target_doc);
+
+/// A name of an option, for the shells' completion.
+struct CommandLineName {
+    std::string name;
+    std::string help; // empty for what the usage text leaves out
+    bool takes_value;
+};
+
+/// All of them, in the order of the usage text.
+std::vector<CommandLineName> command_line_names();
 
 /// Prints the usage text to standard error.
 void command_line_usage(const char* program_name);

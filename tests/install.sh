@@ -85,12 +85,24 @@ for program in out/start examples/start; do
 done
 stage/bin/kxsetup --version 2>&1 | grep '^KXSETUP v0.1 '
 
-# Completion knows every option, and the targets among the configurations.
-completions() { # BEFORE WORD
-    bash -c '. stage/share/bash-completion/completions/kxsetup
-        _kxsetup stage/bin/kxsetup "$2" "$1"; printf "%s\n" "${COMPREPLY[@]//\\}"' bash "$1" "$2" | sort
+# Completion: what kx says of the place where the last word stands, in each shell; files where it
+# says nothing.
+export PATH="$work/stage/bin:$PATH"
+completed() { # SHELL WORD...
+    case $1 in
+    bash) bash -c '. stage/share/bash-completion/completions/"$1"; COMP_WORDS=("$@") COMP_CWORD=$(($# - 1))
+        _kx kx "${!#}" "${COMP_WORDS[COMP_CWORD - 1]}"; printf "%s\n" "${COMPREPLY[@]}"' "$@" ;;
+    zsh) zsh -fc '_describe() { print -l -- $lines }; _files() { ls -d $words[CURRENT]* }
+        words=("$@") CURRENT=$#; . stage/share/zsh/*/_kx' "$@" ;;
+    fish) fish -c 'set -e argv[1]; source stage/share/fish/vendor_completions.d/$argv[1].fish; complete -C "$argv"' "$@" ;;
+    esac | tr '\t\n' ':,'
 }
-completions kxsetup "" >log
-grep -o '{{"[^}]*"' "$source/setup/command_line.cpp" | tr -d '{" ' | tr , '\n' | sort | diff - log
-[ "$(completions -t non)$(completions -t col_)$(completions --cpu 6510)" = none6510 ] ||
-    fail "values: $(completions -t "") $(completions --cpu "")"
+kx mkfs -q 'a disc.d64' && kx put -q 'a disc.d64' game.prg -N "a game"
+for shell in bash zsh fish; do
+    found="$(completed $shell kx get a\\\ disc.d64 '')$(completed $shell kxsetup -t non)"
+    found="$found$(completed $shell kx put a\\\ disc.d64 game)"
+    case $shell/$found in
+    bash/'A\ GAME,none,,' | zsh/A\ GAME:PRG,*none,*game.prg, | fish/A\ GAME:PRG,none,game.prg,) ;;
+    *) fail "$shell completes: $found" ;;
+    esac
+done

@@ -313,16 +313,26 @@ TEST_F(KxTest, LintFindsWhatTheLoaderSwallows) {
     check({{"kx lint --base $base -W error --no-rule region", 0, "", ""}});
 }
 
-TEST_F(KxTest, CompletionKnowsVerbsOptionsAndNamesInsideAnImage) {
+TEST_F(KxTest, CompletionKnowsWhatFitsAtAPlace) {
     dir.write("a.prg", "x");
-    const std::string complete = "c() { COMP_WORDS=(\"$@\"); COMP_CWORD=$(($# - 1)); "
-                                 "_kx kx \"${!#}\" \"${COMP_WORDS[COMP_CWORD - 1]}\"; "
-                                 "printf \"%s|\" \"${COMPREPLY[@]}\"; }; ";
     shell("kx mkfs d.d64 && kx put d.d64 a.prg -N 'one $(x)' && kx put d.d64 a.prg -N TWO");
-    const Outcome outcome =
-        shell("bash -c '. $base/../script/completions/kx; " + complete +
-              "c kx sy; c kx -v ls --ex; c kx help mk; c kx get d.d64 \"\"; c kx get d.d64 T'");
-    EXPECT_EQ(outcome.out, "symbols|--extfs|mkfs|ONE\\ \\$\\(X\\)|TWO|TWO|") << outcome.err;
+    const std::string names = "ONE $(X)\tPRG\nTWO\tPRG\n";
+    check({
+        {"kx complete kx get d.d64 ''", 0, names, ""},
+        {"HOME=. kx complete kx -vp /dev/ttyS0 rm -f '~/d.d64' TWO O", 0, names, ""},
+        {"kx complete kx put d.d64 ''", 0, "", ""},
+        {"kx complete kx put --type ''", 0, "prg\nseq\nusr\ndel\n", ""},
+        {"kx complete kx put --type = p", 0, "--type=prg\n--type=seq\n--type=usr\n--type=del\n",
+         ""},
+        {"kx complete kx --json sy | grep sy", 0, "symbols\tsymbols of the target, or of files\n",
+         ""},
+        {"kx complete kx help ls | grep -c help", 1, "0\n", ""},
+        {"kx complete kx -v ls - | grep -e --extfs -e --baud | cut -f 1", 0, "--baud\n--extfs\n",
+         ""},
+        {"kx complete /bin/kxsetup --cpu '' | grep 6510", 0, "6510\tNMOS 6510\n", ""},
+        {"kx complete kxsetup -v '' | grep ^help", 0, "help\tthis help\n", ""},
+        {"kx complete kx --base $base -t '' | grep -e col_ -e c64_s", 0, "c64_scpu\nc64_sim\n", ""},
+    });
 }
 
 TEST_F(KxTest, TheExampleIsWhatItsSourceAssemblesTo) {

@@ -75,4 +75,8 @@ for page in kxsetup.1 kx-init.1 kx.1 $verbs kx.ini.5 kx-target.5 kx-colors.5 kx-
     man --warnings -l "doc/man/$page" 2>&1 >"$work/text" | grep . && wrong=1
     grep -q 'SEE ALSO' "$work/text" || wrong=1
 done
+# The list of commands in kx.1, and what each one does.
+"$kx" --help | sed -n 's/^  \([a-z][a-z]*\) *\(.*\)/.B \1\n\2/p' >"$work/known"
+sed -n '/^\.SH COMMANDS/,/^\.SH OPTIONS/{/^\.B [a-z]*$/{p;n;p}}' doc/man/kx.1 | sed 's/\\-/-/g' |
+    diff - "$work/known" || wrong=1
 exit "$wrong"

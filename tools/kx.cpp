@@ -2,6 +2,7 @@
 // build files, for this file alone.
 #include "tools/kx.h"
 
+#include "tools/complete.h"
 #include "tools/global.h"
 #include "tools/nearest.h"
 #include "tools/report.h"
@@ -167,6 +168,9 @@ int kx_run(int argc, char** argv) {
     if (name == "help") {
         report_begin("help");
         return run_help(words);
+    }
+    if (name == "complete") {
+        return complete_run(words);
     }
     const Verb* const verb = verb_find(name);
     if (verb == nullptr) {
