@@ -5,10 +5,10 @@
 #include "ui/col.h"
 #include "ui/con.h"
 #include "util/ascii.h"
+#include "util/text.h"
 
 #include <algorithm>
 #include <climits>
-#include <cstdio>
 #include <string_view>
 
 #include <fcntl.h>
@@ -91,14 +91,13 @@ void clear_last_cell(int y) {
     con_putch(' ');
 }
 
-/// The second number is the last row's line, also when the text ends before it.
+/// Meant: the second number is the last row's line, also when the text ends before it.
 void draw_status(const LineDoc& doc, int top, int y, int height) {
     const ColScope colours(COL_STATUSBAR);
     const int cols = con_cols();
     clear_last_cell(y);
-    char text[80];
-    std::snprintf(text, sizeof text, "lines %d-%d of %ld %c ", top + 1, top + height - BAR_ROWS,
-                  static_cast<long>(linedoc_count(doc)), '-');
+    const std::string text = text_printf("lines %d-%d of %ld %c ", top + 1, top + height - BAR_ROWS,
+                                         static_cast<long>(linedoc_count(doc)), '-');
     con_gotoxy(0, y);
     draw_bar_text(text, cols - 1);
     con_putch(' ');
@@ -144,11 +143,24 @@ void draw(Shown& shown) {
     shown.top = view_drawpane(*shown.pane, shown.top, shown.y, shown.height);
 }
 
+/// The first line of the last page; negative when the text is shorter than a page.
+int last_page(const Shown& shown) {
+    const std::size_t count = std::min<std::size_t>(linedoc_count(shown.pane->doc), INT_MAX);
+    return static_cast<int>(count) - (shown.height - BAR_ROWS);
+}
+
+/// Where the pane stands until a key moves it: at the line asked for, or on the last page while
+/// the text has no such line.
+int start_line(const Shown& shown) {
+    const int first = shown.pane->first;
+    const bool exists = linedoc_count(shown.pane->doc) > static_cast<std::size_t>(first);
+    return exists ? first : std::max(last_page(shown), 0);
+}
+
 /// Scrolls the pane. Its text may shrink to less than a screen, never move above its first line.
 void apply_key(Shown& shown, int key) {
     const int page = shown.height - BAR_ROWS;
-    const int end =
-        static_cast<int>(std::min<std::size_t>(linedoc_count(shown.pane->doc), INT_MAX)) - page;
+    const int end = last_page(shown);
     int& offset = shown.pane->offset;
     switch (key) {
     case KEYCODE_DOWN:
@@ -184,6 +196,7 @@ void apply_key(Shown& shown, int key) {
 
 /// Takes a waiting key. False when the user leaves.
 bool take_key(Shown& first, Shown* second) {
+    // Meant: of a key code the low 16 bits count.
     const int key = con_getkey() & 0xFFFF;
     if (key == KEYCODE_TAB) {
         state.second_focused = !state.second_focused;
@@ -246,11 +259,14 @@ int view_run(ViewPane& pane, LineSource& source, ViewPane* pane2, LineSource* so
     Shown first{.pane = &pane, .source = &source, .top = pane.first};
     Shown other{.pane = pane2, .source = source2};
     Shown* const second = pane2 != nullptr && source2 != nullptr ? &other : nullptr;
-    for (;;) {
+    for (bool moved = false;;) {
         bool came = read_more(first);
-        came = (second != nullptr && read_more(*second)) || came;
         const int rows = con_rows();
         lay_out(first, second);
+        if (!moved && !came) {
+            first.top = start_line(first);
+        }
+        came = (second != nullptr && read_more(*second)) || came;
         draw(first);
         if (second != nullptr) {
             draw(*second);
@@ -261,6 +277,7 @@ int view_run(ViewPane& pane, LineSource& source, ViewPane* pane2, LineSource* so
         }
         con_refresh();
         if (con_kbhit() != 0) {
+            moved = true;
             if (!take_key(first, second)) {
                 return 0;
             }

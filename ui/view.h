@@ -12,7 +12,7 @@ namespace kx {
 /// One text shown. What the screen has of it is kept, so that it is drawn only when it changed.
 struct ViewPane {
     LineDoc doc;
-    int first = 0;             // line at the top when `view_run` begins, from 0 on
+    int first = 0;             // line at the top until a key comes, from 0 on; see `view_run`
     int offset = 0;            // first column shown
     unsigned drawn_screen = 0; // which cleared screen it was drawn on; 0: none
     int drawn_top = 0;         // the first line and column drawn
@@ -27,7 +27,8 @@ int view_file(const std::string& dir, const std::string& name);
 
 /// The viewer's loop; `pane2` and `source2` may be null. Standard input as the first source is
 /// replaced in `source` by a descriptor of its own, and standard input becomes the terminal, for
-/// the keys. Always 0.
+/// the keys. The main pane starts at its line `first`, on the last page while it has no such line.
+/// Always 0.
 int view_run(ViewPane& pane, LineSource& source, ViewPane* pane2, LineSource* source2);
 
 /// Draws one pane from line `top` on at screen row `y` with `height` rows, title and status bar
