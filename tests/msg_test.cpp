@@ -182,6 +182,30 @@ TEST(Progress, WindowWaitsForAKeyAfterAFailureOnly) {
     EXPECT_EQ(terminal.wait_exit(), 'y');
 }
 
+TEST(Progress, HasItsColoursOnAScreen) {
+    test::Terminal terminal(60, 12);
+    terminal.run([] {
+        for (int i = COL_CONSOLE_PROGRESS; i < COL_KEYS; i++) {
+            key_backcolour[i] = static_cast<std::int8_t>((i / 2 + 1) % 8);
+        }
+        con_open();
+        con_textbackground(2);
+        for (const int result : {0, -1, 1}) {
+            progress_begin("t");
+            progress_update(1, 2);
+            result < 1 ? progress_end(result) : msg_set_output(MSG_WINDOWED);
+        }
+        progress_begin("t");
+        progress_end(-1);
+        return 0;
+    });
+    terminal.wait_for("[error] |");
+    EXPECT_EQ(terminal.looks({{1, 0}, {2, 0}, {4, 0}, {2, 1}, {7, 1}, {1, 2}, {12, 2}, {13, 2}}),
+              "7/2 0/1 7/2 0/5 7/2 0/6 0/6 7/0");
+    EXPECT_EQ(terminal.looks({{10, 6}, {42, 6}, {43, 6}, {47, 6}, {48, 6}, {49, 6}}),
+              "0/4 0/4 0/7 0/7 7/0 0/4");
+}
+
 TEST(Progress, StaysBehindATitleOfWideCharactersThatLeavesRoom) {
     setenv("LC_ALL", "C.UTF-8", 1);
     const auto shown = [](const std::string& title) {
