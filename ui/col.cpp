@@ -163,7 +163,7 @@ void col_puts(const char* text, ...) {
             break;
         }
         rest.remove_prefix(end + 2);
-        // Both colours from the one key: unlike elsewhere the background is not the next key's.
+        // Meant: both colours from the one key; the background is not the next key's, as elsewhere.
         const int key = va_arg(elements, int);
         col_text(key);
         col_back(key);

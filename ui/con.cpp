@@ -17,7 +17,8 @@ namespace kx {
 namespace {
 
 constexpr wchar_t CORNER = 183; // the middle dot, in Latin-1 and in Unicode
-// Without a screen clearing writes as many blanks as fill 50 rows of 80, but for the last two.
+// Meant: without a screen clearing writes as many blanks as fill 50 rows of 80, but for the last
+// two, and no line ends.
 constexpr int LINE_MODE_BLANKS = 49 * 80 + 78;
 
 struct State {

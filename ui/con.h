@@ -25,7 +25,7 @@ constexpr int KEYCODE_DELETE = 330;
 constexpr int KEYCODE_INSERT = 331;
 constexpr int KEYCODE_PAGE_DOWN = 338;
 constexpr int KEYCODE_PAGE_UP = 339;
-constexpr int KEYCODE_END = 347; // curses' own 360 is translated: every consumer compares with 347
+constexpr int KEYCODE_END = 347; // Meant: curses' own 360 becomes this, which all compare with
 
 // Opening and closing -----------------------------------------------------------------------
 

@@ -63,7 +63,7 @@ constexpr KeySequence KEY_SEQUENCES[] = {
     {"[23?", KEYCODE_F1 + 10},
     {"[24?", KEYCODE_F1 + 11},
     {"[1#?", 0},
-    {"[2#?", 0}, // unknown ones are read to their end
+    {"[2#?", 0}, // unknown ones are read to their end. Meant: which may be any byte
 };
 
 // Whether the bytes are a beginning of the sequence.
@@ -151,7 +151,7 @@ int read_sequence() {
 
 int line_getkey() {
     std::fflush(stdout); // a prompt
-    // Held over the whole sequence. What was typed ahead of the reader is lost with TCSAFLUSH.
+    // Held over the whole sequence. Meant: TCSAFLUSH, with which all typed ahead is lost.
     const RawInput raw(TCSAFLUSH);
     const int byte = read_byte();
     switch (byte) {

@@ -80,7 +80,7 @@ int read_key() {
         con_count_size_change();
         repaint();
         return NO_KEY;
-    case 255: // what a read without result looks like as a byte
+    case 255: // Meant: what a read without result looks like as a byte
         return NO_KEY;
     default:
         state.unreadable = 0;
@@ -94,7 +94,8 @@ void unget_key(int key) {
     }
 }
 
-// After an Escape: what curses, which knows the terminal's own sequences, did not decode.
+// After an Escape: what curses, which knows the terminal's own sequences, did not decode. Meant:
+// only the last character read goes back, so that of an unknown "[X" the "[" is lost.
 int finish_escape() {
     int key = read_key();
     if (key == 'O') {

@@ -130,7 +130,7 @@ std::optional<int> handle_key(Menu& menu, const View& view, int key) {
         const bool on_item = index >= 0 && index < item_count(menu);
         return on_item ? menu.items[static_cast<std::size_t>(index)].result : -1;
     }
-    case KEYCODE_ESCAPE: // also where an item has it as its hotkey
+    case KEYCODE_ESCAPE: // Meant: also where an item has it as its hotkey
         return -1;
     default: // the hotkeys of all items, visible or not
         for (const MenuItem& item : menu.items) {

@@ -68,7 +68,8 @@ void start_counters() {
     state.running = true;
 }
 
-// Large totals in at most some 4096 steps each, so that most updates cost no look at the clock.
+// Most updates cost no look at the clock: totals are counted in some 4096 steps. Meant: those above
+// a million in steps of a millionth, which are more.
 int reduce(int cur, int total) {
     if (total <= 0x1000) {
         return cur;
@@ -167,6 +168,7 @@ void console_warning(const std::string& text) {
     leave_line_open();
 }
 
+// Meant: errors and plain messages leave the progress text where it is, on the line before.
 void console_error(const std::string& text) {
     break_line();
     emit("error");
@@ -192,7 +194,7 @@ void console_print(const std::string& text) {
     leave_line_open();
 }
 
-void console_tick() {
+void console_tick() { // Meant: also when silent
     con_putch('*');
     con_refresh();
 }
@@ -223,18 +225,14 @@ bool is_used(const Counter& counter) {
 
 std::string console_progress_text() {
     std::string text = {'[', next_spinner(), ']'};
-    char field[64];
     if (is_used(state.first)) {
         const int width = field_width(state.first.total);
-        std::snprintf(field, sizeof field, " %*d/%*d %03d%%", width, state.first.cur, width,
-                      state.first.total, percent(state.first));
-        text += field;
+        text += text_printf(" %*d/%*d %03d%%", width, state.first.cur, width, state.first.total,
+                            percent(state.first));
     }
     if (is_used(state.second)) {
         const int width = field_width(state.second.total);
-        std::snprintf(field, sizeof field, " (%*d/%*d)", width, state.second.cur, width,
-                      state.second.total);
-        text += field;
+        text += text_printf(" (%*d/%*d)", width, state.second.cur, width, state.second.total);
     }
     return text;
 }
@@ -321,10 +319,10 @@ void windowed_begin(const std::string& title) {
 void windowed_draw() {
     const Counter& first = state.first;
     const Counter& second = state.second;
-    char line[96];
-    const int length =
-        std::snprintf(line, sizeof line, "%d/%d %3d%% - %d/%d %3d%% [%c]", first.cur, first.total,
-                      percent(first), second.cur, second.total, percent(second), next_spinner());
+    const std::string line =
+        text_printf("%d/%d %3d%% - %d/%d %3d%% [%c]", first.cur, first.total, percent(first),
+                    second.cur, second.total, percent(second), next_spinner());
+    const int length = static_cast<int>(line.size());
     const ColScope colours(COL_WINDOW_PROGRESS);
     con_gotoxy(state.box.x + 1, progress_row());
     con_spaces(state.box.width - length - 2);
