@@ -70,14 +70,15 @@ bool d64_is_system(const D64Disc& disc, ImagePlace place) {
            std::find(disc.directory.begin(), disc.directory.end(), place) != disc.directory.end();
 }
 
-D64ChainEnd d64_walk_chain(ImageHandle& image, ImagePlace start, const D64Visitor& visit) {
+D64ChainEnd d64_walk_chain(ImageHandle& image, ImagePlace start, const D64Visitor& visit,
+                           D64System system) {
     const D64Disc& disc = d64_disc(image);
     const bool drive = d64_rules(disc).drive;
     Visited visited;
     // Track 0 is no block in a link, so in an entry neither: it has none.
     for (ImagePlace place = start; place.track != 0;) {
-        if (place == D64_HEADER || place == D64_FIRST_DIR ||
-            (drive && d64_is_system(disc, place))) {
+        if (system == D64System::Ends && (place == D64_HEADER || place == D64_FIRST_DIR ||
+                                          (drive && d64_is_system(disc, place)))) {
             return D64ChainEnd::System;
         }
         const D64ChainEnd end = enter(visited, place);

@@ -258,13 +258,15 @@ int check_owner(ImageHandle& image, const DiscEntry& entry, const std::vector<Im
 int collect_freed(ImageHandle& image, const DiscEntry& entry, std::vector<ImagePlace>& blocks) {
     const bool drive = d64_rules(d64_disc(image)).drive;
     int side_blocks = 0;
-    const D64ChainEnd end =
-        drive ? d64_file_blocks(image, entry, blocks, &side_blocks)
-              : d64_walk_chain(image, entry.start, [&](ImagePlace place, ImagePlace) {
-                    blocks.push_back(place);
-                    return true;
-                });
-    if (end != D64ChainEnd::Marked && (drive || end != D64ChainEnd::System)) {
+    const auto collect = [&](ImagePlace place, ImagePlace) {
+        blocks.push_back(place);
+        return true;
+    };
+    // Meant: without the drive's rules only the mark ends the chain, so header and directory are
+    // freed when it runs into them.
+    const D64ChainEnd end = drive ? d64_file_blocks(image, entry, blocks, &side_blocks)
+                                  : d64_walk_chain(image, entry.start, collect, D64System::Passes);
+    if (end != D64ChainEnd::Marked) {
         return fail_chain(image, entry, end);
     }
     return drive ? check_owner(image, entry, blocks, side_blocks) : 1;

@@ -182,9 +182,12 @@ void d64_clear_map(ImageHandle& image);
 /// "leaves the disc", for messages.
 const char* d64_chain_fault(D64ChainEnd end);
 
-/// Follows a file's chain; the visitor gets each block with its link and may stop it.
+/// Follows a file's chain; the visitor gets each block with its link and may stop it. The header
+/// and the directory end it, or are blocks like others.
 using D64Visitor = std::function<bool(ImagePlace place, ImagePlace link)>;
-D64ChainEnd d64_walk_chain(ImageHandle& image, ImagePlace start, const D64Visitor& visit);
+enum class D64System { Ends, Passes };
+D64ChainEnd d64_walk_chain(ImageHandle& image, ImagePlace start, const D64Visitor& visit,
+                           D64System system = D64System::Ends);
 
 /// All blocks of a file: its chain, side sectors, and what GEOS has beside it, as far as they go.
 /// `side_blocks` of them are side sectors. What ended the chain that is not whole, else Marked.

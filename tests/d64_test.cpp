@@ -207,6 +207,11 @@ TEST_F(D64, WritesByItsOwnRules) {
     disc[at(18, 0, 5)] |= 5;
     EXPECT_TRUE(content() == disc);
 
+    put(disc, at(18, 1, 66), slot(0x82, 18, 0, "DIRECTORY", 2)); // freed like any chain
+    open(disc);
+    EXPECT_EQ(d64_delete_file(image, "DIRECTORY"), 1);
+    EXPECT_EQ(content()[at(18, 0, 4 * 18 + 1)] & 3, 3);
+
     EXPECT_EQ(write("big", random_bytes(254 * 663)), -1); // its last block lacks one to link to
     EXPECT_THAT(list(), HasSubstr("*.....+.  1: 0 prg       0 BIG\n")); // with the slot's old start
     EXPECT_EQ(write("fit", random_bytes(254 * 662)), 1); // in its slot, the map is as before
