@@ -44,6 +44,8 @@ struct ActiveConfig {
     std::string patch_file;
     std::int32_t patch_autoload = 0;
     std::string base_dir; // the toolkit's base directory, ends in a separator
+
+    bool operator==(const ActiveConfig&) const = default;
 };
 
 extern ActiveConfig active_config;

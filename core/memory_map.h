@@ -17,10 +17,14 @@ struct MemoryRegion {
     std::uint32_t base = 0;
     std::uint32_t last = 0; // last address of the region, included
     int type = MEMORY_UNTYPED;
+
+    bool operator==(const MemoryRegion&) const = default;
 };
 
 struct MemoryMap {
     std::vector<MemoryRegion> regions; // in the order they were added
+
+    bool operator==(const MemoryMap&) const = default;
 };
 
 /// Makes the map empty.

@@ -3,20 +3,21 @@
 
 #include "charsets/charset.h"
 #include "core/active_config.h"
-#include "core/simulator.h"
 #include "link/port.h"
-#include "link/target_memory.h"
 #include "ui/msg.h"
+#include "util/clock.h"
 #include "util/fd.h"
+#include "util/signals.h"
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <set>
+#include <poll.h>
 #include <sys/socket.h>
-#include <termios.h>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -29,58 +30,75 @@ struct State {
     int depth = 0;      // of ends(), within which the program does not end
     fs::path directory; // the fuzzer's own, removed at its end
     kx::Fd far_end;     // of the line
+    std::uint32_t now_ms = 0;
 };
 State state;
 
 void start() {
-    const char* name = std::getenv("KX_FUZZER");
-    state.fuzzer = kx::fuzz::fuzzers.at(name != nullptr ? name : "");
+    kx::signals_ignore_failed_writes();
+    kx::clock_set_source([] { return state.now_ms; });
     std::string path = fs::temp_directory_path() / "kxfuzz.XXXXXX";
     kx::fuzz::check(mkdtemp(path.data()) != nullptr, "a directory can be made");
     state.directory = path;
     std::atexit([] { fs::remove_all(state.directory); });
+    const char* name = std::getenv("KX_FUZZER");
+    state.fuzzer = kx::fuzz::fuzzers.at(name != nullptr ? name : "");
 }
 
 } // namespace
 
+// What the linker puts in the place of the system's calls; CMakeLists.txt has the list.
+// NOLINTBEGIN: the linker's names
 extern "C" {
 
-[[noreturn]] void __real_exit(int status); // NOLINT: the linker's names for what it wraps
+[[noreturn]] void __real_exit(int status);
+int __real_poll(pollfd* lines, nfds_t count, int ms);
+int __real_sigaction(int number, const struct sigaction* action, struct sigaction* old);
 
-[[noreturn]] void __wrap_exit(int status) { // NOLINT
+[[noreturn]] void __wrap_exit(int status) {
     if (state.depth > 0) {
         throw ProgramEnd();
     }
     __real_exit(status);
 }
 
-// A socket is no terminal; so that it can stand for one, it takes every setting.
-int __wrap_tcgetattr(int, termios*) {
-    return 0;
-} // NOLINT
-int __wrap_tcsetattr(int, int, const termios*) {
-    return 0;
-} // NOLINT
-int __wrap_tcflush(int, int) {
-    return 0;
-} // NOLINT
+// Nothing comes later: who waits has waited at once.
+int __wrap_poll(pollfd* lines, nfds_t count, int ms) {
+    const int ready = __real_poll(lines, count, 0);
+    state.now_ms += ready == 0 ? static_cast<std::uint32_t>(ms) : 0;
+    return ready;
+}
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) { // NOLINT
+// For libFuzzer alone: a fuzzer's own ends by signals are set and put back thousands of times.
+int __wrap_sigaction(int number, const struct sigaction* action, struct sigaction* old) {
+    return state.fuzzer == nullptr ? __real_sigaction(number, action, old) : 0;
+}
+
+// For what a line in memory cannot do and a disc in memory need not, and for sleep.
+int kx_fuzz_nothing() {
+    return 0;
+}
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (state.fuzzer == nullptr) {
         start();
     }
-    fs::remove_all(state.directory);
-    fs::create_directory(state.directory);
     fs::current_path(state.directory);
+    for (const auto& entry : fs::directory_iterator(".")) {
+        fs::remove_all(entry);
+    }
     kx::active_config_reset();
     kx::charset_reset();
     kx::msg_set_output(kx::MSG_QUIET);
     kx::verbosity.silent = 1;
     FuzzedDataProvider input(data, size);
+    const int lowest = kx::Fd(dup(STDERR_FILENO)).get();
     state.fuzzer(input);
+    kx::fuzz::check(kx::Fd(dup(STDERR_FILENO)).get() == lowest, "no descriptor stays open");
     return 0;
 }
 }
+// NOLINTEND
 
 namespace kx::fuzz {
 
@@ -114,16 +132,7 @@ std::string get(const std::string& name) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-std::set<std::string> tree(const std::string& name) {
-    std::set<std::string> files;
-    for (const auto& entry : fs::recursive_directory_iterator(state.directory / name)) {
-        files.insert(entry.path().string() + "\n" +
-                     (entry.is_regular_file() ? get(entry.path()) : ""));
-    }
-    return files;
-}
-
-void line_open(std::string_view sent) {
+void line_open(std::string_view sent, bool hang_up) {
     const int room = 4 << 20;
     int pair[2];
     check(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) == 0, "a line can be had");
@@ -134,23 +143,20 @@ void line_open(std::string_view sent) {
     setsockopt(pair[0], SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
     const ssize_t gone = send(pair[0], sent.data(), sent.size(), MSG_DONTWAIT);
     check(gone == static_cast<ssize_t>(sent.size()), "all is sent");
+    if (hang_up) {
+        shutdown(pair[0], SHUT_RDWR);
+    }
 }
 
 std::string line_answer() {
-    std::string answer(1 << 20, 0);
-    const ssize_t got = recv(state.far_end.get(), answer.data(), answer.size(), MSG_DONTWAIT);
-    answer.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
+    std::string answer;
+    char piece[4096];
+    for (ssize_t got; (got = recv(state.far_end.get(), piece, sizeof piece, MSG_DONTWAIT)) > 0;) {
+        answer.append(piece, static_cast<std::size_t>(got));
+    }
     state.far_end.reset();
     port_reset();
     return answer;
-}
-
-void memory_open(std::uint8_t bits) {
-    mem_mode = MEM_SIMULATOR;
-    active_config.addr_bits = bits;
-    MemoryMap& map = active_config.memory_map;
-    memory_map_set_type(map, memory_map_add(map, 0, 0, 0xFFFFFFFF), MEMORY_RAM_ROM);
-    check(sim_init() == 1, "the simulator starts");
 }
 
 } // namespace kx::fuzz

@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <functional>
 #include <map>
-#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,7 +14,8 @@
 namespace kx::fuzz {
 
 /// The frame calls a fuzzer with an empty directory, which is the current one, and with the
-/// library's modules as they are at program start.
+/// library's modules as they are at program start. Time passes only where something is waited for,
+/// and every descriptor must be closed again.
 using Fuzzer = void (*)(FuzzedDataProvider& input);
 extern const std::map<std::string, Fuzzer> fuzzers;
 
@@ -28,15 +28,11 @@ void check(bool holds, std::string_view what);
 // Names count from the fuzzer's directory, wherever the current one is.
 void put(const std::string& name, std::string_view content); // makes the directories on the way
 std::string get(const std::string& name);                    // "" when there is no such file
-std::set<std::string>
-tree(const std::string& name); // names and contents of all files below a directory
 
 /// A line in memory to the port, which is opened on it: `sent` has come when this returns, and
-/// nothing comes behind it. `line_answer` is what the host has written since; it closes the port.
-void line_open(std::string_view sent);
+/// nothing comes behind it, or the far end hangs up then. `line_answer` is what the host has
+/// written since; it closes the port.
+void line_open(std::string_view sent, bool hang_up = false);
 std::string line_answer();
-
-/// Memory of 2^bits bytes, all mapped, in the simulator's core.
-void memory_open(std::uint8_t bits);
 
 } // namespace kx::fuzz

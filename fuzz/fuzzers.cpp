@@ -13,18 +13,22 @@
 #include "ini/ini.h"
 #include "link/patch.h"
 #include "link/port.h"
-#include "link/seams_private.h"
 #include "link/stub.h"
+#include "link/target_memory.h"
 #include "setup/templates.h"
-#include "symfiles/symfiles.h"
 #include "tools/parse.h"
+#include "tools/symbols.h"
+#include "tools/verbs.h"
 #include "ui/con.h"
 #include "util/fd.h"
-#include "util/text.h"
+#include "util/file.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
+#include <set>
+#include <sstream>
 #include <unistd.h>
 
 namespace kx::fuzz {
@@ -44,18 +48,6 @@ std::string contents(const IniDocument& doc) {
     return all;
 }
 
-std::string loaded() {
-    const ActiveConfig& now = active_config;
-    std::string all = text_printf(
-        "%s,%s,%s,%s,%s,%d,%d,%d,%d,%d,%d", now.cpu_tag.c_str(), now.machine_tag.c_str(),
-        now.cable_tag.c_str(), now.port_name.c_str(), now.patch_file.c_str(), now.cpu_regs,
-        now.addr_bits, now.port_baud, now.stub, now.fileserver, now.default_file_type);
-    for (const MemoryRegion& region : now.memory_map.regions) {
-        all += text_printf(" %x-%x:%d", region.base, region.last, region.type);
-    }
-    return all;
-}
-
 /// What was read, written and read again is the same, and look-ups find every name.
 void ini(FuzzedDataProvider& input) {
     put("first.ini", input.ConsumeRemainingBytesAsString());
@@ -71,17 +63,15 @@ void ini(FuzzedDataProvider& input) {
 /// Main file, target, scheme, character set, patches and symbols, with form feeds between them.
 /// What the setup program writes from what was loaded loads again, and to the same.
 void config(FuzzedDataProvider& input) {
-    const std::string all = input.ConsumeRemainingBytesAsString();
-    std::size_t at = 0;
+    std::istringstream all(input.ConsumeRemainingBytesAsString());
     for (const char* name : {"kx.ini", "config/it.ini", "config/col_it.ini", "config/charset.ini",
                              "patches.ini", "symbols.ini"}) {
-        const std::size_t end = std::min(all.find('\f', at), all.size());
-        put(name, all.substr(at, end - at));
-        at = std::min(end + 1, all.size());
+        std::string content;
+        std::getline(all, content, '\f');
+        put(name, content);
     }
     setenv("KXPATH", ".", 1);
     IniDocument main_doc, target_doc, new_main, again;
-    int result = 0;
     if (!ends([&] {
             if (config_load(main_doc, target_doc, "kxsetup", "kx.ini") == 1) {
                 template_main_build(new_main, "kx.ini", main_doc, true);
@@ -90,10 +80,11 @@ void config(FuzzedDataProvider& input) {
         check(ini_write("kx.ini", new_main) == 0, "the main file can be written");
     }
     active_config_reset();
+    int result = 0, second = 0;
     if (ends([&] { result = config_load_target(target_doc, "./config/it.ini"); })) {
         return;
     }
-    const std::string before = loaded();
+    const ActiveConfig before = active_config;
     sym_table_new(&sym_store);
     (void)ends([&] {
         check(sim_init() == 1, "the simulator starts");
@@ -107,31 +98,26 @@ void config(FuzzedDataProvider& input) {
     template_target_annotate(target_doc);
     check(ini_write("config/again.ini", target_doc) == 0, "the target file can be written");
     active_config_reset();
-    int second = 0;
     check(!ends([&] { second = config_load_target(again, "./config/again.ini"); }), "it loads");
-    check(second == result && loaded() == before, "what is written loads to the same");
+    check(second == result && active_config == before, "what is written loads to the same");
 }
 
 /// Every symbol is found, and of the labels that are written none is made up.
 void symbols(FuzzedDataProvider& input) {
     put("symbols", input.ConsumeRemainingBytesAsString());
-    SymTable* table = sym_table_new(nullptr);
-    SymTable* again = sym_table_new(nullptr);
+    const SymbolSet all, again;
     for (const int type : {FILETYPE_KXSYMS, FILETYPE_VICE}) {
-        (void)ends([&] { filehandler_readsymfile(table, "symbols", type); });
+        (void)ends([&] { filehandler_readsymfile(all.table, "symbols", type); });
     }
-    for (const SymEntry& symbol : table->entries) {
-        check(symbol.name.empty() ||
-                  sym_find_name(table, symbol.name.c_str(), symbol.bank) == &symbol,
-              "a symbol is found by its name");
+    for (const SymEntry& symbol : all.table->entries) {
+        const SymEntry* found = sym_find_name(all.table, symbol.name.c_str(), symbol.bank);
+        check(symbol.name.empty() || found == &symbol, "a symbol is found by its name");
     }
-    std::FILE* file = std::fopen("labels", "w");
-    check(sym_write_vice(table, file) == 1, "labels can be written");
-    std::fclose(file);
-    (void)filehandler_readsymfile(again, "labels", FILETYPE_VICE);
-    check(again->entries.size() <= table->entries.size(), "no label is made up");
-    sym_table_free(table);
-    sym_table_free(again);
+    const FilePtr file = file_open("labels", "w");
+    check(sym_write_vice(all.table, file.get()) == 1, "labels can be written");
+    std::fflush(file.get());
+    (void)filehandler_readsymfile(again.table, "labels", FILETYPE_VICE);
+    check(again.table->entries.size() <= all.table->entries.size(), "no label is made up");
 }
 
 /// Whatever the file holds, every conversion stays in its room.
@@ -151,7 +137,7 @@ void charset(FuzzedDataProvider& input) {
 }
 
 /// An address or a range that was taken is in its bounds, and reads the same when it is written
-/// out.
+/// out; the options of a verb are taken, or it is said why not. A word a line.
 void kx_words(FuzzedDataProvider& input) {
     const std::string text = input.ConsumeRemainingBytesAsString();
     std::string error;
@@ -166,11 +152,23 @@ void kx_words(FuzzedDataProvider& input) {
     if (parse_range(text, nullptr, range, error) == 0) {
         check(range.first < range.end && range.end <= 0x100000000, "a range is in its bounds");
     }
+    std::vector<std::string> words, arguments;
+    std::istringstream lines(text);
+    for (std::string word; std::getline(lines, word); words.push_back(word)) {
+    }
+    const Verb* const verb = words.empty() ? nullptr : verb_find(words.front());
+    if (verb != nullptr) {
+        words.erase(words.begin());
+        const bool taken =
+            options_parse(verb->options, global_options(), words, arguments, error) == 0 &&
+            options_store_arguments(verb->options, arguments, error) == 0;
+        check(taken ? arguments.size() <= words.size() : !error.empty(), "a refusal says why");
+    }
 }
 
 /// Without a screen: every input comes to its end, and gives keys that there are.
 void keys(FuzzedDataProvider& input) {
-    const std::string typed = input.ConsumeRemainingBytesAsString();
+    const std::string typed = input.ConsumeRemainingBytesAsString().substr(0, 200);
     put("keys", typed);
     check(dup2(Fd(open("keys", O_RDONLY | O_CLOEXEC)).get(), STDIN_FILENO) == STDIN_FILENO,
           "input");
@@ -183,63 +181,19 @@ void keys(FuzzedDataProvider& input) {
     check(con_getkey() == KEYCODE_ESCAPE, "the end of the input acts as Escape");
 }
 
+/// Memory of 2^bits bytes, all mapped, in the simulator's core.
+void memory_open(std::uint8_t bits) {
+    mem_mode = MEM_SIMULATOR;
+    active_config.addr_bits = bits;
+    MemoryMap& map = active_config.memory_map;
+    memory_map_set_type(map, memory_map_add(map, 0, 0, 0xFFFFFFFF), MEMORY_RAM_ROM);
+    check(sim_init() == 1, "the simulator starts");
+}
+
 std::string memory(std::uint32_t start, std::size_t count) {
-    std::string bytes;
-    for (std::size_t i = 0; i < count; i++) {
-        bytes += static_cast<char>(sim_read8(start + static_cast<std::uint32_t>(i)));
-    }
+    std::string bytes(count, 0);
+    std::ranges::generate(bytes, [&] { return static_cast<char>(sim_read8(start++)); });
     return bytes;
-}
-
-bool is_clean(Disc& disc) {
-    DiscFindings findings;
-    return disc_check(disc, findings) == 1;
-}
-
-int change(Disc& disc, FuzzedDataProvider& input) {
-    const int number = input.ConsumeIntegralInRange(-1, 144);
-    const int what = input.ConsumeIntegralInRange(0, 7);
-    const auto bytes =
-        input.ConsumeBytes<std::uint8_t>(input.ConsumeIntegral<std::uint8_t>() * 200U);
-    DiscName name = {};
-    DiscFindings done;
-    const bool named = disc_file_name(disc, input.ConsumeRandomLengthString(20), name) == 1;
-    return !named || what == 0 ? disc_repair(disc, done)
-           : what == 1         ? disc_delete(disc, number, true)
-           : what == 2         ? disc_rename(disc, number, name)
-           : what == 3         ? disc_copy(disc, disc, number, name, false)
-           : what == 4         ? disc_set_lock(disc, number, true)
-           : what == 5         ? disc_set_label(disc, name, {'A', 'B'})
-           : what == 6         ? disc_write(disc, {name, DISC_PRG, true, false, bytes})
-                               : disc_write(disc, {name, DISC_SEQ, false, true, bytes});
-}
-
-/// The toolkit's own rules, on the image where it lies; what is extracted stays in the directory.
-void change_in_place(FuzzedDataProvider& input) {
-    ImageHandle image;
-    std::filesystem::create_directory("in");
-    std::filesystem::current_path("in");
-    if (image_open(image, "../a.d64", false, true) == 1) {
-        imgfile_write_file(image, "../host", input.ConsumeRandomLengthString(20));
-        imgfile_delete_file(image, input.ConsumeRandomLengthString(20));
-        imgfile_extract_all(image);
-    }
-    image_close(image);
-    const std::filesystem::directory_iterator top("..");
-    check(std::distance(begin(top), end(top)) == 3, "nothing is written outside the directory");
-}
-
-void change_as_a_drive(Disc& disc, FuzzedDataProvider& input) {
-    check(disc_open(disc, "a.d64", DiscAccess::Change) == 1, "a whole image opens");
-    while (input.remaining_bytes() > 0) {
-        const bool clean = is_clean(disc);
-        const std::vector<std::uint8_t> before = *disc.image.memory;
-        const bool changed = change(disc, input) == 1;
-        check(changed || *disc.image.memory == before, "a change that fails changes nothing");
-        check(!clean || is_clean(disc), "a disc without faults stays so");
-    }
-    check(disc_commit(disc) == 1, "the changes are put in place");
-    disc_close(disc);
 }
 
 /// What was loaded can be saved, and loads again to the same memory.
@@ -279,32 +233,175 @@ void patch(FuzzedDataProvider& input) {
     sim_shutdown();
 }
 
-/// Discs by both rules, on an image that the input damages. By the drive's rules what fails changes
-/// nothing, and a disc without faults stays so; the image keeps its size by either.
-void disc(FuzzedDataProvider& input) {
-    Disc disc;
-    check(disc_create(disc, "a.d64", {.tracks = input.PickValueInArray({35, 40, 42})}) == 1,
-          "made");
-    check(disc_commit(disc) == 1, "a new disc is put in place");
-    disc_close(disc);
+/// A disc as it lies there: its bytes, whether they are in order, and what can be read of its
+/// files.
+struct Look {
     std::string image = get("a.d64");
-    while (input.ConsumeBool()) { // header, map and directory
-        const std::size_t at = 357 * 256 + input.ConsumeIntegralInRange<std::size_t>(0, 0x400);
-        image[at] = input.ConsumeIntegral<char>();
+    bool clean = false;
+    std::map<int, std::vector<std::uint8_t>> files; // by the entry's number
+    Disc disc;
+
+    Look() {
+        DiscFindings findings;
+        check(disc_open(disc, "../a.d64", DiscAccess::Read) == 1, "any image opens for reading");
+        clean = disc_check(disc, findings) == 1;
+        for (const DiscEntry& entry : disc_entries(disc)) {
+            if (entry.raw_type == 0 || disc_read(disc, entry.number, files[entry.number]) != 1) {
+                files.erase(entry.number);
+            }
+        }
     }
-    put("a.d64", image);
-    put("host", "1234567");
-    if (input.ConsumeBool()) {
-        change_in_place(input);
-    } else {
-        change_as_a_drive(disc, input);
+};
+
+enum Change { Repair, Delete, Rename, Copy, Lock, Label, Write, Replace };
+constexpr Change CHANGES[] = {Repair, Delete, Rename, Copy, Lock, Label, Write, Replace};
+
+struct Step {
+    Change change; // in place everything but Delete writes
+    int number;
+    std::string name, bytes;
+};
+
+int change_whole(const Step& step, Look& before) {
+    Disc disc;
+    DiscName name;
+    DiscFindings done;
+    if (disc_open(disc, "../a.d64", DiscAccess::Change) != 1 ||
+        disc_file_name(disc, step.name, name) != 1) {
+        return -1;
     }
-    check(get("host") == "1234567", "host files stay");
-    check(get("a.d64").size() == image.size(), "the size stays");
+    const std::vector<std::uint8_t> bytes(step.bytes.begin(), step.bytes.end());
+    const auto [change, number] = std::pair(step.change, step.number);
+    before.files.erase(change == Replace ? disc_find(disc, name) : -1);
+    const int result = change == Repair   ? disc_repair(disc, done)
+                       : change == Delete ? disc_delete(disc, number, true)
+                       : change == Rename ? disc_rename(disc, number, name)
+                       : change == Copy   ? disc_copy(disc, disc, number, name, false)
+                       : change == Lock   ? disc_set_lock(disc, number, true)
+                       : change == Label
+                           ? disc_set_label(disc, name, {'A', 'B'})
+                           : disc_write(disc, {name, DISC_PRG, false, change == Replace, bytes});
+    check(disc_commit(disc) == 1, "the changes are put in place");
+    return result;
 }
 
-std::string ask(const std::string& requests) {
-    line_open(requests);
+int change_in_place(const Step& step, bool in_order) {
+    ImageHandle image;
+    int result = image_open(image, "../a.d64", false, true);
+    if (result == 1 && step.change == Delete) {
+        result = imgfile_delete_file(image, step.name);
+    } else if (result == 1) {
+        result = imgfile_write_file(image, "../host", step.name);
+    }
+    if (result == 1 && step.change != Delete && in_order && !step.bytes.empty()) {
+        check(imgfile_extract_file(image, step.name, "../back") == 1, "what was written is there");
+        check(get("back").starts_with(step.bytes), "and is the same");
+    }
+    image_close(image);
+    return result;
+}
+
+/// By the drive's rules, on whatever disc.
+void check_nothing_lost(const Step& step, bool changed, const Look& before, const Look& after) {
+    check(changed || after.image == before.image, "a change that fails changes nothing");
+    check(!before.clean || after.clean, "a disc without faults stays so");
+    int lost = 0;
+    for (const auto& [number, bytes] : before.files) {
+        const auto same = after.files.find(number);
+        lost += same == after.files.end() ? 1 : 0;
+        check(same == after.files.end() || same->second == bytes, "other files keep their bytes");
+    }
+    check(step.change == Repair || lost <= (step.change == Delete ? 1 : 0), "no other is lost");
+}
+
+/// By the toolkit's own, on a disc in order.
+void check_own_blocks(bool deletes, const Look& before, const Look& after) {
+    std::size_t at = 0, count = 357 * 256;
+    for (int track = 1; track <= 35; track++) {
+        count += 4;
+        check(before.image.substr(count, 1) == after.image.substr(count, 1),
+              "the free counts stay");
+        for (int sector = 0; sector < disc_sectors(track); sector++, at += 256) {
+            const bool was_free = disc_is_free(before.disc, track, sector);
+            const bool is_free = disc_is_free(after.disc, track, sector);
+            const bool same = before.image.compare(at, 256, after.image, at, 256) == 0;
+            check(same || was_free || track == 18, "only free blocks are written");
+            check(is_free == was_free || is_free == deletes, "only a deletion frees");
+        }
+    }
+}
+
+/// An image of so many tracks with the files A and B, which the input damages or not.
+std::string new_image(int tracks, FuzzedDataProvider& input) {
+    static std::map<int, std::string> made;
+    if (made[tracks].empty()) {
+        Disc disc;
+        const std::vector<std::uint8_t> bytes(700, 'x');
+        check(disc_create(disc, "a.d64", {.tracks = tracks}) == 1, "a disc can be made");
+        check(disc_write(disc, {.name = {'A'}, .bytes = bytes}) == 1, "A is written");
+        check(disc_write(disc, {.name = {'B'}, .bytes = bytes}) == 1, "B is written");
+        check(disc_commit(disc) == 1, "a new disc is put in place");
+        made[tracks] = get("a.d64");
+    }
+    std::string image = made[tracks];
+    while (input.ConsumeBool()) { // blocks of A and B, header, map and directory
+        const std::size_t block = input.PickValueInArray({336U, 346U, 337U, 357U, 358U, 361U});
+        image[256 * block + input.ConsumeIntegral<std::uint8_t>()] = input.ConsumeIntegral<char>();
+    }
+    image.resize(image.size() -
+                 (input.ConsumeBool() ? input.ConsumeIntegral<std::uint16_t>() : 0U));
+    return image;
+}
+
+/// Discs by both rules. Open for reading they stay. By the drive's rules what fails changes
+/// nothing, a disc without faults stays so, and all other files keep their bytes; by the own ones
+/// only free blocks are written. By either the size stays, as does all outside the directory.
+void disc(FuzzedDataProvider& input) {
+    const int tracks = input.PickValueInArray({35, 40, 42});
+    const bool whole = input.ConsumeBool(), own_rules = !whole && input.ConsumeBool();
+    const std::string image = new_image(tracks, input);
+    put("a.d64", image);
+    put("host", "1234567");
+    put("back", "");
+    std::filesystem::create_directory("in");
+    std::filesystem::current_path("in");
+    d64_dos_mode = own_rules ? 0 : 1;
+    ImageHandle reading;
+    check(image_open(reading, "../a.d64", false, false) == 1, "any image opens for reading");
+    imgfile_list_directory(reading, stdout);
+    imgfile_extract_all(reading);
+    imgfile_delete_file(reading, "A");
+    check(imgfile_write_file(reading, "../host", "C") != 1, "it is open for reading only");
+    image_close(reading);
+    auto before = std::make_unique<Look>();
+    check(before->image == image, "what is only read stays");
+    const bool in_order = before->clean;
+    while (input.remaining_bytes() > 0) {
+        Step step = {input.PickValueInArray(CHANGES), input.ConsumeIntegralInRange(-1, 144),
+                     input.PickValueInArray({"A", "B", "C", "D", ""}), ""};
+        step.name += input.ConsumeRandomLengthString(step.name.empty() ? 20 : 0);
+        for (unsigned i = input.ConsumeIntegral<std::uint16_t>(); i > 0; i--) {
+            step.bytes += static_cast<char>(i * i >> 3U);
+        }
+        put("host", step.bytes);
+        const bool changed =
+            (whole ? change_whole(step, *before) : change_in_place(step, in_order)) == 1;
+        auto after = std::make_unique<Look>();
+        check(after->image.size() == image.size(), "the size stays");
+        if (!own_rules) {
+            check_nothing_lost(step, changed, *before, *after);
+        } else if (in_order) {
+            check_own_blocks(step.change == Delete, *before, *after);
+        }
+        before = std::move(after);
+    }
+    const std::filesystem::directory_iterator top("..");
+    check(std::distance(begin(top), end(top)) == 4, "nothing is written outside the directory");
+    d64_reset();
+}
+
+std::string ask(const std::string& requests, bool hang_up) {
+    line_open(requests, hang_up);
     for (std::size_t asked = 0; port_has_data() != 0; asked++) {
         check(asked < requests.size(), "every request takes a byte");
         fileserver_handle_byte(port_getc_nowait());
@@ -312,34 +409,55 @@ std::string ask(const std::string& requests) {
     return line_answer();
 }
 
-/// Nothing outside the root is read or changed, nothing at all in a root that is only read, and the
-/// next request is answered.
+/// Names and contents of all that is below a directory.
+std::set<std::string> tree(const std::string& name) {
+    std::set<std::string> files;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(name)) {
+        const std::string path = entry.path();
+        files.insert(path + "\n" + (entry.is_regular_file() ? get(path) : ""));
+    }
+    return files;
+}
+
+/// Nothing outside the root is read or changed, nothing at all in a root that is only read, nor by
+/// a request that is dropped, and the next request is answered.
 void servers(FuzzedDataProvider& input) {
-    struct Server {
-        std::uint8_t id;
-        std::string request; // answered whatever was asked before
-    };
-    static const Server servers[] = {{FILESERVER_GENERIC, {"\x01\xAC\x03ls\0", 6}},
-                                     {FILESERVER_SERIALSLAVE, "?"},
-                                     {FILESERVER_CBM, "\x02\x03NO\r"}};
-    const Server& server = servers[input.ConsumeIntegralInRange<std::size_t>(0, 2)];
-    active_config.fileserver = server.id;
+    static const std::pair<std::uint8_t, std::string> known[] = {
+        // with an answer at all times
+        {FILESERVER_GENERIC, {"\x01\xAC\x03ls\0", 6}},
+        {FILESERVER_SERIALSLAVE, "?"},
+        {FILESERVER_CBM, "\x02\x03NO\r"}};
+    static std::set<std::string> root;
+    static bool hang_up; // done it may be, and dropped because nobody takes the answer
+    const auto& [id, request] = known[input.ConsumeIntegralInRange<std::size_t>(0, 2)];
+    hang_up = input.ConsumeBool();
+    active_config.fileserver = id;
     active_config.fileserver_root = std::filesystem::absolute("root");
     active_config.fileserver_read_only = input.ConsumeBool();
     active_config.fileserver_open_match = input.ConsumeBool();
     active_config.fileserver_translate_save = input.ConsumeBool();
+    const std::string other = std::filesystem::absolute("outside");
     put("outside/secret", "of nobody's business");
     put("root/sub/b.seq", "b");
     put("root/game.prg", "\x01\x08xy");
     std::filesystem::create_directory_symlink("../outside", "root/out");
-    const auto outside = tree("outside"), root = tree("root");
+    const auto outside = tree(other);
+    root = tree(active_config.fileserver_root);
+    fileserver_set_event([](const FileserverEvent& event) {
+        if (event.request != std::string_view("unknown")) {
+            const bool may = !active_config.fileserver_read_only &&
+                             (hang_up || event.result != FileserverResult::Dropped);
+            check(may || tree(active_config.fileserver_root) == root,
+                  "what is read-only or dropped changes nothing");
+            root = may ? tree(active_config.fileserver_root) : root;
+        }
+    });
     check(fileserver_start() == 0, "the root can be opened");
     fileserver_set_patience(1);
-    const std::string answer = ask(input.ConsumeRemainingBytesAsString());
+    const std::string answer = ask(input.ConsumeRemainingBytesAsString(), hang_up);
     check(answer.find("business") == std::string::npos, "nothing outside the root is read");
-    check(tree("outside") == outside, "nothing outside the root is changed");
-    check(!active_config.fileserver_read_only || tree("root") == root, "read-only is read only");
-    check(!ask(server.request).empty(), "the next request is answered");
+    check(tree(other) == outside, "nothing outside the root is changed");
+    check(!ask(request, false).empty(), "the next request is answered");
     fileserver_reset();
 }
 
@@ -350,7 +468,6 @@ void stub(FuzzedDataProvider& input) {
     const bool image = input.ConsumeBool();
     const std::string answer = input.ConsumeRemainingBytesAsString();
     stub_set_timeout(1);
-    stub_set_sleep([] {});
     line_open(answer);
     const int result = image ? stub_read_image({18, 0, 0}, bytes) : stub_read_memory(0x801, bytes);
     if (result == 1) {
