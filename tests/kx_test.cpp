@@ -268,6 +268,7 @@ TEST_F(KxTest, FilesAreDumpedPatchedAndNamedWithoutAnySetUp) {
         {"kx patch a.prg --patches $base/patches/c64.ini --name no_flicker -i", 1,
          "no colour marks: 0 places\n", "kx: error: a.prg: no patch fits; nothing was written\n"},
         {"kx view a.prg | cmp - a.prg", 0, "", ""},
+        {"truncate -s 65M big; kx view big | wc -c; rm big", 0, "68157440\n", ""},
     });
 }
 

@@ -81,6 +81,29 @@ int host_read_part(const std::string& path, std::uint64_t offset, std::uint64_t 
     return 0;
 }
 
+int host_copy(const std::string& path) {
+    const bool standard = path == "-";
+    const FilePtr file = standard ? nullptr : file_open(path, "rb");
+    if (!standard && file == nullptr) {
+        return fail_with(path, file_last_error().error);
+    }
+    const int from = standard ? STDIN_FILENO : fileno(file.get());
+    std::vector<std::uint8_t> piece(PIECE);
+    for (;;) {
+        const ssize_t count = read(from, piece.data(), piece.size());
+        if (count == 0) {
+            return 0;
+        }
+        if (count < 0 && errno != EINTR) {
+            return fail_with(shown_path(path, "standard input"), errno);
+        }
+        const auto taken = static_cast<std::size_t>(std::max<ssize_t>(count, 0));
+        if (fd_write_all(STDOUT_FILENO, std::span(piece).first(taken)) != 0) {
+            return fail_with("standard output", errno);
+        }
+    }
+}
+
 int host_write(const std::string& path, std::span<const std::uint8_t> bytes) {
     if (path == "-") {
         std::fflush(stdout);

@@ -21,6 +21,9 @@ int host_read(const std::string& path, std::vector<std::uint8_t>& bytes);
 int host_read_part(const std::string& path, std::uint64_t offset, std::uint64_t length,
                    std::vector<std::uint8_t>& bytes);
 
+/// Copies the file to standard output as it comes, whatever its size.
+int host_copy(const std::string& path);
+
 /// Replaces the file, whole or not at all.
 int host_write(const std::string& path, std::span<const std::uint8_t> bytes);
 

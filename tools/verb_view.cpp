@@ -43,14 +43,6 @@ void load_colours() {
     }
 }
 
-int copy(const std::string& file) {
-    std::vector<std::uint8_t> bytes;
-    if (const int status = host_read(file, bytes)) {
-        return status;
-    }
-    return host_write("-", bytes);
-}
-
 int show(const std::string& file, int line) {
     ViewPane pane;
     pane.first = line;
@@ -65,7 +57,7 @@ int show(const std::string& file, int line) {
     std::setlocale(LC_CTYPE, "");
     load_colours();
     if (con_open() != 1) {
-        return copy(file);
+        return host_copy(file);
     }
     view_run(pane, source, nullptr, nullptr);
     con_close();
@@ -90,7 +82,7 @@ int run() {
         return report_fail(KxError::Usage, "FILE is missing");
     }
     if (isatty(STDOUT_FILENO) == 0) {
-        return copy(file);
+        return host_copy(file);
     }
     return show(file, static_cast<int>(std::max<std::uint64_t>(line, 1)) - 1);
 }
