@@ -48,7 +48,8 @@ extern std::string col_scheme_path;
 /// section ends the program.
 void col_loadscheme(const char* section);
 
-/// Set the console's text colour or background from a key; return the previous colour.
+/// Set the console's text colour or background from a key (0 to COL_KEYS - 1); return the previous
+/// colour.
 int col_text(int index);
 int col_back(int index);
 

@@ -94,7 +94,8 @@ ConTextInfo con_textinfo();
 
 // Colours -----------------------------------------------------------------------------------
 
-/// Set the text or background colour (0 black .. 15 white, the PC order); return the old one.
+/// Set the text or background colour (0 black .. 15 white, the PC order; of other numbers the low
+/// four bits count); return the old one.
 int con_textcolor(int colour);
 int con_textbackground(int colour);
 
@@ -174,7 +175,7 @@ int con_mouse_right();
 int con_mouse_x();
 int con_mouse_y();
 
-/// Where a dialog stands.
+/// Where a dialog stands. Whoever has `con_rect_new` make one frees it with `con_rect_free`.
 struct ConRect {
     int x = 0;
     int y = 0;
