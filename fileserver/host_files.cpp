@@ -91,7 +91,7 @@ bool open_root() {
 
 bool root_is_open(const std::string& path) {
     if (!open_root()) {
-        log_refusal(path, "fileserver_root cannot be opened");
+        log_refusal(path, "the served directory cannot be opened");
         return false;
     }
     return true;
@@ -118,7 +118,7 @@ std::string program_place() {
         return below;
     }
     if (::fchdir(state.root.get()) != 0) {
-        log_refusal(current, "cannot leave it for fileserver_root");
+        log_refusal(current, "cannot leave it for the served directory");
     }
     return ".";
 }
@@ -266,7 +266,7 @@ int host_close(std::int32_t handle) {
 
 bool host_refuses_write(const std::string& what) {
     if (active_config.fileserver_read_only) {
-        log_refusal(what, "fileserver_read_only");
+        log_refusal(what, "read-only");
     }
     return active_config.fileserver_read_only;
 }
@@ -377,7 +377,7 @@ int host_getcwd(std::string& path, std::size_t size) {
 }
 
 void host_log_hidden(const std::string& name) {
-    log_refusal(name, "not in fileserver_root");
+    log_refusal(name, "not in the served directory");
 }
 
 HostDirectory::~HostDirectory() {

@@ -89,7 +89,7 @@ TEST_P(Root, HoldsEveryPath) {
     EXPECT_EQ(host_chdir(".."), 0);
     EXPECT_EQ(directory_find_first(search, "out", entry), -1);
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "KX> refused: out: not in fileserver_root\n\r");
+              "KX> refused: out: not in the served directory\n\r");
 }
 
 TEST(HostFiles, OnlyFilesOfTheTargetAreItsHandles) {

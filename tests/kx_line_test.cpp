@@ -230,11 +230,11 @@ TEST_F(KxLine, ServesADirectoryThatNoRequestLeaves) {
         {"load hello", "", "load  HELLO             hello.prg         102 bytes in ",
          ": 102 bytes"},
         {"load hello", "--exact", "No such file or directory", "refused"},
-        {"load ../hello", "", "refused: not in fileserver_root", "refused (FF)"},
+        {"load ../hello", "", "refused: not in the served directory", "refused (FF)"},
         {"dir", "", "load  $                                   2 entries", "dir: "},
         {"save new 300", "", "save  NEW               new               300 bytes in",
          "300 bytes sent"},
-        {"save new 300", "-r", "refused: fileserver_read_only", "refused (FF)"},
+        {"save new 300", "-r", "refused: read-only", "refused (FF)"},
         {"load hello.prg", "--protocol generic", "dbgLoad      hello.prg ", ": 102 bytes to $0801"},
         {"load hello", "--protocol serialslave", "load  HELLO  ", ": 102 bytes to $0801"},
     };
