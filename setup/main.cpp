@@ -8,6 +8,7 @@
 #include "symfiles/symfiles.h"
 #include "ui/con.h"
 #include "ui/msg.h"
+#include "util/fd.h"
 #include "util/signals.h"
 
 #include <cstdio>
@@ -40,6 +41,7 @@ int run(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
+    kx::fd_fill_standard();
     try {
         return run(argc, argv);
     } catch (const std::bad_alloc&) {

@@ -159,6 +159,7 @@ TEST_F(KxTest, DiscsKeepWhatIsPutOnThem) {
         {"kx mv d.d64 --label NEW,ZZ", 0, "", "d.d64: the disc is now \"NEW             \" ZZ\n"},
         {"kx put e.d64 --create d.d64:w*d", 0, "", "e.d64: WORLD  1 block\n"},
         {"kx get e.d64 -C . -l", 0, "", "world.prg  7 bytes\n"},
+        {"kx get e.d64 -l", 1, "", "kx: error: world.prg exists\nhint: -f replaces it\n"},
         {"cmp world.prg hello.prg && kx check d.d64 e.d64", 0, "d.d64: ok\ne.d64: ok\n", ""},
         {"kx ls hello.prg", 1, "",
          "kx: error: 'hello.prg' is no 1541 image, by size and content\n"},
@@ -260,7 +261,17 @@ TEST_F(KxTest, FilesAreDumpedPatchedAndNamedWithoutAnySetUp) {
          "/nonexistent/.local/share/kx\nhint: kx-init makes one\n"},
         {"kx symbols --base $base -t c65 2>&1 | tail -1", 0, "hint: did you mean 'c64'?\n", ""},
         {"kx patch a.prg --patches $base/patches/c64.ini --name no_flicker -i", 0,
-         "no colour marks: 1 place: $0801\n", ""},
+         "no colour marks: 1 place: $0801\n", "a.prg: patched; what it was is in a.prg.orig\n"},
+        {"cp a.prg.orig b.prg; cp s.lbl b.prg.orig; "
+         "kx patch b.prg --patches $base/patches/c64.ini --name no_flicker -o s.lbl",
+         1, "no colour marks: 1 place: $0801\n", "kx: error: s.lbl exists\nhint: -f replaces it\n"},
+        {"kx patch b.prg --patches $base/patches/c64.ini --name no_flicker -i", 1,
+         "no colour marks: 1 place: $0801\n",
+         "kx: error: b.prg.orig exists\nhint: -f replaces it\n"},
+        // A closed standard error is not taken for the line.
+        {"KXPATH=$base kx fake --log -- sh -c 'kx send $base/examples/hello.prg 2>&-; kx verify "
+         "$base/examples/hello.prg' 2>&1 | cut -c 11-15",
+         0, "write\nread \nread \n", ""},
         {"kx dump a.prg; kx dump a.prg.orig", 0,
          "00000000:  01 08 ee 3f d0 4c e2 fc  ;...?.L..\n"
          "00000000:  01 08 ee 20 d0 4c e2 fc  ;... .L..\n",

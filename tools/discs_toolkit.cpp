@@ -3,12 +3,14 @@
 
 #include "charsets/charset.h"
 #include "core/active_config.h"
+#include "files/disc.h"
 #include "files/imgfile.h"
 #include "tools/base.h"
 #include "tools/global.h"
 #include "tools/host.h"
 #include "tools/report.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <functional>
 #include <unistd.h>
@@ -33,7 +35,8 @@ int load_charsets() {
     return 0;
 }
 
-/// Runs `work` with the image open; it gives the library's 1 or -1.
+/// Runs `work` with the image open; it gives the library's 1 or -1, or 0 after a failure to write a
+/// host file that has been reported.
 int with_image(const std::string& path, bool writing,
                const std::function<int(ImageHandle& image)>& work) {
     if (globals.dry_run) {
@@ -49,27 +52,51 @@ int with_image(const std::string& path, bool writing,
     }
     const int result = work(image);
     image_close(image);
+    if (result == 0) {
+        return report_status(KxError::HostFile);
+    }
     return result == 1 ? 0 : report_fail_library(KxError::HostFile, path + ": ", "failed");
+}
+
+/// Where the named files go, or all that the image has.
+std::vector<std::string> host_paths(const ImageHandle& image, const std::vector<std::string>& names,
+                                    const std::string& directory, const std::string& output) {
+    std::vector<std::string> paths;
+    for (const std::string& name : names) {
+        paths.push_back(!output.empty() ? output : directory + "/" + host_name(name) + ".prg");
+    }
+    Disc disc;
+    disc.image = image;
+    for (const DiscEntry& entry : disc_entries(disc)) {
+        if (names.empty() && entry.start.track != 0) {
+            paths.push_back(directory + "/" + entry.host_name);
+        }
+    }
+    return paths;
 }
 
 } // namespace
 
 int toolkit_get(const std::string& image_path, const std::vector<std::string>& names,
-                const std::string& directory, const std::string& output) {
+                const std::string& directory, const std::string& output, bool replace) {
     if (output == "-" || (!output.empty() && names.size() != 1)) {
         return report_fail(KxError::Usage, "-o takes one NAME and a file");
     }
     return with_image(image_path, false, [&](ImageHandle& image) {
+        const std::vector<std::string> paths = host_paths(image, names, directory, output);
+        if (std::ranges::any_of(paths, [&](const std::string& path) {
+                return host_may_write(path, replace) != 0;
+            })) {
+            return 0;
+        }
         if (names.empty()) {
             return chdir(directory.c_str()) == 0 ? imgfile_extract_all(image) : -1;
         }
-        for (const std::string& name : names) {
-            const std::string path =
-                !output.empty() ? output : directory + "/" + host_name(name) + ".prg";
-            if (imgfile_extract_file(image, name, path) != 1) {
+        for (std::size_t i = 0; i < names.size(); i++) {
+            if (imgfile_extract_file(image, names[i], paths[i]) != 1) {
                 return -1;
             }
-            report_done(path);
+            report_done(paths[i]);
         }
         return 1;
     });

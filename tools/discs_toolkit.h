@@ -9,9 +9,9 @@
 namespace kx {
 
 /// All files without names, scratched ones included, into the directory; or the named ones, which
-/// is one when `output` is given.
+/// is one when `output` is given. Without `replace` nothing is copied when one is there already.
 int toolkit_get(const std::string& image, const std::vector<std::string>& names,
-                const std::string& directory, const std::string& output);
+                const std::string& directory, const std::string& output, bool replace);
 
 /// The files under their own names without ".prg"; the only one under `name` unless that is empty.
 int toolkit_put(const std::string& image, const std::vector<std::string>& files,

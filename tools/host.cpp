@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace kx {
@@ -18,6 +19,9 @@ namespace {
 constexpr std::size_t PIECE = 65536;
 
 int fail_with(const std::string& path, int error) {
+    if (error == EEXIST) {
+        return report_fail(KxError::Exists, path + " exists", "-f replaces it");
+    }
     const KxError code = error == ENOENT ? KxError::NotFound : KxError::HostFile;
     return report_fail(code, host_why(path, error));
 }
@@ -104,12 +108,34 @@ int host_copy(const std::string& path) {
     }
 }
 
-int host_write(const std::string& path, std::span<const std::uint8_t> bytes) {
+int host_may_write(const std::string& path, bool replace) {
+    struct stat status = {};
+    if (path == "-") {
+        return 0;
+    }
+    if (!replace && lstat(path.c_str(), &status) == 0) { // also a link to nothing
+        if (S_ISLNK(status.st_mode)) {
+            stat(path.c_str(), &status);
+        }
+        if (S_ISREG(status.st_mode) || S_ISLNK(status.st_mode)) {
+            return fail_with(path, EEXIST);
+        }
+    }
+    return file_can_write(path) ? 0 : fail_with(path, file_last_error().error);
+}
+
+int host_write(const std::string& path, std::span<const std::uint8_t> bytes, bool replace) {
     if (path == "-") {
         std::fflush(stdout);
         return fd_write_all(STDOUT_FILENO, bytes) == 0 ? 0 : fail_with("standard output", errno);
     }
-    return file_replace(path, bytes) == 0 ? 0 : fail_with(path, file_last_error().error);
+    if (const int status = host_may_write(path, replace)) {
+        return status;
+    }
+    const bool create = !replace && access(path.c_str(), F_OK) != 0;
+    return (create ? file_create(path, bytes) : file_replace(path, bytes)) == 0
+               ? 0
+               : fail_with(path, file_last_error().error);
 }
 
 std::string host_why(const std::string& path, int error) {

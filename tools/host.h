@@ -24,8 +24,13 @@ int host_read_part(const std::string& path, std::uint64_t offset, std::uint64_t 
 /// Copies the file to standard output as it comes, whatever its size.
 int host_copy(const std::string& path);
 
-/// Replaces the file, whole or not at all.
-int host_write(const std::string& path, std::span<const std::uint8_t> bytes);
+/// Whether a file can be written at the path, to be known before slow work has run for nothing. One
+/// that is there is a failure unless `replace`; a device or a pipe holds nothing that could be
+/// lost.
+int host_may_write(const std::string& path, bool replace);
+
+/// Looks as above, then writes the file, whole or not at all.
+int host_write(const std::string& path, std::span<const std::uint8_t> bytes, bool replace);
 
 /// "PATH: WHY" of a failure that errno, or its copy, tells.
 std::string host_why(const std::string& path, int error);

@@ -10,7 +10,7 @@
 #include <algorithm>
 #include <map>
 #include <set>
-#include <unistd.h>
+#include <sys/stat.h>
 
 namespace kx {
 
@@ -68,15 +68,14 @@ std::vector<Job> plan(const Disc& disc, const std::vector<int>& numbers) {
     return jobs;
 }
 
-/// Nothing is copied when one of the files is there already.
+/// Nothing is copied when one of the files is there already or cannot be made.
 int check_paths(const std::vector<Job>& jobs) {
-    int status = 0;
     for (const Job& job : jobs) {
-        if (!state.replace && job.path != "-" && access(job.path.c_str(), F_OK) == 0) {
-            status = report_fail(KxError::Exists, job.path + " exists", "-f replaces it");
+        if (const int status = host_may_write(job.path, state.replace)) {
+            return status;
         }
     }
-    return status;
+    return 0;
 }
 
 void warn(const Disc& disc, const DiscEntry& entry) {
@@ -85,6 +84,11 @@ void warn(const Disc& disc, const DiscEntry& entry) {
                        ": only the chain of its data is copied, not " +
                        (entry.geos ? "its GEOS header" : "its record length"));
     }
+}
+
+bool is_device(const std::string& path) {
+    struct stat status = {};
+    return stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
 }
 
 /// One file. An error does not keep the others from being copied.
@@ -96,9 +100,10 @@ int copy(Disc& disc, const Job& job, Json& files) {
         return discs_fail(disc);
     }
     if (job.path == "-") {
-        return host_write("-", bytes);
+        return host_write("-", bytes, true);
     }
-    if (!globals.dry_run && disc_extract(disc, job.number, job.path, state.replace) != 1) {
+    if (!globals.dry_run &&
+        disc_extract(disc, job.number, job.path, state.replace || is_device(job.path)) != 1) {
         const DiscFailure& failure = disc.failure;
         return failure.reason == DiscReason::Host
                    ? report_fail(KxError::HostFile, host_why(job.path, failure.error))
@@ -137,7 +142,7 @@ int run() {
         return report_fail(KxError::Usage, "--json and -o - want the same standard output");
     }
     if (state.toolkit_rules) {
-        return toolkit_get(state.image, state.names, state.directory, state.output);
+        return toolkit_get(state.image, state.names, state.directory, state.output, state.replace);
     }
     Disc disc;
     std::vector<int> numbers;

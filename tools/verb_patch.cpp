@@ -21,6 +21,7 @@ struct State {
     std::string file;
     std::string output;
     bool in_place = false;
+    bool replace = false;
     std::vector<std::string> names;
     std::string patches;
     bool list = false;
@@ -31,6 +32,7 @@ constexpr Option options[] = {
     {"[FILE]", &state.file, "", "a program; a .prg begins with its load address"},
     {"-o,--output", &state.output, "FILE", "write the patched program there"},
     {"-i,--in-place", &state.in_place, "", "write it over FILE, and keep FILE.orig"},
+    {"-f,--force", &state.replace, "", "replace a file that is there, also FILE.orig"},
     {"--name", &state.names, "SECTION",
      "apply this patch; may come again (those listed as automatic)"},
     {"--patches", &state.patches, "FILE", "patch file (the target's)"},
@@ -89,6 +91,26 @@ int tell(const std::vector<PatchedBy>& applied) {
     return places;
 }
 
+std::string original_path() {
+    return state.file + ".orig";
+}
+
+/// Whether the old program is kept already.
+bool is_kept(const std::vector<std::uint8_t>& before) {
+    std::vector<std::uint8_t> kept;
+    return access(original_path().c_str(), F_OK) == 0 && host_read(original_path(), kept) == 0 &&
+           kept == before;
+}
+
+/// Whether the result can be written, before anything is.
+int check_output(const std::vector<std::uint8_t>& before) {
+    if (!state.in_place) {
+        return state.output.empty() ? 0 : host_may_write(state.output, state.replace);
+    }
+    const int status = is_kept(before) ? 0 : host_may_write(original_path(), state.replace);
+    return status != 0 ? status : host_may_write(state.file, true);
+}
+
 int write_result(const std::vector<std::uint8_t>& before, const std::vector<std::uint8_t>& after) {
     const std::string path = state.in_place ? state.file : state.output;
     if (path.empty() || globals.dry_run) {
@@ -96,13 +118,17 @@ int write_result(const std::vector<std::uint8_t>& before, const std::vector<std:
                                     : "nothing was written: give -o FILE or -i");
         return 0;
     }
-    const std::string original = state.file + ".orig";
-    if (state.in_place && access(original.c_str(), F_OK) != 0) {
-        if (const int status = host_write(original, before)) {
+    if (state.in_place && !is_kept(before)) {
+        if (const int status = host_write(original_path(), before, state.replace)) {
             return status;
         }
     }
-    return host_write(path, after);
+    const int status = host_write(path, after, state.in_place || state.replace);
+    if (status == 0 && path != "-") {
+        report_done(path + ": patched" +
+                    (state.in_place ? "; what it was is in " + original_path() : ""));
+    }
+    return status;
 }
 
 int patch_file() {
@@ -125,7 +151,8 @@ int patch_file() {
     if (tell(applied) == 0) {
         return report_fail(KxError::NotFound, state.file + ": no patch fits; nothing was written");
     }
-    return write_result(before, after);
+    const int status = check_output(before);
+    return status != 0 ? status : write_result(before, after);
 }
 
 int run() {
@@ -152,7 +179,7 @@ int run() {
 extern const Verb verb_patch = {
     .name = "patch",
     .alias = nullptr,
-    .synopsis = "FILE [-o FILE | -i] [--name SECTION]... [--patches FILE]",
+    .synopsis = "FILE [-o FILE | -i] [-f] [--name SECTION]... [--patches FILE]",
     .summary = "smart patches on a program file",
     .options = options,
     .run = run,

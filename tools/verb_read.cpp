@@ -116,7 +116,7 @@ int write_output(const Reading& reading) {
                    static_cast<std::uint8_t>(reading.range.first >> 8)};
     }
     content.insert(content.end(), reading.bytes.begin(), reading.bytes.end());
-    return host_write(state.output, content);
+    return host_write(state.output, content, true);
 }
 
 void fill_json(const Reading& reading, std::uint32_t milliseconds) {

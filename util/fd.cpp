@@ -1,7 +1,8 @@
-// Closing descriptors, and writing to them until all is written.
+// Closing descriptors, writing to them until all is written, and filling the standard ones.
 #include "util/fd.h"
 
 #include <cerrno>
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace kx {
@@ -17,6 +18,14 @@ void Fd::reset(int fd) {
 
 int Fd::close() {
     return ::close(release());
+}
+
+void fd_fill_standard() {
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; fd++) {
+        if (fcntl(fd, F_GETFD) < 0) {
+            (void)!open("/dev/null", O_PATH); // gets this number, the lowest that is free
+        }
+    }
 }
 
 int fd_write_all(int fd, std::span<const std::uint8_t> bytes) {

@@ -1,4 +1,4 @@
-// The owner of a file descriptor, and writing all of something to one.
+// The owner of a file descriptor, writing all of something to one, and the standard ones.
 #pragma once
 
 #include <cstdint>
@@ -30,6 +30,11 @@ public:
 private:
     int fd_ = -1;
 };
+
+/// For a program's start: puts /dev/null in the place of standard input, output and error where
+/// they are closed, so that no file or line that is opened later becomes one of them. Reading and
+/// writing fail as before (EBADF).
+void fd_fill_standard();
 
 /// Writes all of `bytes`, in as many calls as it takes; a signal in between is no failure.
 /// 0, or -1 with errno.
