@@ -35,8 +35,9 @@ bool bit_is_set(const std::uint8_t* map, int sector) {
 }
 
 int count_bits(const std::uint8_t* map, int track) {
+    const int sectors = disc_sectors(track);
     int count = 0;
-    for (int sector = 0; sector < disc_sectors(track); sector++) {
+    for (int sector = 0; sector < sectors; sector++) {
         count += bit_is_set(map, sector) ? 1 : 0;
     }
     return count;

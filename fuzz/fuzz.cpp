@@ -14,8 +14,8 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <poll.h>
+#include <sstream>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -128,8 +128,9 @@ void put(const std::string& name, std::string_view content) {
 }
 
 std::string get(const std::string& name) {
-    std::ifstream file(state.directory / name, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    std::ostringstream content;
+    content << std::ifstream(state.directory / name, std::ios::binary).rdbuf();
+    return content.str();
 }
 
 void line_open(std::string_view sent, bool hang_up) {
