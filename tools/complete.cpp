@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <iterator>
 #include <span>
 #include <string_view>
 
@@ -170,7 +171,7 @@ std::size_t take_option(Line& line, std::span<const std::string> words) {
         }
         if (count > 0) {
             if (table.data() == global_options().data()) {
-                line.globals.insert(line.globals.end(), words.begin(), words.begin() + count);
+                std::ranges::copy(words.first(count), std::back_inserter(line.globals));
             }
             return count;
         }
