@@ -5,10 +5,13 @@
 #include "fileserver/debug_console.h"
 #include "link/serial.h"
 #include "tools/bar.h"
+#include "tools/global.h"
 #include "tools/line.h"
 #include "tools/report.h"
 #include "util/ascii.h"
 #include "util/ending.h"
+#include "util/fd.h"
+#include "util/text.h"
 
 #include <cstdio>
 #include <poll.h>
@@ -24,8 +27,11 @@ constexpr char PREFIX = 'T' - '@';
 
 struct State {
     bool open = false;
+    bool gone = false;     // its line, which has been told
     bool terminal = false; // its settings are to be put back
     bool prefix = false;   // the prefix key was typed
+    bool leaves = false;   // and then q, perhaps while a request was under way
+    Fd lock;               // the line's device
     termios saved = {};
     EndingRestorer ending; // for as long as there are settings to put back
 };
@@ -56,12 +62,35 @@ void show_text() {
         if (byte == 0) {
             break;
         }
-        text += byte == '\r' ? '\n' : byte; // a C-64 ends its lines so
+        if (byte == '\r') { // a C-64 ends its lines so
+            text += '\n';
+        } else if ((byte & 0x80) == 0) {
+            text += byte;
+        } else { // graphics and capitals of PETSCII, which no terminal knows
+            text += text_printf("\\x%02x", static_cast<unsigned char>(byte));
+        }
     }
-    if (!text.empty()) {
-        bar_hide();
-        std::fputs(ascii_escape(text, "\n\t\b").c_str(), stdout);
-        std::fflush(stdout);
+    if (text.empty()) {
+        return;
+    }
+    if (globals.json) {
+        Json json;
+        json.set("event", "console");
+        json.set("text", text);
+        report_event(json);
+        return;
+    }
+    bar_hide();
+    std::fputs(ascii_escape(text, "\n\t\b").c_str(), stdout);
+    std::fflush(stdout);
+}
+
+// Reads of a line that has gone give nothing, as those of a silent one.
+void tell_if_gone() {
+    pollfd line = {state.lock.get(), 0, 0};
+    if (!state.gone && poll(&line, 1, 0) > 0 && (line.revents & (POLLHUP | POLLERR)) != 0) {
+        state.gone = true;
+        report_warning("the console's line has gone");
     }
 }
 
@@ -95,23 +124,24 @@ bool take_keys() {
 
 } // namespace
 
+int console_check(const Session& session) {
+    return active_config.console == CONSOLE_SERIAL
+               ? 0
+               : report_fail(KxError::BadConfig, session.target + ": it names no debug console",
+                             "[console] name must be serial");
+}
+
 int console_open(const Session& session) {
-    if (active_config.console != CONSOLE_SERIAL) {
-        return report_fail(KxError::BadConfig, session.target + ": it names no debug console",
-                           "[console] name must be serial");
-    }
-    Fd fd;
-    // The library ends the program when it cannot open the line.
+    // Checked here: the library ends the program when it cannot open the line.
     const std::string device =
         active_config.console_port.empty() ? SerialLine().device : active_config.console_port;
-    if (const int status = line_lock(device, fd)) {
+    if (const int status = line_lock_console(session, device, state.lock)) {
         return status;
     }
-    line_unlock(fd);
     target_console_init();
     set_terminal();
     state.open = true;
-    report_done("console on " + device + "; Ctrl-T q leaves");
+    report_done("console on " + device + (state.terminal ? "; Ctrl-T q leaves" : ""));
     return 0;
 }
 
@@ -120,7 +150,9 @@ bool console_poll() {
         return false;
     }
     show_text();
-    return take_keys();
+    tell_if_gone();
+    state.leaves = take_keys() || state.leaves;
+    return state.leaves;
 }
 
 void console_close() {

@@ -5,12 +5,17 @@
 
 namespace kx {
 
+// Both return 0, or the exit status of the failure, which has been reported.
+
+/// Whether the target file names a console at all.
+int console_check(const Session& session);
+
 /// Opens the console's line, which the target file names, and sets the terminal so that each key
-/// goes out at once. 0, or the exit status of the failure, which has been reported.
+/// goes out at once.
 int console_open(const Session& session);
 
-/// Moves what has come and what was typed; nothing when it is not open. True when the user wants
-/// to leave: Ctrl-T, then q.
+/// Moves what has come (with --json an event) and what was typed; nothing when it is not open. True
+/// once the user wants to leave: Ctrl-T, then q.
 bool console_poll();
 
 /// The terminal as it was. Harmless when it is not open.

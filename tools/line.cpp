@@ -156,6 +156,14 @@ int lock_or_wait(const Session& session, bool wait, Fd& fd) {
     return 0;
 }
 
+int check_baud(long baud, const std::string& origin) {
+    return std::ranges::count(BAUD_RATES, baud) != 0
+               ? 0
+               : report_fail(KxError::PortBaud,
+                             text_printf("%ld baud cannot be set (%s): ", baud, origin.c_str()) +
+                                 baud_rates_text() + " can");
+}
+
 // What the files say of the port.
 int check_config(const Session& session) {
     const ActiveConfig& config = active_config;
@@ -167,13 +175,7 @@ int check_config(const Session& session) {
         return report_fail(KxError::PortMissing, "no port is named (" + port_origin(session) + ")",
                            "give -p DEVICE; see kx ports");
     }
-    if (std::ranges::count(BAUD_RATES, config.port_baud) == 0) {
-        return report_fail(KxError::PortBaud,
-                           text_printf("%d baud cannot be set ([port] baud in %s): ",
-                                       config.port_baud, session.target.c_str()) +
-                               baud_rates_text() + " can");
-    }
-    return 0;
+    return check_baud(config.port_baud, "[port] baud in " + session.target);
 }
 
 // Waiting ----------------------------------------------------------------------------------------
@@ -330,18 +332,19 @@ int line_needs_stub(const Session& session) {
                              "[stub] name must be c64rr");
 }
 
-void line_unlock(Fd& fd) {
-    if (fd.is_open()) {
-        ioctl(fd.get(), TIOCNXCL);
+int line_lock_console(const Session& session, const std::string& device, Fd& fd) {
+    if (const int status =
+            check_baud(active_config.console_baud, "[console] baud in " + session.target)) {
+        return status;
     }
-    fd.reset();
-}
-
-int line_lock(const std::string& device, Fd& fd) {
     PortFailure failure;
-    return try_lock(device, fd, failure) == 0
-               ? 0
-               : report_fail(failure.code, failure.text, failure.hint);
+    if (try_lock(device, fd, failure) != 0) {
+        return report_fail(failure.code,
+                           failure.text + " ([console] port in " + session.target + ")",
+                           failure.code == KxError::PortBusy ? "" : failure.hint);
+    }
+    ioctl(fd.get(), TIOCNXCL); // the library opens it again
+    return 0;
 }
 
 void line_disconnect() {

@@ -24,11 +24,9 @@ int line_connect(Session& session, bool wait);
 /// Whether the target's memory can be reached at all.
 int line_needs_stub(const Session& session);
 
-/// The device opened, for this program alone, without changing anything of it.
-int line_lock(const std::string& device, Fd& fd);
-
-/// Lets such a device go.
-void line_unlock(Fd& fd);
+/// Checks the debug console's line and opens `device` without changing anything of it. Programs
+/// that lock keep out until `fd` is closed.
+int line_lock_console(const Session& session, const std::string& device, Fd& fd);
 
 /// Gives the line back as it was found. Harmless without one.
 void line_disconnect();

@@ -361,6 +361,9 @@ int serve_prepare(const Session& session, const ServeOptions& options) {
         return report_fail(KxError::BadConfig, session.target + ": it names no fileserver",
                            "give --protocol cbm, generic or serialslave");
     }
+    if (const int status = options.console ? console_check(session) : 0) {
+        return status;
+    }
     if (options.read_only || options.writable) {
         active_config.fileserver_read_only = options.read_only;
     }
