@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace kx {
 
@@ -14,10 +15,11 @@ struct Globals {
     std::uint32_t timeout_ms = 10000;
     bool dry_run = false;
     bool quiet = false;
-    int verbose = 0; // 2 and more: each command of the link
+    int verbose = 0; // 2 and more: each command of the link, 3: all that the library says
     bool json = false;
     std::string color = "auto"; // auto, always, never
     std::string progress = "auto";
+    std::vector<std::string> symbols; // files, of the verbs that take names of addresses
     bool help = false;
     bool version = false;
 };

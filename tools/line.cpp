@@ -12,6 +12,7 @@
 #include "tools/port_list.h"
 #include "tools/report.h"
 #include "tools/signals.h"
+#include "tools/symbols.h"
 #include "util/clock.h"
 #include "util/text.h"
 
@@ -201,12 +202,12 @@ std::size_t command_size() {
 }
 
 // With -vv: "C  41 43 02 08 01 08".
-void tell_command(char letter, std::uint32_t end, std::uint32_t start) {
+void tell_command(char letter, std::initializer_list<std::uint32_t> arguments) {
     if (globals.verbose < 2) {
         return;
     }
     std::vector<std::uint8_t> head = {'A', static_cast<std::uint8_t>(letter)};
-    for (const std::uint32_t argument : {end, start}) {
+    for (const std::uint32_t argument : arguments) {
         for (int bit = 0; bit < active_config.addr_bits; bit += 8) {
             head.push_back(static_cast<std::uint8_t>(argument >> bit));
         }
@@ -298,9 +299,15 @@ int line_begin(Session& session) {
                                     .port = active_config.port_name,
                                     .baud = active_config.port_baud,
                                     .line = false};
-    return session_open(session, options) == 1
-               ? 0
-               : report_fail_library(KxError::BadConfig, "", session.text);
+    if (session_open(session, options) != 1) {
+        return report_fail_library(KxError::BadConfig, "", session.text);
+    }
+    for (const std::string& path : globals.symbols) {
+        if (const int status = symbols_read(sym_store, path)) {
+            return status;
+        }
+    }
+    return 0;
 }
 
 int line_connect(Session& session, bool wait) {
@@ -368,7 +375,7 @@ int line_write(LineTransfer& transfer, std::uint32_t start, std::span<const std:
         const auto command = bytes.first(std::min(bytes.size(), command_max()));
         const auto end = static_cast<std::uint32_t>(start + command.size());
         begin_command(transfer, command.size(), 0);
-        tell_command('B', end, start);
+        tell_command('B', {end, start});
         if (stub_write_memory(start, end, command) != 1) {
             return line_fail(transfer);
         }
@@ -388,7 +395,7 @@ int line_read(LineTransfer& transfer, std::uint32_t start, std::span<std::uint8_
         const auto piece = bytes.first(std::min(bytes.size(), size));
         const std::uint32_t began = clock_ms();
         begin_command(transfer, 0, piece.size());
-        tell_command('C', static_cast<std::uint32_t>(start + piece.size()), start);
+        tell_command('C', {static_cast<std::uint32_t>(start + piece.size()), start});
         if (stub_read_memory(start, piece) != 1) {
             return line_fail(transfer);
         }
@@ -401,10 +408,26 @@ int line_read(LineTransfer& transfer, std::uint32_t start, std::span<std::uint8_
     return 0;
 }
 
-int line_confirm(const LineTransfer& transfer) {
+bool line_answers(std::uint32_t address) {
     std::uint8_t byte = 0;
+    tell_command('C', {address + 1, address});
+    return stub_read_memory(address, {&byte, 1}) == 1;
+}
+
+int line_confirm(const LineTransfer& transfer) {
     begin_command(transfer, 0, 1);
-    return stub_read_memory(transfer.harmless, {&byte, 1}) == 1 ? 0 : line_fail(transfer);
+    return line_answers(transfer.harmless) ? 0 : line_fail(transfer);
+}
+
+int line_start(const LineTransfer& transfer, std::uint32_t address) {
+    port_write_error = false;
+    tell_command('D', {address});
+    stub_set_pc(address);
+    if (!port_write_error) {
+        tell_command('K', {});
+        stub_execute();
+    }
+    return port_write_error ? line_fail(transfer) : 0;
 }
 
 int line_fail(const LineTransfer& transfer) {

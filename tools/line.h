@@ -14,7 +14,8 @@ namespace kx {
 
 // Each returns 0, or the exit status of the failure, which has been reported.
 
-/// Loads the target and opens a session without its line: what needs no target goes first.
+/// Loads the target and opens a session without its line: what needs no target goes first. Symbols
+/// of `globals.symbols` come behind the target's.
 int line_begin(Session& session);
 
 /// Opens the session's line. `wait`: for a device that is in use, or not there, until it can be
@@ -52,6 +53,12 @@ int line_read(LineTransfer& transfer, std::uint32_t start, std::span<std::uint8_
 /// Reads one byte of memory, to know that the target has taken all that was sent: the stub carries
 /// out one command after the other.
 int line_confirm(const LineTransfer& transfer);
+
+/// The same, without a report: `stub_last_error` has why not.
+bool line_answers(std::uint32_t address);
+
+/// Sets the program counter, and executes.
+int line_start(const LineTransfer& transfer, std::uint32_t address);
 
 /// Reports why a transfer of the library's failed, and what it leaves behind.
 int line_fail(const LineTransfer& transfer);

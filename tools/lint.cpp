@@ -363,6 +363,22 @@ void check_count(Lint& lint) {
     }
 }
 
+/// What is listed there and not in the file ends a program that patches.
+void check_patches_auto(Lint& lint) {
+    for (const ScanItem& item : lint.scan.items) {
+        if (item.section == "patches_auto" && list_index(item.key) >= 0 &&
+            scan_section(lint.scan, item.value) == nullptr) {
+            std::vector<std::string> names;
+            for (const ScanSection& section : lint.scan.sections) {
+                names.push_back(section.name);
+            }
+            add(lint, "section", item.line, Severity::Error,
+                place(item) + ": there is no section [" + item.value + "]" +
+                    did_you_mean(item.value, names));
+        }
+    }
+}
+
 /// A patch's arrays must be as long as it says: shorter ones shift what follows.
 void check_patch_count(Lint& lint) {
     for (const ScanSection& section : lint.scan.sections) {
@@ -572,9 +588,9 @@ void lint_file(const LintFile& file, std::vector<LintFinding>& findings) {
     Lint lint{file, lint_scan(file.text), "", findings};
     lint.type = host_name(file.path) == "kx.ini" ? "main" : value_of(lint, "config", "type");
     constexpr void (*checks[])(Lint&) = {
-        check_section,     check_type,   check_desc, check_name,  check_runon,  check_blank,
-        check_length,      check_dup,    check_tag,  check_baud,  check_number, check_count,
-        check_patch_count, check_region, check_file, check_colour};
+        check_section,      check_type,        check_desc,   check_name, check_runon,  check_blank,
+        check_length,       check_dup,         check_tag,    check_baud, check_number, check_count,
+        check_patches_auto, check_patch_count, check_region, check_file, check_colour};
     for (const auto check : checks) {
         check(lint);
     }

@@ -128,7 +128,7 @@ void library_warning(const std::string& text) {
 }
 
 void library_info(const std::string& text) {
-    if (globals.verbose > 1) {
+    if (globals.verbose > 2) {
         report_detail(one_line(text));
     }
 }

@@ -369,7 +369,7 @@ int serve_prepare(const Session& session, const ServeOptions& options) {
     }
     active_config.fileserver_open_match = !options.exact;
     active_config.fileserver_translate_save = !options.exact;
-    verbosity.silent = globals.verbose < 2; // the library's own lines, some for each byte
+    verbosity.silent = globals.verbose < 3; // the library's own lines, some for each byte
     int patience = 0;
     if (const int status = find_patience(options, patience)) {
         return status;

@@ -83,6 +83,19 @@ int find_files(std::vector<LintFile>& files) {
     return 0;
 }
 
+/// kxsetup has room for so many of a kind.
+void check_kinds(std::vector<LintFinding>& findings) {
+    constexpr std::size_t LISTED_MAX = 64;
+    for (const char* const kind : {"target", "colors", "charset"}) {
+        const std::size_t count = base_config_names(kind).size();
+        if (count > LISTED_MAX) {
+            findings.push_back({"config", 0, LintSeverity::Warning, "name",
+                                text_printf("%zu files are of type %s: kxsetup lists %zu of them",
+                                            count, kind, LISTED_MAX)});
+        }
+    }
+}
+
 bool is_wanted(const LintFinding& finding) {
     const auto has = [&](const std::vector<std::string>& rules) {
         return std::ranges::count(rules, finding.rule) > 0;
@@ -124,6 +137,9 @@ int run() {
     }
     for (const LintFile& file : files) {
         lint_file(file, findings);
+    }
+    if (state.files.empty()) {
+        check_kinds(findings);
     }
     std::erase_if(findings, [](const LintFinding& finding) { return !is_wanted(finding); });
     Json array = Json::array();

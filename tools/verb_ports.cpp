@@ -144,13 +144,12 @@ int tell_answer(int configured, std::uint32_t milliseconds) {
 
 // Reading is the whole test there is: the stub answers nothing else.
 int ping_rate(Session& session, bool& answers, std::uint32_t& milliseconds) {
-    std::uint8_t byte = 0;
     if (const int status = line_connect(session, false)) {
         return status;
     }
     stub_set_timeout(static_cast<int>(std::min(globals.timeout_ms, PING_MS)));
     const std::uint32_t started = clock_ms();
-    answers = stub_read_memory(ping_address(), {&byte, 1}) == 1;
+    answers = line_answers(ping_address());
     milliseconds = clock_ms() - started;
     const bool gone = !answers && stub_last_error().kind == FailureKind::Gone;
     line_disconnect();

@@ -32,6 +32,7 @@ constexpr Option options[] = {
     {"RANGE", &state.range, "", "ADDRESS:LENGTH, ADDRESS-LAST, or ADDRESS for one byte"},
     {"-o,--output", &state.output, "FILE", "into a file, - for standard output; otherwise a dump"},
     {"--raw", &state.raw, "", "no load address in a .prg file"},
+    {"--symbols", &globals.symbols, "FILE", "names of addresses, beside the target's"},
     {"--wait", &state.wait, "", "wait for a line that is in use or not there"},
 };
 

@@ -1,7 +1,5 @@
 // kx send and kx run: a program into the target's memory, and started there.
 #include "core/active_config.h"
-#include "link/port.h"
-#include "link/stub.h"
 #include "symfiles/symfiles.h"
 #include "tools/bar.h"
 #include "tools/compare.h"
@@ -33,6 +31,7 @@ State state;
 constexpr Option send_options[] = {
     {"FILE", &state.file.file, "", "the program"},
     {"--at", &state.file.at, "ADDRESS", "where it goes; otherwise where the file says"},
+    {"--symbols", &globals.symbols, "FILE", "names of addresses, beside the target's"},
     {"--type", &state.file.type, "prg|raw|sid|nes|pce", "what it is; otherwise by its name"},
     {"--verify", &state.verify, "", "read back and compare"},
     {"--patch", &state.patch, "SECTION,...",
@@ -44,6 +43,7 @@ constexpr Option run_options[] = {
     {"FILE", &state.file.file, "", "the program"},
     {"--at", &state.file.at, "ADDRESS", "where it goes; otherwise where the file says"},
     {"--start", &state.start, "ADDRESS", "where it starts; otherwise as the file tells"},
+    {"--symbols", &globals.symbols, "FILE", "names of addresses, beside the target's"},
     {"--type", &state.file.type, "prg|raw|sid|nes|pce", "what it is; otherwise by its name"},
     {"--verify", &state.verify, "", "read back and compare before it is started"},
     {"--patch", &state.patch, "SECTION,...",
@@ -207,12 +207,7 @@ int find_start(Payload& payload) {
 int start_program(const Payload& payload) {
     LineTransfer transfer;
     transfer.done = transfer.total = payload_size(payload);
-    port_write_error = false;
-    stub_set_pc(payload.execute);
-    if (!port_write_error) {
-        stub_execute();
-    }
-    return port_write_error ? line_fail(transfer) : 0;
+    return line_start(transfer, payload.execute);
 }
 
 int run_run() {

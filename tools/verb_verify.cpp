@@ -24,6 +24,7 @@ State state;
 constexpr Option options[] = {
     {"FILE", &state.file.file, "", "the program"},
     {"--at", &state.file.at, "ADDRESS", "where it should be; otherwise where the file says"},
+    {"--symbols", &globals.symbols, "FILE", "names of addresses, beside the target's"},
     {"--type", &state.file.type, "prg|raw|sid|nes|pce", "what it is; otherwise by its name"},
     {"--wait", &state.wait, "", "wait for a line that is in use or not there"},
 };
