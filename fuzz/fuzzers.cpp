@@ -364,7 +364,7 @@ void disc(FuzzedDataProvider& input) {
                      input.PickValueInArray({"A", "B", "C", "D", ""}), ""};
         step.name += input.ConsumeRandomLengthString(step.name.empty() ? 20 : 0);
         step.bytes.resize(input.ConsumeIntegralInRange<std::size_t>(0, 20000));
-        std::ranges::generate(step.bytes, [i = 0U]() mutable { return char(++i * i >> 3U); });
+        std::ranges::generate(step.bytes, [i = 0U]() mutable { return char(i = 5 * i + 1); });
         put("host", step.bytes);
         const int result = whole ? change_whole(step, before) : change_in_place(step, before);
         Look after = look();
