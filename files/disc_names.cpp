@@ -42,7 +42,8 @@ bool take_code(std::string_view& text, Item& item) {
         text.remove_prefix(2);
         return true;
     }
-    if (text.size() < 3 || std::from_chars(&text[1], &text[3], item.code, 16).ptr != &text[1] + 2) {
+    if (text.size() < 3 ||
+        std::from_chars(text.data() + 1, text.data() + 3, item.code, 16).ptr != text.data() + 3) {
         return false;
     }
     text.remove_prefix(3);
