@@ -29,21 +29,29 @@ D64ChainEnd collect(ImageHandle& image, ImagePlace start, std::vector<ImagePlace
     });
 }
 
-/// The chains that an index of GEOS records names.
+/// What ended the first of some chains that is not whole.
+D64ChainEnd first_fault(std::initializer_list<D64ChainEnd> ends) {
+    const auto fault = std::find_if(ends.begin(), ends.end(),
+                                    [](D64ChainEnd end) { return end != D64ChainEnd::Marked; });
+    return fault != ends.end() ? *fault : D64ChainEnd::Marked;
+}
+
+/// The chains that an index of GEOS records names, also behind one that is damaged.
 D64ChainEnd collect_records(ImageHandle& image, ImagePlace index, std::vector<ImagePlace>& blocks) {
     D64Block block;
     if (!d64_is_on_disc(index) || d64_read(image, block, d64_block_offset(image, index)) != 1) {
         return D64ChainEnd::Unreadable;
     }
+    D64ChainEnd end = D64ChainEnd::Marked;
     for (std::size_t at = D64_LINK_BYTES; at < block.size(); at += D64_LINK_BYTES) {
         // Track 0 stands for no record and for the end.
         const ImagePlace start = {.track = block[at], .sector = block[at + 1]};
-        const D64ChainEnd end = collect(image, start, blocks);
-        if (end != D64ChainEnd::Marked || blocks.size() > D64_BLOCKS) {
-            return end == D64ChainEnd::Marked ? D64ChainEnd::Long : end;
+        end = first_fault({end, collect(image, start, blocks)});
+        if (blocks.size() > D64_BLOCKS) {
+            return first_fault({end, D64ChainEnd::Long});
         }
     }
-    return D64ChainEnd::Marked;
+    return end;
 }
 
 } // namespace
@@ -104,24 +112,21 @@ bool disc_is_decoration(const DiscEntry& entry) {
 
 D64ChainEnd d64_file_blocks(ImageHandle& image, const DiscEntry& entry,
                             std::vector<ImagePlace>& blocks, int* side_blocks) {
-    D64ChainEnd end = D64ChainEnd::Marked;
     if (disc_is_decoration(entry)) {
-        return end;
+        return D64ChainEnd::Marked;
     }
+    D64ChainEnd side = D64ChainEnd::Marked;
     if (entry.type == DISC_REL || entry.geos) {
         const std::size_t before = blocks.size();
-        end = collect(image, entry.side, blocks);
+        side = collect(image, entry.side, blocks);
         if (side_blocks != nullptr && !entry.geos) {
             *side_blocks = static_cast<int>(blocks.size() - before);
         }
     }
-    if (end == D64ChainEnd::Marked) {
-        end = collect(image, entry.start, blocks);
-    }
-    if (end == D64ChainEnd::Marked && entry.records) {
-        end = collect_records(image, entry.start, blocks);
-    }
-    return end;
+    const D64ChainEnd data = collect(image, entry.start, blocks);
+    const D64ChainEnd records =
+        entry.records ? collect_records(image, entry.start, blocks) : D64ChainEnd::Marked;
+    return first_fault({side, data, records});
 }
 
 ImagePlace d64_border_block(ImageHandle& image) {

@@ -214,11 +214,13 @@ void keep_used_blocks(ImageHandle& image) {
             continue;
         }
         std::vector<ImagePlace> blocks;
-        d64_file_blocks(image, entry, blocks);
+        int side_blocks = 0; // which the size may leave out
+        d64_file_blocks(image, entry, blocks, &side_blocks);
         // The open chain of a file by the toolkit's rules goes on behind its last block. One that
         // was never closed has no size yet.
         if (entry.closed) {
-            blocks.resize(std::min(blocks.size(), static_cast<std::size_t>(entry.blocks)));
+            const auto most = static_cast<std::size_t>(entry.blocks + side_blocks);
+            blocks.resize(std::min(blocks.size(), most));
         }
         used.insert(used.end(), blocks.begin(), blocks.end());
     }

@@ -189,8 +189,9 @@ enum class D64System { Ends, Passes };
 D64ChainEnd d64_walk_chain(ImageHandle& image, ImagePlace start, const D64Visitor& visit,
                            D64System system = D64System::Ends);
 
-/// All blocks of a file: its chain, side sectors, and what GEOS has beside it, as far as they go.
-/// `side_blocks` of them are side sectors. What ended the chain that is not whole, else Marked.
+/// All blocks of a file: its chain, side sectors, and what GEOS has beside it, each as far as it
+/// goes. `side_blocks` of them are side sectors. What ended the first chain that is not whole, else
+/// Marked.
 D64ChainEnd d64_file_blocks(ImageHandle& image, const DiscEntry& entry,
                             std::vector<ImagePlace>& blocks, int* side_blocks = nullptr);
 

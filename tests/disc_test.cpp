@@ -350,20 +350,24 @@ TEST_F(DiscTest, NeverWritesOverWhatAFileOrTheDirectoryHas) {
     put(bad, at(17, 2), chars({18, 5}));
     put(bad, at(18, 5), chars({18, 0}));                       // and then into the header
     put(bad, at(18, 1, 66), slot(DISC_PRG, 17, 3, "OPEN", 0)); // a file that was never closed
-    for (const int track : {17, 18}) {                         // and the map has it all free
+    put(bad, at(18, 1, 98), slot(0x84, 17, 4, "REL", 1));      // not counting its side sector
+    put(bad, at(18, 1, 96 + 21), chars({17, 5}));
+    put(bad, at(18, 1, 130), slot(0x82, 17, 6, "GEOS", 1)); // whose info block is off the disc
+    put(bad, at(18, 1, 128 + 21), chars({43, 0, 0, 6}));
+    for (const int track : {17, 18}) { // and the map has it all free
         const int sectors = disc_sectors(track);
         put(bad, at(18, 0, 4 * track), chars({sectors, 255, 255, (1 << (sectors - 16)) - 1}));
     }
     open(bad);
     const std::string files = memory();
-    for (int i = 0; i < 21; i++) {
+    for (int i = 0; i < 19; i++) {
         EXPECT_EQ(write("F" + std::to_string(i), "x"), 1) << disc.failure.text;
     }
     EXPECT_EQ(write("MORE", "x"), -1); // which would need a block behind the damage
     EXPECT_EQ(disc.failure.reason, DiscReason::NoRoom);
-    for (const auto& [track, sector] : {std::pair{17, 0}, {17, 10}, {17, 1}, {17, 3}}) {
-        EXPECT_EQ(memory().substr(at(track, sector), 256), files.substr(at(track, sector), 256));
-        EXPECT_FALSE(disc_is_free(disc, track, sector)) << track << "/" << sector;
+    for (const int sector : {0, 10, 1, 3, 4, 5, 6}) {
+        EXPECT_EQ(memory().substr(at(17, sector), 256), files.substr(at(17, sector), 256));
+        EXPECT_FALSE(disc_is_free(disc, 17, sector)) << sector;
     }
     EXPECT_EQ(memory().substr(at(18, 0, 0x90), 27), files.substr(at(18, 0, 0x90), 27));
     EXPECT_EQ(memory().substr(at(17, 2), 2), chars({18, 5}));
