@@ -65,8 +65,9 @@ void check_target(const IniDocument& doc) {
     }
     config_load_target(loaded, doc.file_name);
     config_load_symbols(base, doc);
-    EXPECT_TRUE(get(doc, "patches", "data").empty() ||
-                std::filesystem::exists(active_config.patch_file));
+    if (!get(doc, "patches", "data").empty()) {
+        EXPECT_TRUE(std::filesystem::exists(active_config.patch_file)) << active_config.patch_file;
+    }
     EXPECT_NE(filetype_find_extension(get(doc, "files", "defaulttype")), 0) << "defaulttype";
     EXPECT_EQ(get(doc, "roms", "num"), "0") << "images are not ours to ship";
     std::vector<MemoryRegion>& map = active_config.memory_map.regions;

@@ -8,17 +8,6 @@ using namespace kx;
 
 namespace {
 
-TEST(Registry, UnknownComponentsAreNamedByTheirRegistry) {
-    EXPECT_STREQ(fileserver_get_tag(7), "n/a");
-    EXPECT_STREQ(console_get_desc(7), "not available or invalid");
-    EXPECT_EQ(cpu_get_tag(7), nullptr);
-    EXPECT_EQ(fileserver_find_tag("n/a"), 0);
-    EXPECT_EQ(fileserver_find_tag("none"), fileserver_default_id());
-    EXPECT_EQ(cpu_select("6510"), 1);
-    EXPECT_EQ(cpu_select("Z80"), -1);
-    EXPECT_EQ(active_config.cpu, CPU_6510);
-}
-
 TEST(Registry, TellsWhatIsNotInATable) {
     EXPECT_EQ(fileserver_find_tag("none"), 4);
     EXPECT_EQ(fileserver_default_id(), 4);

@@ -14,7 +14,8 @@ TEST(DebugConsole, MovesBytesWordsAndTexts) {
     const test::Pty pty;
     active_config.console = CONSOLE_SERIAL;
     active_config.console_port = pty.device;
-    EXPECT_EQ((target_console_init(), target_console_poll()), 0);
+    target_console_init();
+    EXPECT_EQ(target_console_poll(), 0);
     EXPECT_EQ(write(pty.master, "a\xFF!\x34\x12xy", 7), 7);
     EXPECT_EQ(serial_console_getc(), 'a'); // waits
     EXPECT_EQ(target_console_poll_byte(), 0xFF);

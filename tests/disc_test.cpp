@@ -171,7 +171,9 @@ TEST_F(DiscTest, FormatsDiscsThatOtherProgramsTake) {
             dir.write("one", random_bytes(700));
             const std::string cc1541 = tracks == 40 ? "cc1541 -4" : "cc1541";
             EXPECT_EQ(std::system((cc1541 + " -V -f two -w one new.d64 >/dev/null").c_str()), 0);
-            EXPECT_TRUE(tracks == 40 || std::system("cbmconvert -d new.d64 2>/dev/null") == 0);
+            if (tracks == 35) {
+                EXPECT_EQ(std::system("cbmconvert -d new.d64 2>/dev/null"), 0);
+            }
             ASSERT_EQ(disc_open(disc, "new.d64", DiscAccess::Read), 1);
             EXPECT_EQ(lines(disc_check), "") << tracks;
             EXPECT_EQ(match("TWO"), "0 ");
@@ -413,8 +415,9 @@ TEST_F(DiscTest, CheckSaysWhatIsWrongAndRepairMendsWhatADriveDoes) {
         EXPECT_EQ(lines(disc_check), "-1 \n" + std::string(row.found));
         EXPECT_EQ(lines(disc_repair), row.repaired) << row.found;
         const bool refused = row.repaired[0] == '-';
-        EXPECT_TRUE(!refused || memory() == bad) << row.found;
-        if (!refused && row.repaired[0] != '\0') {
+        if (refused) {
+            EXPECT_TRUE(memory() == bad) << row.found;
+        } else if (row.repaired[0] != '\0') {
             EXPECT_EQ(lines(disc_check), "") << row.found;
         }
     }
@@ -597,8 +600,10 @@ TEST_F(DiscTest, EveryFailureAndEveryKillLeavesOldFilesWhole) {
                 EXPECT_EQ(files_of(state, false)["!"], "") << access;
             }
             const auto files = files_of(read_file("disc.d64"), true);
-            EXPECT_TRUE(result == 1 || files == old_files) << access << files.begin()->second;
             EXPECT_EQ(files.size(), result == 1 ? files_after : 8U) << access;
+            if (result != 1) {
+                EXPECT_TRUE(files == old_files) << access << files.begin()->second;
+            }
             // The next one works on a record that is the disc's again.
             EXPECT_EQ(d64_extract_file(image, "F1", "out"), 1);
             EXPECT_TRUE(read_file("out") == random_bytes(301)) << access;
@@ -615,7 +620,9 @@ TEST_F(DiscTest, EveryFailureAndEveryKillLeavesOldFilesWhole) {
             auto files = files_of(state, false);
             EXPECT_EQ(files["!"], "");
             for (const auto& [file, bytes] : old_files) {
-                EXPECT_TRUE(files[file] == bytes || (file == "F3" && operation == &erase)) << file;
+                if (file != "F3" || operation != &erase) {
+                    EXPECT_TRUE(files[file] == bytes) << file;
+                }
             }
         }
         EXPECT_GT(faults.states.size(), 1U);

@@ -98,8 +98,10 @@ TEST_F(TargetMemory, SendsBlocksToTheRetroReplayAloneAndTheMappedToTheSimulator)
     EXPECT_EQ(target.take(9), "41 42 02 09 FE 08 01 02 03");
     EXPECT_EQ(sim_read8(0x8FF), 2);
     EXPECT_EQ(sim_read8(0x900), 0) << "not mapped";
-    active_config.stub = TARGET_NONE;
+    active_config.stub = target_find_tag("pc64rr");
+    port_write_error = true;
     EXPECT_EQ(mem_write_block(0x8FE, Bytes{4, 5, 6}), 1);
+    EXPECT_FALSE(port_write_error);
     EXPECT_EQ(sim_read8(0x8FF), 5);
     EXPECT_EQ(sim_read8(0x900), 6) << "byte by byte, mapped or not";
     mem_write32(0x800, 7);

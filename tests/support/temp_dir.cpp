@@ -39,7 +39,8 @@ std::string TempDir::write(const std::string& name, const std::string& content) 
 std::string read_file(const std::string& path) {
     std::ifstream stream(path, std::ios::binary);
     std::string content{std::istreambuf_iterator<char>(stream), {}};
-    EXPECT_TRUE(stream.is_open() && !stream.bad()) << path << " could not be read";
+    EXPECT_TRUE(stream.is_open()) << path;
+    EXPECT_FALSE(stream.bad()) << path << " could not be read";
     return content;
 }
 

@@ -257,8 +257,8 @@ const std::string& Terminal::output() {
 long Terminal::cpu_ms() {
     clockid_t clock = 0;
     timespec used = {};
-    EXPECT_TRUE(clock_getcpuclockid(report_->child, &clock) == 0 &&
-                clock_gettime(clock, &used) == 0);
+    EXPECT_EQ(clock_getcpuclockid(report_->child, &clock), 0);
+    EXPECT_EQ(clock_gettime(clock, &used), 0);
     return static_cast<long>(used.tv_sec * 1000 + used.tv_nsec / 1000000);
 }
 
