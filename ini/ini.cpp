@@ -459,6 +459,10 @@ const Failure& ini_last_error() {
     return state.last;
 }
 
+void ini_reset() {
+    state = {};
+}
+
 int ini_write(const std::string& file_name, const IniDocument& doc) {
     try {
         std::string text = comment_lines(doc.comments);

@@ -180,6 +180,9 @@ int ini_read(const std::string& file_name, IniDocument& doc);
 /// FailureKind::Ended for an empty file.
 const Failure& ini_last_error();
 
+/// Forgets it; reports go to standard output again.
+void ini_reset();
+
 /// Writes the document; the old file survives whatever goes wrong. 0, or -1 when the file may not
 /// be written or could not be written whole; prints nothing.
 int ini_write(const std::string& file_name, const IniDocument& doc);

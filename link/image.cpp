@@ -115,6 +115,10 @@ void image_set_fault(bool (*fault)(bool writing)) {
     state.fault = fault;
 }
 
+void image_reset() {
+    state = {};
+}
+
 int image_place(std::int64_t offset, ImagePlace& place) {
     if (offset < 0 || offset >= IMAGE_HELD_LIMIT) {
         return -1;

@@ -1,4 +1,4 @@
-// A seam of the image handles for tests.
+// What tests set and put back of the image handles.
 #pragma once
 
 #include "link/image.h"
@@ -8,5 +8,8 @@ namespace kx {
 /// Asks `fault` before each transfer from or to a host file; one that it says true to fails with
 /// EIO. Null for none.
 void image_set_fault(bool (*fault)(bool writing));
+
+/// Nothing fails any more, and no image was opened last.
+void image_reset();
 
 } // namespace kx

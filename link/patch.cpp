@@ -115,6 +115,10 @@ const PatchResult& patch_last_result() {
     return state.result;
 }
 
+void patch_reset() {
+    state = {};
+}
+
 int patch_search_apply(const std::string& name, std::span<const std::uint8_t> bytes,
                        std::uint32_t start, std::uint32_t size) {
     const Record record{bytes};

@@ -19,6 +19,9 @@ struct PatchResult {
 };
 const PatchResult& patch_last_result();
 
+/// Forgets it.
+void patch_reset();
+
 /// 1, or -1 when the user ended the search with ESC; what was patched by then stays patched.
 int patch_search_apply(const std::string& name, std::span<const std::uint8_t> record,
                        std::uint32_t start, std::uint32_t size);

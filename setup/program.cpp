@@ -29,9 +29,7 @@ void clean_up() {
     if (sim_is_initialised()) {
         sim_shutdown();
     }
-    ini_free(program.main_doc);
-    ini_free(program.target_doc);
-    ini_free(program.new_main);
+    program_reset();
     sym_table_free(sym_store);
     msg_info("cleanup done");
     if (!verbosity.silent) {
@@ -47,6 +45,12 @@ void program_register_cleanup() {
     if (!state.registered) {
         state.registered = std::atexit(clean_up) == 0;
     }
+}
+
+void program_reset() {
+    ini_free(program.main_doc);
+    ini_free(program.target_doc);
+    ini_free(program.new_main);
 }
 
 void program_init_simulator() {

@@ -18,6 +18,9 @@ extern Program program;
 /// down and the three documents are released at every exit from here on.
 void program_register_cleanup();
 
+/// Releases the documents.
+void program_reset();
+
 /// Initialises the simulator core of the active machine; ends the program with status 1 and an
 /// error message when it cannot.
 void program_init_simulator();

@@ -57,7 +57,6 @@ TEST(Charset, DefaultsAreWhatIsNamedOrElseShipped) {
 }
 
 TEST(Charset, EveryFormToAscii) {
-    charset_reset();
     EXPECT_FALSE(charset_is_loaded(CHARSET_LOASC));
     EXPECT_EQ(to_ascii("A\x01", CHARSET_LOASC | CHARSET_ESCAPE), "%41%01"); // nothing loaded
     load_shipped();

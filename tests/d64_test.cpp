@@ -41,7 +41,6 @@ std::string printed(Print print) {
 /// An image file in a directory that is the current one too.
 struct D64 : testing::Test {
     D64() {
-        d64_reset();
         Charset* charset = charset_of_mode(CHARSET_UPASC);
         charset_load(charset->to_ascii, charset->from_ascii,
                      KX_SOURCE_DIR "/base/config/pet_upasc.ini");

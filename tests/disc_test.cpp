@@ -50,14 +50,12 @@ bool fault(bool writing) {
 
 struct DiscTest : testing::Test {
     DiscTest() {
-        d64_reset();
         d64_dos_mode = 1;
         Charset* charset = charset_of_mode(CHARSET_UPASC);
         charset_load(charset->to_ascii, charset->from_ascii,
                      KX_SOURCE_DIR "/base/config/pet_upasc.ini");
         fs::current_path(dir.path());
     }
-    ~DiscTest() override { image_set_fault(nullptr); }
 
     void open(const std::string& content, DiscAccess access = DiscAccess::Change) {
         disc_close(disc);

@@ -138,7 +138,6 @@ TEST(Drive, SavesNoHalfFileAndActsOnNoHalfName) {
         FarEnd().ask(bytes(server.save).substr(0, 4), true);
         EXPECT_FALSE(std::filesystem::exists("Ne"));
     }
-    charset_reset();
 }
 
 static void list_three_hundred(const Server& server, std::size_t longest) {

@@ -45,6 +45,10 @@ struct Generic : testing::Test {
         for (int fd = dup2(ends[0], 0x60); fd != 0x3F; fd = dup(0)) {
         }
     }
+    ~Generic() override {
+        dup2(error_output, 2);
+        close_range(static_cast<unsigned>(error_output), ~0U, 0);
+    }
 
     void expect(const Row& row, bool hang_up = false) {
         const std::string prefix =
@@ -59,6 +63,7 @@ struct Generic : testing::Test {
 
     TempDir dir;
     std::optional<FarEnd> far{std::in_place};
+    const int error_output = dup(2); // as it was; all from it on is opened later
 };
 
 } // namespace
@@ -188,6 +193,7 @@ TEST_F(Generic, TellsOfFilesThatComeShortAndOfWritesThatFail) {
     EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
     EXPECT_EQ(lseek(0x40, 0, SEEK_SET), 0);
     EXPECT_EQ(far->ask(bytes("01AC 07 00000040 000186A0") + data), bytes("FFFFFFFF"));
+    EXPECT_EQ(lseek(0x40, 0, SEEK_CUR), 2000) << "nothing is written behind what failed";
     EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
     EXPECT_EQ(far->ask(bytes("01AC 02 'f' 00 000186A0") + data), bytes("00"));
     EXPECT_THAT(read_file(dir.file("log")), EndsWith("KX> File couldn't be written!\n\r"));

@@ -23,9 +23,6 @@ constexpr std::uint32_t START = 0x1000;
 
 struct Patch : testing::Test {
     Patch() {
-        msg_reset();
-        mem_reset();
-        active_config_reset();
         MemoryMap& map = active_config.memory_map;
         memory_map_set_type(map, memory_map_add(map, 0, 0, 0xFFFFFFFF), MEMORY_RAM_ROM);
         EXPECT_EQ(sim_init(), 1);

@@ -64,12 +64,7 @@ void set_clock(const FakeClock& clock) {
 }
 
 struct Port : testing::Test {
-    Port() {
-        active_config.port_type = PORT_SERIAL;
-        port_reset();
-        serial_reset();
-        msg_reset();
-    }
+    Port() { active_config.port_type = PORT_SERIAL; }
 
     void open() { ASSERT_EQ(port_open(target.device, 38400), 1); }
 

@@ -28,9 +28,6 @@ namespace {
 /// RAM at 0800 to 0FFF and C000 to FFFF, a hole in it at 0900 to 09FF, the rest not there.
 struct TargetMemory : testing::Test {
     TargetMemory() {
-        port_reset();
-        mem_reset();
-        active_config_reset();
         active_config.addr_bits = 16;
         MemoryMap& map = active_config.memory_map;
         memory_map_set_type(map, memory_map_add(map, 0, 0x900, 0x9FF), MEMORY_NONE);

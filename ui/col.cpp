@@ -6,6 +6,7 @@
 #include "ini/ini.h"
 #include "ui/con.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <string_view>
 
@@ -130,6 +131,12 @@ void col_loadscheme(const char* section) {
             key_textcolour[key] = colour->text;
         }
     }
+}
+
+void col_reset() {
+    std::ranges::fill(key_textcolour, std::int8_t{0});
+    std::ranges::fill(key_backcolour, std::int8_t{0});
+    col_scheme_path.clear();
 }
 
 int col_text(int index) {

@@ -48,6 +48,9 @@ extern std::string col_scheme_path;
 /// section ends the program.
 void col_loadscheme(const char* section);
 
+/// As before a scheme is loaded.
+void col_reset();
+
 /// Set the console's text colour or background from a key (0 to COL_KEYS - 1); return the previous
 /// colour.
 int col_text(int index);

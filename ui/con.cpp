@@ -130,6 +130,12 @@ void con_close() {
     }
 }
 
+void con_reset() {
+    con_close();
+    con_reset_keys();
+    state = {};
+}
+
 void con_mouse_on() {
     if (state.screen != nullptr) {
         state.screen->mouse_on();

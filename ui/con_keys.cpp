@@ -227,6 +227,12 @@ void con_leave_rawmode() {
     }
 }
 
+void con_reset_keys() {
+    con_leave_rawmode();
+    con_mouse = {};
+    state = {};
+}
+
 int con_getkey() {
     return con_keyboard() != nullptr ? con_keyboard()->get() : line_getkey();
 }

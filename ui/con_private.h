@@ -101,6 +101,11 @@ void con_write_held();
 /// Ends the raw mode of `con_rawmode`.
 void con_leave_rawmode();
 
+/// Closes the screen, ends the raw mode, and forgets all that was set and counted; the second is
+/// the part of the keys and the mouse.
+void con_reset();
+void con_reset_keys();
+
 /// Takes the environment's locale for what is drawn, unless the program has chosen one.
 void con_use_locale();
 

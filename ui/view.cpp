@@ -298,4 +298,8 @@ int view_file(const std::string& dir, const std::string& name) {
     return 0;
 }
 
+void view_reset() {
+    state = {};
+}
+
 } // namespace kx

@@ -35,4 +35,7 @@ int view_run(ViewPane& pane, LineSource& source, ViewPane* pane2, LineSource* so
 /// included; returns `top`. Nothing is drawn while a key waits. The screen is not refreshed.
 int view_drawpane(ViewPane& pane, int top, int y, int height);
 
+/// Forgets the screen that was drawn on, and that the second text had the keys.
+void view_reset();
+
 } // namespace kx

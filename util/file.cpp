@@ -335,6 +335,10 @@ const Failure& file_last_error() {
     return state.last;
 }
 
+void file_reset() {
+    state = {};
+}
+
 FilePtr file_open(const std::string& path, const char* mode) {
     Fd fd = open_at_once(path, flags_of_mode(mode));
     FilePtr file(fd.is_open() ? fdopen(fd.get(), mode) : nullptr);

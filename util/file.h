@@ -25,6 +25,9 @@ using FilePtr = std::unique_ptr<std::FILE, FileCloser>;
 /// "seek", "read", "lock", "create", "permissions", "write", "sync" and "rename".
 const Failure& file_last_error();
 
+/// Forgets it.
+void file_reset();
+
 /// Opens `path` as fopen does ("r", "w" or "a", with or without "b" and "+"), for this process
 /// alone (close on exec). It never waits: a FIFO opens for reading whether anybody writes to it or
 /// not (it has no size then, see `file_size`), and one that nobody reads does not open for writing

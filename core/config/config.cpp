@@ -262,7 +262,7 @@ void config_load_scheme(const std::string& name) {
 int config_load(IniDocument& main_doc, IniDocument& target_doc, const std::string& program_path,
                 const std::string& main_file_name) {
     active_config.base_dir = config_find_base_dir(program_path, "KXPATH");
-    state = State();
+    config_reset();
     const std::string main_path = config_make_path(active_config.base_dir, main_file_name);
     if (ini_read(main_path, main_doc) != 0) {
         state.main_failure = unless_missing(ini_last_error());
@@ -284,6 +284,10 @@ void config_load_or_exit(IniDocument& main_doc, IniDocument& target_doc,
 
 const Failure& config_main_failure() {
     return state.main_failure;
+}
+
+void config_reset() {
+    state = {};
 }
 
 int config_load_target(IniDocument& target_doc, const std::string& path) {

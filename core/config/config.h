@@ -38,6 +38,9 @@ void config_load_or_exit(IniDocument& main_doc, IniDocument& target_doc,
 /// overwritten therefore. FailureKind::None when it was read, is missing or is empty.
 const Failure& config_main_failure();
 
+/// Forgets it.
+void config_reset();
+
 /// Loads one target file and fills the active configuration; unknown components are reported and
 /// replaced. 1, or -1 when no CPU or machine can be selected. A file that cannot be read loads as
 /// an empty one. A file that lacks a section ends the program.

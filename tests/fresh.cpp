@@ -1,0 +1,66 @@
+// Every test begins with the library as a program finds it, whatever ran before in its process.
+#include "charsets/charset.h"
+#include "core/active_config.h"
+#include "core/config/config.h"
+#include "core/simulator.h"
+#include "files/d64.h"
+#include "files/loader.h"
+#include "files/membank.h"
+#include "fileserver/debug_console.h"
+#include "fileserver/fileserver.h"
+#include "link/image_private.h"
+#include "link/patch.h"
+#include "link/port.h"
+#include "link/rate.h"
+#include "link/stub.h"
+#include "link/target_memory.h"
+#include "setup/command_line.h"
+#include "setup/program.h"
+#include "symfiles/symfiles.h"
+#include "ui/col.h"
+#include "ui/con_private.h"
+#include "ui/msg.h"
+#include "ui/view.h"
+#include "util/clock.h"
+#include "util/file.h"
+
+#include <gtest/gtest.h>
+
+namespace kx {
+namespace {
+
+void forget_symbols() {
+    sym_table_free(sym_store);
+}
+
+void forget_clocks() {
+    clock_set_source(nullptr);
+    clock_wall_set_source(nullptr);
+}
+
+void forget_command_line() {
+    command_line = {};
+}
+
+class Fresh : public testing::EmptyTestEventListener {
+    void OnTestStart(const testing::TestInfo&) override {
+        for (void (*reset)() :
+             {msg_reset,           con_reset,           col_reset,     view_reset,
+              ini_reset,           file_reset,          forget_clocks, forget_symbols,
+              port_reset,          serial_reset,        stub_reset,    rate_reset,
+              mem_reset,           image_reset,         patch_reset,   charset_reset,
+              sim_shutdown,        membank_free_all,    d64_reset,     file_loaded_reset,
+              fileserver_reset,    debug_console_reset, config_reset,  program_reset,
+              active_config_reset, forget_command_line}) {
+            reset();
+        }
+    }
+};
+
+[[maybe_unused]] const bool listening = [] {
+    testing::UnitTest::GetInstance()->listeners().Append(std::make_unique<Fresh>().release());
+    return true;
+}();
+
+} // namespace
+} // namespace kx
