@@ -1,7 +1,7 @@
 # Run by CPack on the staged packages, for what Debian wants otherwise than a plain installation has
 # it: the licence in a file called copyright, manual pages and change log compressed without the date
-# of the packaging, a change log of the packaging as well, and folders that everybody can enter
-# whatever the packager's umask.
+# of the packaging, a change log of the packaging as well, what lintian is to put up with, and
+# folders that everybody can enter whatever the packager's umask.
 set(root ${CPACK_TEMPORARY_INSTALL_DIRECTORY})
 set(doc ${root}/programs/usr/share/doc)
 file(RENAME ${doc}/kx/LICENSE ${doc}/kx/copyright)
@@ -21,6 +21,8 @@ kx (0.1-1) unstable; urgency=low
 ")
 file(GLOB pages ${root}/programs/usr/share/man/man[1-9]/*)
 execute_process(COMMAND gzip -9n ${doc}/kx/changelog ${doc}/kx/changelog.Debian ${pages} COMMAND_ERROR_IS_FATAL ANY)
+file(INSTALL ${CMAKE_CURRENT_LIST_DIR}/lintian-overrides RENAME kx
+  DESTINATION ${root}/programs/usr/share/lintian/overrides)
 set(other_doc ${root}/development/usr/share/doc/libkx-dev)
 file(COPY ${doc}/kx/copyright ${doc}/kx/changelog.gz ${doc}/kx/changelog.Debian.gz
   DESTINATION ${other_doc})
