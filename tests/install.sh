@@ -61,17 +61,10 @@ refused exists ./init
 # The library in a program of the user's own.
 mkdir examples
 cat "$source/README.md" "$source/doc/library.md" | awk '
-    /^    \/\/ [a-z]*\.cpp$/ { file = "examples/" $2 }
+    /^    (\/\/|#) [A-Za-z]*\.(cpp|txt)$/ { file = "examples/" $2 }
     !/^(    |$)/ { file = "" }
     file { print substr($0, 5) >file }'
-cat >CMakeLists.txt <<'EOF'
-cmake_minimum_required(VERSION 3.25)
-project(start CXX)
-find_package(kx 0.2 REQUIRED)
-add_executable(start examples/start.cpp)
-target_link_libraries(start kx::kx)
-EOF
-{ cmake -G Ninja -S . -B out -DCMAKE_PREFIX_PATH="$work/stage" -DCMAKE_CXX_COMPILER="$cxx" \
+{ cmake -G Ninja -S examples -B out -DCMAKE_PREFIX_PATH="$work/stage" -DCMAKE_CXX_COMPILER="$cxx" \
     -DCMAKE_CXX_FLAGS="$flags" && cmake --build out; } >log 2>&1 || fail "find_package: $(cat log)"
 export PKG_CONFIG_PATH="$work/stage/lib/pkgconfig"
 for example in examples/*.cpp; do
