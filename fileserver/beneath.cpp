@@ -74,33 +74,26 @@ HostFd beneath_open_walk(int root, const std::string& path, int flags, mode_t mo
     std::string rest = path;
     const bool follows_last =
         (flags & O_NOFOLLOW) == 0 && (flags & (O_CREAT | O_EXCL)) != (O_CREAT | O_EXCL);
-    int links = 0;
-    while (true) {
-        if (rest.starts_with('/')) {
-            return fail(EXDEV);
-        }
+    for (int links = 0; links <= LINKS_MAX;) {
+        const bool absolute = rest.starts_with('/');
         const std::string name = take_name(rest);
         const bool last = rest.empty();
+        if (absolute || (name == ".." && entered.empty())) {
+            return fail(EXDEV);
+        }
         if (name == "..") {
-            if (entered.empty()) {
-                return fail(EXDEV);
-            }
             entered.pop_back();
-            if (last) {
-                rest = ".";
-            }
+            rest = last ? "." : rest;
             continue;
         }
         if (name == "." && !last) {
             continue;
         }
         const int dir = entered.empty() ? root : entered.back().get();
-        const std::string target = link_target(dir, name);
-        if (!target.empty() && (!last || follows_last)) {
-            if (++links > LINKS_MAX) {
-                return fail(ELOOP);
-            }
+        const std::string target = last && !follows_last ? "" : link_target(dir, name);
+        if (!target.empty()) {
             rest.insert(0, last ? target : target + "/");
+            links++;
             continue;
         }
         // A link that takes the name's place meanwhile fails: neither opening follows one.
@@ -113,6 +106,7 @@ HostFd beneath_open_walk(int root, const std::string& path, int flags, mode_t mo
         }
         entered.push_back(std::move(next));
     }
+    return fail(ELOOP);
 }
 
 BeneathOpen beneath_open_for(int root) {
