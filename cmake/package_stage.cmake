@@ -21,8 +21,9 @@ kx (0.1-1) unstable; urgency=low
 ")
 file(GLOB pages ${root}/programs/usr/share/man/man[1-9]/*)
 execute_process(COMMAND gzip -9n ${doc}/kx/changelog ${doc}/kx/changelog.Debian ${pages} COMMAND_ERROR_IS_FATAL ANY)
-file(INSTALL ${CMAKE_CURRENT_LIST_DIR}/lintian-overrides RENAME kx
-  DESTINATION ${root}/programs/usr/share/lintian/overrides)
+set(overrides ${root}/programs/usr/share/lintian/overrides)
+file(MAKE_DIRECTORY ${overrides})
+file(COPY_FILE ${CMAKE_CURRENT_LIST_DIR}/lintian-overrides ${overrides}/kx)
 set(other_doc ${root}/development/usr/share/doc/libkx-dev)
 file(COPY ${doc}/kx/copyright ${doc}/kx/changelog.gz ${doc}/kx/changelog.Debian.gz
   DESTINATION ${other_doc})

@@ -28,6 +28,8 @@ else
         -i kx_*.deb libkx-dev_*.deb >log 2>&1 || fail "dpkg: $(cat log)"
     dpkg-deb -f kx_*.deb Depends | grep -q libncursesw6 || fail "kx does not depend on libncursesw6"
     dpkg-deb -f libkx-dev_*.deb Depends | grep -q libncurses-dev || fail "nor libkx-dev on its -dev"
+    strays=$(find root -mindepth 1 -maxdepth 1 ! -name usr ! -name var)
+    [ -z "$strays" ] || fail "the packages have $strays"
     mv root/usr stage
 fi
 
