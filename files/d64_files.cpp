@@ -219,8 +219,8 @@ void keep_used_blocks(ImageHandle& image) {
         // The open chain of a file by the toolkit's rules goes on behind its last block. One that
         // was never closed has no size yet.
         if (entry.closed) {
-            const auto most = static_cast<std::size_t>(entry.blocks + side_blocks);
-            blocks.resize(std::min(blocks.size(), most));
+            const int most = entry.blocks + side_blocks;
+            blocks.resize(std::min(blocks.size(), static_cast<std::size_t>(most)));
         }
         used.insert(used.end(), blocks.begin(), blocks.end());
     }
