@@ -354,18 +354,21 @@ TEST_F(DiscTest, NeverWritesOverWhatAFileOrTheDirectoryHas) {
     put(bad, at(18, 1, 96 + 21), chars({17, 5}));
     put(bad, at(18, 1, 130), slot(0x82, 17, 6, "GEOS", 1)); // whose info block is off the disc
     put(bad, at(18, 1, 128 + 21), chars({43, 0, 0, 6}));
+    put(bad, at(18, 1, 162), slot(0x82, 17, 7, "RECORDS", 2)); // the first one is off the disc
+    put(bad, at(18, 1, 160 + 21), chars({0, 0, 1, 6}));
+    put(bad, at(17, 7), chars({0, 255, 43, 0, 17, 8}));
     for (const int track : {17, 18}) { // and the map has it all free
         const int sectors = disc_sectors(track);
         put(bad, at(18, 0, 4 * track), chars({sectors, 255, 255, (1 << (sectors - 16)) - 1}));
     }
     open(bad);
     const std::string files = memory();
-    for (int i = 0; i < 19; i++) {
+    for (int i = 0; i < 18; i++) {
         EXPECT_EQ(write("F" + std::to_string(i), "x"), 1) << disc.failure.text;
     }
     EXPECT_EQ(write("MORE", "x"), -1); // which would need a block behind the damage
     EXPECT_EQ(disc.failure.reason, DiscReason::NoRoom);
-    for (const int sector : {0, 10, 1, 3, 4, 5, 6}) {
+    for (const int sector : {0, 10, 1, 3, 4, 5, 6, 7, 8}) {
         EXPECT_EQ(memory().substr(at(17, sector), 256), files.substr(at(17, sector), 256));
         EXPECT_FALSE(disc_is_free(disc, 17, sector)) << sector;
     }
