@@ -33,6 +33,10 @@ constexpr Magic magics[] = {
     {"C64 CARTRIDGE", "a CRT image, of a cartridge"},
     {"C64 tape image", "a T64 archive, of a tape's files"},
     {"C64S tape", "a T64 archive, of a tape's files"},
+    {"C64File", "a P00 file, of one file of a disc"},
+    {"PSID", "a SID file, of a tune"},
+    {"RSID", "a SID file, of a tune"},
+    {"NES\x1A", "an NES file, of a cartridge"},
 };
 
 /// And by its size.

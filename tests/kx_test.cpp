@@ -56,6 +56,10 @@ TEST_F(KxTest, WrongCommandLinesSayWhatIsMeant) {
         {"kx --version", 0, "kx 0.2\n", ""},
         {"kx lss", 2, "",
          "kx: error: there is no command 'lss'; did you mean 'ls'?\nhint: kx --help lists them\n"},
+        {"kx help help | head -1", 0, "usage: kx [options] COMMAND [arguments]\n", ""},
+        {"kx help ls more", 2, "",
+         "kx: error: 'more' is one argument too many\nhint: usage: kx help [COMMAND]\n"},
+        {"kx lss --json 2>/dev/null | jq .ok; kx --version --json", 0, "false\nkx 0.2\n", ""},
         {"kx -q lss", 2, "", "kx: error: there is no command 'lss'; did you mean 'ls'?\n"},
         {"kx ls", 2, "", "kx: error: IMAGE is missing\n" + usage},
         {"kx ls --lnog a", 2, "",
@@ -72,6 +76,7 @@ TEST_F(KxTest, WrongCommandLinesSayWhatIsMeant) {
          "kx: error: --at: '010' is ambiguous: write 8, 10 or 0x10\n"},
         {"printf abc | kx dump --range 3-2", 2, "",
          "kx: error: --range: '3-2' ends before it begins\n"},
+        {"printf abc | kx dump --range 3", 1, "", "kx: error: standard input ends before 3\n"},
         {"printf abc | kx dump --range 1:0x100000000", 2, "",
          "kx: error: --range: '0x100000000' is too large: 4294967295 ($FFFFFFFF) at most\n"},
         {"kx ls no.d64 --json | jq -c .", 0,
@@ -135,6 +140,8 @@ TEST_F(KxTest, DiscsKeepWhatIsPutOnThem) {
         // All or nothing, whatever fails.
         {"cp long.seq new.seq; kx put d.d64 new.seq big.prg", 1, "",
          "kx: error: d.d64: 792 blocks needed, 659 free; nothing was written\n"},
+        {"kx put d.d64 big.prg -N HELLO -f", 1, "",
+         "kx: error: d.d64: 788 blocks needed, 660 free; nothing was written\n"},
         {"kx mkfs -q t.d64; cp hello.prg up; KXPATH=$base kx put -q --toolkit-rules t.d64 up "
          ">/dev/null; "
          "kx ls -1 t.d64",
@@ -142,7 +149,7 @@ TEST_F(KxTest, DiscsKeepWhatIsPutOnThem) {
         {"kx put d.d64 new.seq hello.prg", 1, "",
          "kx: error: d.d64: there is a file 'HELLO'\nhint: -f replaces it\n"},
         {"kx rm d.d64 LONG GONE", 1, "", "kx: error: d.d64: there is no file 'GONE'\n"},
-        {"kx put -n d.d64 new.seq", 0, "", "nothing was changed (dry run)\nd.d64: NEW  4 blocks\n"},
+        {"kx put -n d.d64 new.seq", 0, "", "d.d64: NEW  4 blocks\nnothing was changed (dry run)\n"},
         {"kx ls d.d64", 0, listing, ""},
         // Names of any codes.
         {"kx put d.d64 -q --lock hello.prg -N 'odd#a0#01#2a'", 0, "", ""},
@@ -162,7 +169,8 @@ TEST_F(KxTest, DiscsKeepWhatIsPutOnThem) {
         {"kx get e.d64 -l", 1, "", "kx: error: world.prg exists\nhint: -f replaces it\n"},
         {"cmp world.prg hello.prg && kx check d.d64 e.d64", 0, "d.d64: ok\ne.d64: ok\n", ""},
         {"kx ls hello.prg", 1, "",
-         "kx: error: 'hello.prg' is no 1541 image, by size and content\n"},
+         "kx: error: 'hello.prg' is no 1541 image, by size and content\n"
+         "hint: kx put IMAGE hello.prg puts it onto one\n"},
     });
 }
 
@@ -207,7 +215,7 @@ TEST_F(KxTest, DamageIsFoundAndRepaired) {
          "zero.d64: 2 problems\n",
          ""},
         {"kx get zero.d64", 1, "",
-         "kx: error: zero.d64: the image is cut: it has 0 bytes of 174848.\nhint: see kx check\n"},
+         "kx: error: zero.d64: the image is cut: it has 0 bytes of 174848\nhint: see kx check\n"},
         {"{ cat d.d64; printf '\\005'; head -c 682 /dev/zero; } >e.d64; kx check --repair e.d64", 1,
          "e.d64: block 1/0 gives error 23 when a drive reads it.\ne.d64: 1 problem\n", ""},
         {"for i in $(seq 145); do echo $i >n$i; done; kx mkfs m.d64 n*", 1, "",
@@ -251,7 +259,7 @@ TEST_F(KxTest, FilesAreDumpedPatchedAndNamedWithoutAnySetUp) {
          "00016590:  41 42 43 a0 a0 a0 a0 a0 a0 a0 a0 a0 a0 a0 a0 a0  ;ABC.............\n", ""},
         {"kx dump d.d64 --block 18/19", 2, "",
          "kx: error: --block: no block '18/19' on a 1541's disc\n"},
-        {"kx symbols s.lbl", 0, "$0801        start   -   \n$FFD2        CHROUT  -   \n", ""},
+        {"kx symbols s.lbl", 0, "$0801        start   -\n$FFD2        CHROUT  -\n", ""},
         {"kx symbols s.lbl --at CHROUT+3", 0, "$FFD5 CHROUT+3\n", ""},
         {"kx symbols s.lbl --find 'st*' --json | jq -c '[.symbols[].address]'", 0, "[2049]\n", ""},
         {"kx symbols s.lbl --to vice", 0, "al 000801 .start\nal 00ffd2 .CHROUT\n", ""},
@@ -322,7 +330,12 @@ TEST_F(KxTest, LintFindsWhatTheLoaderSwallows) {
         EXPECT_THAT(outcome.out, HasSubstr(row.finding)) << row.to;
         EXPECT_EQ(outcome.status, std::string(row.finding).starts_with("error") ? 1 : 0) << row.to;
     }
-    check({{"kx lint --base $base -W error --no-rule region", 0, "", ""}});
+    check({
+        {"kx lint --base $base -W error --no-rule region", 0, "", ""},
+        {"mkdir -p b/config/a.ini; echo >b/config/b.ini; : >b/kx.ini; kx lint --base b | grep -c "
+         "b.ini",
+         0, "1\n", "kx: error: b/config/a.ini: Is a directory\n2 files with errors, 0 warnings\n"},
+    });
 }
 
 TEST_F(KxTest, CompletionKnowsWhatFitsAtAPlace) {

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <iterator>
+#include <memory>
 #include <unistd.h>
 
 namespace kx {
@@ -17,6 +18,7 @@ namespace kx {
 namespace {
 
 constexpr int DATA_BYTES = 254; // of a block
+constexpr std::size_t MORE_THAN_FITS = 1000 * DATA_BYTES;
 
 KxError code_of(const DiscFailure& failure) {
     struct Row {
@@ -62,11 +64,14 @@ int type_number(const std::string& name) {
     return type;
 }
 
-/// One file that goes onto the disc.
+/// One file that goes onto the disc, of the host or of another image.
 struct Source {
     std::string path;
     std::vector<std::uint8_t> bytes;
     DiscFile file;
+    std::shared_ptr<Disc> from = nullptr; // null: of the host
+    int number = -1;
+    int blocks = 0;
 };
 
 int blocks_of(std::size_t bytes) {
@@ -91,7 +96,9 @@ int choose_name(Disc& disc, const DiscsPut& how, Source& source) {
     return discs_fail(disc, how.name.empty() ? "-N gives another name, --cut cuts it" : "");
 }
 
-int read_host_file(Disc& disc, const std::string& path, const DiscsPut& how, Source& source) {
+int read_host_file(Disc& disc, const std::string& path, const DiscsPut& how,
+                   std::vector<Source>& sources) {
+    Source& source = sources.emplace_back();
     source.path = path;
     source.file.locked = how.lock;
     source.file.replace = how.replace;
@@ -101,55 +108,41 @@ int read_host_file(Disc& disc, const std::string& path, const DiscsPut& how, Sou
     if (const int status = host_read(path, source.bytes)) {
         return status;
     }
+    source.blocks = blocks_of(source.bytes.size());
+    if (source.bytes.size() > MORE_THAN_FITS) { // of many such files not all could be held
+        source.bytes.resize(MORE_THAN_FITS);
+        source.bytes.shrink_to_fit();
+    }
     return choose_name(disc, how, source);
 }
 
-/// "demo.d64: 40 blocks needed, 12 free; nothing was written"
-int fail_room(Disc& disc, const std::vector<std::string>& files, int free_before) {
-    int needed = 0;
-    std::vector<std::uint8_t> bytes;
-    for (const std::string& file : files) {
-        needed += access(file.c_str(), R_OK) == 0 && host_read(file, bytes) == 0
-                      ? blocks_of(bytes.size())
-                      : 0;
-    }
-    const std::string free = std::to_string(free_before);
-    const bool blocks_lack = needed > free_before; // else the directory is full
-    return report_fail(KxError::NoRoom, disc.path + ": " +
-                                            (blocks_lack ? discs_count(needed, "block") +
-                                                               " needed, " + free + " free"
-                                                         : without_stop(disc.failure.text)) +
-                                            "; nothing was written");
-}
-
-/// Copies the files of another image that the pattern stands for.
-int copy_files(Disc& disc, const std::string& image, const std::string& pattern,
-               const DiscsPut& how, std::vector<int>& written) {
-    Disc from;
+/// The files of another image that the pattern stands for.
+int read_image_files(Disc& disc, const std::string& image, const std::string& pattern,
+                     const DiscsPut& how, std::vector<Source>& sources) {
+    const auto from = std::make_shared<Disc>();
     std::vector<int> numbers;
-    if (const int status = discs_open(from, image, DiscAccess::Read)) {
+    if (const int status = discs_open(*from, image, DiscAccess::Read)) {
         return status;
     }
-    if (const int status = discs_select(from, {pattern}, numbers)) {
+    if (const int status = discs_select(*from, {pattern}, numbers)) {
         return status;
     }
     if (!how.name.empty() && numbers.size() > 1) {
         return report_fail(KxError::Usage, "-N names one file, '" + pattern + "' stands for more");
     }
     for (const int number : numbers) {
-        DiscName name = disc_entries(from)[static_cast<std::size_t>(number)].name;
-        if (!how.name.empty() && disc_file_name(disc, how.name, name) != 1) {
+        Source source{.path = image, .bytes = {}, .file = {}, .from = from, .number = number};
+        source.file.name = disc_entries(*from)[static_cast<std::size_t>(number)].name;
+        source.file.replace = how.replace;
+        if (!how.name.empty() && disc_file_name(disc, how.name, source.file.name) != 1) {
             return discs_fail(disc);
         }
         std::vector<std::uint8_t> bytes;
-        if (disc_read(from, number, bytes) != 1) {
-            return discs_fail(from);
+        if (disc_read(*from, number, bytes) != 1) {
+            return discs_fail(*from);
         }
-        if (disc_copy(disc, from, number, name, how.replace) != 1) {
-            return discs_fail(disc,
-                              disc.failure.reason == DiscReason::Exists ? "-f replaces it" : "");
-        }
-        written.push_back(disc_find(disc, name));
+        source.blocks = blocks_of(bytes.size());
+        sources.push_back(std::move(source));
     }
     return 0;
 }
@@ -163,6 +156,48 @@ bool split_image(const std::string& word, std::string& image, std::string& patte
     image = word.substr(0, colon);
     pattern = word.substr(colon + 1);
     return access(image.c_str(), F_OK) == 0;
+}
+
+/// Reads all that is to be put onto the disc.
+int read_sources(Disc& disc, const std::vector<std::string>& files, const DiscsPut& how,
+                 std::vector<Source>& sources) {
+    for (const std::string& file : files) {
+        std::string image, pattern;
+        const bool of_image = split_image(file, image, pattern);
+        if (const int status = of_image ? read_image_files(disc, image, pattern, how, sources)
+                                        : read_host_file(disc, file, how, sources)) {
+            return status;
+        }
+    }
+    return 0;
+}
+
+/// What is free for the sources, with the files that they replace.
+int count_free(const Disc& disc, const std::vector<Source>& sources) {
+    int free = disc_info(disc).blocks_free;
+    for (const Source& source : sources) {
+        const int old = source.file.replace ? disc_find(disc, source.file.name) : -1;
+        free += old >= 0 ? disc_entries(disc)[static_cast<std::size_t>(old)].blocks : 0;
+    }
+    return free;
+}
+
+/// "demo.d64: 40 blocks needed, 12 free; nothing was written"
+int fail_put(const Disc& disc, const std::vector<Source>& sources, int free) {
+    const DiscReason reason = disc.failure.reason;
+    if (reason != DiscReason::NoRoom) {
+        return discs_fail(disc, reason == DiscReason::Exists   ? "-f replaces it"
+                                : reason == DiscReason::Locked ? "kx rm -f takes it"
+                                                               : "");
+    }
+    int needed = 0;
+    for (const Source& source : sources) {
+        needed += source.blocks;
+    }
+    const std::string why =
+        needed > free ? discs_count(needed, "block") + " needed, " + std::to_string(free) + " free"
+                      : without_stop(disc.failure.text); // in the directory
+    return report_fail(KxError::NoRoom, disc.path + ": " + why + "; nothing was written");
 }
 
 /// The image file's name without its ending, as far as a disc's name can have it.
@@ -180,6 +215,11 @@ std::string name_for_disc(Disc& disc, const std::string& path) {
 
 } // namespace
 
+int discs_fail_damaged(const Disc& disc) {
+    return report_fail(KxError::Damaged, disc.path + ": " + without_stop(disc_info(disc).fault),
+                       "see kx check");
+}
+
 int discs_fail(const Disc& disc, const std::string& hint) {
     const DiscFailure& failure = disc.failure;
     const bool host = failure.reason == DiscReason::Host;
@@ -188,8 +228,18 @@ int discs_fail(const Disc& disc, const std::string& hint) {
     return report_fail(code_of(failure), (named ? "" : disc.path + ": ") + text, hint);
 }
 
-int discs_open(Disc& disc, const std::string& path, DiscAccess access) {
-    return disc_open(disc, path, access) == 1 ? 0 : discs_fail(disc);
+int discs_open(Disc& disc, const std::string& path, DiscAccess access,
+               const std::string& missing_hint) {
+    if (disc_open(disc, path, access) == 1) {
+        return 0;
+    }
+    const std::string ending = host_ending(path);
+    const bool is_file = disc.failure.reason == DiscReason::NotImage &&
+                         ending == disc_type_name(type_number(ending));
+    const bool missing = code_of(disc.failure) == KxError::NotFound;
+    return discs_fail(disc, is_file   ? "kx put IMAGE " + path + " puts it onto one"
+                            : missing ? missing_hint
+                                      : "");
 }
 
 int discs_set_label(Disc& disc, const DiscsLabel& label) {
@@ -225,7 +275,7 @@ int discs_create(Disc& disc, const std::string& path, const DiscsFormat& format)
 
 int discs_commit(Disc& disc) {
     if (globals.dry_run) {
-        report_done("nothing was changed (dry run)");
+        report_held_off();
         return 0;
     }
     return disc_commit(disc) == 1 ? 0 : discs_fail(disc);
@@ -263,6 +313,10 @@ std::string discs_typed_name(Disc& disc, const DiscEntry& entry) {
     return typed;
 }
 
+std::string discs_trimmed(std::string name) {
+    return name.erase(name.find_last_not_of(' ') + 1);
+}
+
 std::string discs_type(const DiscEntry& entry) {
     std::string type = entry.type <= DISC_REL ? disc_type_name(entry.type) : "???";
     std::ranges::transform(type, type.begin(), [](char c) {
@@ -298,27 +352,21 @@ int discs_put(Disc& disc, const std::vector<std::string>& files, const DiscsPut&
     if (files.size() > 1 && !how.name.empty()) {
         return report_fail(KxError::Usage, "-N names one file, there are more");
     }
-    const int free_before = disc_info(disc).blocks_free;
-    for (const std::string& file : files) {
-        std::string image, pattern;
-        if (split_image(file, image, pattern)) {
-            if (const int status = copy_files(disc, image, pattern, how, written)) {
-                return status;
-            }
-            continue;
+    std::vector<Source> sources;
+    if (const int status = read_sources(disc, files, how, sources)) {
+        return status;
+    }
+    const int free = count_free(disc, sources);
+    for (Source& source : sources) {
+        DiscFile& file = source.file;
+        file.bytes = source.bytes;
+        const int result = source.from == nullptr ? disc_write(disc, file)
+                                                  : disc_copy(disc, *source.from, source.number,
+                                                              file.name, file.replace);
+        if (result != 1) {
+            return fail_put(disc, sources, free);
         }
-        Source source;
-        if (const int status = read_host_file(disc, file, how, source)) {
-            return status;
-        }
-        source.file.bytes = source.bytes;
-        if (disc_write(disc, source.file) != 1) {
-            const DiscReason reason = disc.failure.reason;
-            return reason == DiscReason::NoRoom
-                       ? fail_room(disc, files, free_before)
-                       : discs_fail(disc, reason == DiscReason::Exists ? "-f replaces it" : "");
-        }
-        written.push_back(disc_find(disc, source.file.name));
+        written.push_back(disc_find(disc, file.name));
     }
     return 0;
 }

@@ -14,8 +14,13 @@ namespace kx {
 /// Reports the disc's last failure. Returns the exit status.
 int discs_fail(const Disc& disc, const std::string& hint = "");
 
-/// Opens the image. 0, or the exit status of the failure, which has been reported.
-int discs_open(Disc& disc, const std::string& path, DiscAccess access);
+/// Reports the damage that disc_info has found.
+int discs_fail_damaged(const Disc& disc);
+
+/// Opens the image. 0, or the exit status of the failure, which has been reported, with the hint
+/// when there is no such file.
+int discs_open(Disc& disc, const std::string& path, DiscAccess access,
+               const std::string& missing_hint = "");
 
 /// Name and identifier of a disc as they were typed; empty: left alone.
 struct DiscsLabel {
@@ -41,6 +46,9 @@ int discs_select(Disc& disc, const std::vector<std::string>& patterns, std::vect
 
 /// The name with "#xx" for each code that could not be typed otherwise: a pattern for this file.
 std::string discs_typed_name(Disc& disc, const DiscEntry& entry);
+
+/// A disc's name without the blanks that fill it up.
+std::string discs_trimmed(std::string name);
 
 /// "PRG", "???" for a type without a name.
 std::string discs_type(const DiscEntry& entry);

@@ -43,7 +43,9 @@ std::string verb_text(const Verb& verb) {
            "\nkx --help has the options of every command.\n";
 }
 
+/// Help and version are text, also with --json.
 int print(const std::string& text) {
+    globals.json = false;
     std::fputs(text.c_str(), stdout);
     return report_end(0);
 }
@@ -78,19 +80,39 @@ bool show_manual(const Verb& verb) {
     return started && waitpid(child, &status, 0) == child && status == 0;
 }
 
-int run_help(const std::vector<std::string>& words) {
-    if (words.empty()) {
-        return print(list_text());
-    }
-    const Verb* const verb = verb_find(words.front());
-    if (verb == nullptr) {
-        return report_end(report_fail(KxError::Usage, unknown_verb(words.front())));
-    }
-    return show_manual(*verb) ? 0 : print(verb_text(*verb));
-}
-
 int usage_failure(const std::string& text, const std::string& hint) {
     return report_end(report_fail(KxError::Usage, text, hint));
+}
+
+/// The help that the global options ask for before anything else.
+bool wants_help() {
+    return globals.help || globals.version;
+}
+
+int print_help(const std::string& text) {
+    return print(globals.version ? "kx " KX_VERSION "\n" : text);
+}
+
+int run_help(const std::vector<std::string>& words) {
+    std::vector<std::string> names;
+    std::string error;
+    const bool parsed = options_parse({}, global_options(), words, names, error) == 0;
+    report_begin("help");
+    if (!parsed) {
+        return usage_failure(error, "kx --help lists the options");
+    }
+    if (wants_help() || names.empty() || names[0] == "help") {
+        return print_help(list_text());
+    }
+    if (names.size() > 1) {
+        return usage_failure("'" + names[1] + "' is one argument too many",
+                             "usage: kx help [COMMAND]");
+    }
+    const Verb* const verb = verb_find(names[0]);
+    if (verb == nullptr) {
+        return usage_failure(unknown_verb(names[0]), "kx --help lists them");
+    }
+    return show_manual(*verb) ? 0 : print(verb_text(*verb));
 }
 
 /// The verb's place among the words: the first that belongs to no option.
@@ -111,18 +133,12 @@ int run_verb(const Verb& verb, const std::vector<std::string>& words) {
     std::vector<std::string> arguments;
     std::string error;
     const bool parsed = options_parse(verb.options, global_options(), words, arguments, error) == 0;
-    const auto end = std::ranges::find(words, "--");
-    globals.json =
-        globals.json || std::find(words.begin(), end, "--json") != end; // also for a bad line
-    report_begin(verb.name);
-    if (globals.version) {
-        return print("kx " KX_VERSION "\n");
-    }
-    if (globals.help) {
-        return print(verb_text(verb));
+    report_begin(verb.name, std::string("usage: kx ") + verb.name + " " + verb.synopsis);
+    if (wants_help()) {
+        return print_help(verb_text(verb));
     }
     if (!parsed || options_store_arguments(verb.options, arguments, error) != 0) {
-        return usage_failure(error, std::string("usage: kx ") + verb.name + " " + verb.synopsis);
+        return report_end(report_fail_usage(error));
     }
     return report_end(verb.run());
 }
@@ -131,16 +147,15 @@ int run_without_verb(const std::vector<std::string>& words) {
     std::vector<std::string> arguments;
     std::string error;
     const bool parsed = options_parse({}, global_options(), words, arguments, error) == 0;
-    globals.json = globals.json && parsed;
     report_begin("");
     if (!parsed) {
         return usage_failure(error, "kx --help lists the options");
     }
-    if (globals.version) {
-        return print("kx " KX_VERSION "\n");
+    if (wants_help()) {
+        return print_help(list_text());
     }
-    if (globals.help) {
-        return print(list_text());
+    if (globals.json) {
+        return usage_failure("COMMAND is missing", "kx --help lists them");
     }
     std::fputs(list_text().c_str(), stderr);
     return report_status(KxError::Usage);
@@ -156,6 +171,10 @@ int kx_run(int argc, char** argv) {
     if (at + 1 < words.size() && words[at] == "--") {
         words.erase(words.begin() + static_cast<std::ptrdiff_t>(at));
     }
+    if (at >= words.size() || words[at] != "complete") { // whose words are of another line
+        const auto end = std::ranges::find(words, "--");
+        globals.json = std::find(words.begin(), end, "--json") != end; // also for a bad line
+    }
     if (at >= words.size() || words[at].starts_with('-')) {
         return run_without_verb(words);
     }
@@ -166,7 +185,6 @@ int kx_run(int argc, char** argv) {
                   {words.begin(), words.begin() + static_cast<std::ptrdiff_t>(at)}, rest, error);
     words.erase(words.begin() + static_cast<std::ptrdiff_t>(at));
     if (name == "help") {
-        report_begin("help");
         return run_help(words);
     }
     if (name == "complete") {

@@ -171,7 +171,11 @@ void check_section(Lint& lint) {
         add(lint, "section", 0, Severity::Error,
             "no section [config]: kxsetup ends with this file in its directory");
     }
-    if (const Kind* const kind = kind_of(lint)) {
+    const Kind* const kind = kind_of(lint);
+    if (!lint.file.listed && kind == nullptr && lint.scan.sections.empty()) {
+        add(lint, "section", 0, Severity::Error, "no section in it: no file of settings");
+    }
+    if (kind != nullptr) {
         for (const char* const section : kind->sections) {
             if (scan_section(lint.scan, section) == nullptr) {
                 add(lint, "section", 0, Severity::Error,

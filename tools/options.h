@@ -24,7 +24,8 @@ struct Option {
     std::variant<bool*, int*, std::string*, std::vector<std::string>*, OptionalText*,
                  std::uint32_t*>
         target;
-    const char* value; // what the help calls the option's value; "a|b|c" admits these only
+    const char*
+        value; // what the help calls the option's value; "a|b|c" admits these only, "a|" this one
     const char* help;
 };
 

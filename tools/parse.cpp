@@ -95,7 +95,8 @@ int parse_address(std::string_view text, const SymTable* symbols, std::uint32_t&
     const SymEntry* const symbol =
         symbols != nullptr ? sym_find_name(symbols, name.c_str(), 0) : nullptr;
     if (symbol == nullptr) {
-        error = "there is no symbol " + quoted(name);
+        error = symbols != nullptr ? "there is no symbol " + quoted(name)
+                                   : quoted(text) + " is no number";
         return -1;
     }
     if (symbol->address + number > ADDRESS_MAX) {

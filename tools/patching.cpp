@@ -134,7 +134,8 @@ int patching_list(const std::string& patch_file, std::vector<PatchInfo>& patches
             patches.push_back(patch);
         }
     }
-    return 0;
+    return !patches.empty() ? 0
+                            : report_fail(KxError::BadConfig, patch_file + ": no patches in it");
 }
 
 std::string patching_text(const PatchedBy& patch) {

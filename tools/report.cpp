@@ -59,9 +59,11 @@ const ErrorRow& row_of(KxError code) {
 }
 
 struct State {
+    std::string usage;
     Json result;
-    bool failed = false; // the result has an error
-    std::string told;    // error messages of the library that nobody has asked for yet
+    bool failed = false;   // the result has an error
+    bool held_off = false; // see report_held_off
+    std::string told;      // error messages of the library that nobody has asked for yet
     bool out_color = false;
     bool err_color = false;
 };
@@ -151,13 +153,17 @@ int report_status(KxError code) {
     return row_of(code).status;
 }
 
-void report_begin(const char* command) {
+void report_begin(const char* command, const std::string& usage) {
+    state.usage = usage;
     state.out_color = wants_color(STDOUT_FILENO);
     state.err_color = wants_color(STDERR_FILENO);
     if (globals.json) {
         state.result.set("kx", 1);
         state.result.set("command", command);
         state.result.set("ok", true);
+        if (globals.dry_run) {
+            state.result.set("dry_run", true);
+        }
     }
     const MsgOutput output = {.info = library_info,
                               .warning = library_warning,
@@ -172,6 +178,9 @@ int report_end(int status) {
     bar_end();
     if (!state.told.empty()) {
         report_warning(std::exchange(state.told, ""));
+    }
+    if (state.held_off) {
+        report_done("nothing was changed (dry run)");
     }
     if (globals.json) {
         state.result.set("ok", status == 0);
@@ -203,6 +212,10 @@ int report_fail(KxError code, const std::string& text, const std::string& hint) 
     return row.status;
 }
 
+int report_fail_usage(const std::string& text) {
+    return report_fail(KxError::Usage, text, state.usage);
+}
+
 int report_interrupted(int signal, const std::string& text) {
     report_fail(KxError::Interrupted, text);
     return 128 + signal;
@@ -227,6 +240,10 @@ void report_done(const std::string& text) {
     if (!globals.quiet) {
         talk(ascii_escape(text));
     }
+}
+
+void report_held_off() {
+    state.held_off = true;
 }
 
 void report_detail(const std::string& text) {

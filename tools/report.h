@@ -39,8 +39,8 @@ enum class KxError {
 int report_status(KxError code);
 
 /// Sets the output up by the global options: to be called once they are read. `command` is the
-/// verb's name in JSON.
-void report_begin(const char* command);
+/// verb's name in JSON, `usage` the hint of report_fail_usage.
+void report_begin(const char* command, const std::string& usage = "");
 
 /// Ends the output: writes the JSON object and what is still held back. Returns the exit status:
 /// `status`, or 1 when standard output did not take everything.
@@ -51,6 +51,9 @@ int report_end(int status);
 /// "kx: error: TEXT" and, unless quiet or empty, "hint: HINT". In JSON the first failure counts.
 /// Returns the exit status of the code, to be returned by the verb.
 int report_fail(KxError code, const std::string& text, const std::string& hint = "");
+
+/// The same for a command line that has not the form of the verb's: the hint is its usage.
+int report_fail_usage(const std::string& text);
 
 /// The same for a failure of the library, with the error messages that it gave since the last call
 /// as the text; `otherwise` when it gave none. `before` is put in front, as in "demo.d64: ".
@@ -67,6 +70,9 @@ void report_warning(const std::string& text);
 
 /// What was done, one line on standard error unless quiet.
 void report_done(const std::string& text);
+
+/// For a dry run, where something would have been changed: that nothing was is said at the end.
+void report_held_off();
 
 /// What is being done: with -v, on standard error.
 void report_detail(const std::string& text);

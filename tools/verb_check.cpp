@@ -48,7 +48,7 @@ int repair(Disc& disc, Json& json) {
         return status;
     }
     report_line(ascii_escape(disc.path) + ": " + discs_count(done.count, "change"));
-    return 0;
+    return globals.dry_run ? report_status(KxError::Damaged) : 0;
 }
 
 int look(Disc& disc, Json& json) {

@@ -104,11 +104,31 @@ int block_part(const std::string& text, AddressRange& part) {
 /// The part of the file that the options name.
 int find_part(AddressRange& part) {
     std::string error;
+    if (!state.block.empty() && !state.range.empty()) {
+        return report_fail_usage("--block and --range exclude each other");
+    }
     if (!state.block.empty()) {
         return block_part(state.block, part);
     }
     if (!state.range.empty() && parse_range(state.range, nullptr, part, error) != 0) {
         return report_fail(KxError::Usage, "--range: " + error);
+    }
+    return 0;
+}
+
+/// The bytes of the part. One that the file has nothing of is a failure.
+int read_part(const AddressRange& part, std::vector<std::uint8_t>& bytes) {
+    const std::uint64_t wanted = part.end - part.first;
+    if (const int status = host_read_part(state.file, part.first, wanted, bytes)) {
+        return status;
+    }
+    const std::string file = state.file == "-" ? "standard input" : state.file;
+    const std::string what = state.block.empty() ? state.range : "block " + state.block;
+    if (bytes.empty()) {
+        return report_fail(KxError::NotFound, file + " ends before " + what);
+    }
+    if (bytes.size() < wanted) {
+        report_warning(file + " ends within " + what);
     }
     return 0;
 }
@@ -128,9 +148,7 @@ int run() {
     }
     std::vector<std::uint8_t> bytes;
     const bool whole = state.range.empty() && state.block.empty();
-    if (const int status =
-            whole ? host_read(state.file, bytes)
-                  : host_read_part(state.file, part.first, part.end - part.first, bytes)) {
+    if (const int status = whole ? host_read(state.file, bytes) : read_part(part, bytes)) {
         return status;
     }
     const std::uint64_t place = state.at.empty() ? part.first : at;

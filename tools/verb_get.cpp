@@ -19,7 +19,7 @@ namespace {
 struct State {
     std::string image;
     std::vector<std::string> names;
-    std::string directory = ".";
+    std::string directory;
     std::string output;
     bool bare = false;
     bool lower = false;
@@ -132,7 +132,7 @@ int copy_all(Disc& disc, const std::vector<int>& numbers) {
     report_json().set("image", state.image);
     report_json().set("files", std::move(files));
     if (globals.dry_run) {
-        report_done("nothing was written (dry run)");
+        report_held_off();
     }
     return status;
 }
@@ -140,6 +140,12 @@ int copy_all(Disc& disc, const std::vector<int>& numbers) {
 int run() {
     if (globals.json && state.output == "-") {
         return report_fail(KxError::Usage, "--json and -o - want the same standard output");
+    }
+    if (!state.output.empty() && !state.directory.empty()) {
+        return report_fail_usage("-C and -o exclude each other");
+    }
+    if (state.directory.empty()) {
+        state.directory = ".";
     }
     if (state.toolkit_rules) {
         return toolkit_get(state.image, state.names, state.directory, state.output, state.replace);
@@ -162,10 +168,8 @@ int run() {
         });
     }
     const int status = copy_all(disc, numbers);
-    const std::string fault = disc_info(disc).fault; // files may be missing
-    return status == 0 && state.names.empty() && !fault.empty()
-               ? report_fail(KxError::Damaged, state.image + ": " + fault, "see kx check")
-               : status;
+    const bool damaged = !disc_info(disc).fault.empty(); // files may be missing
+    return status == 0 && state.names.empty() && damaged ? discs_fail_damaged(disc) : status;
 }
 
 } // namespace

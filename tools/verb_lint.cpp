@@ -50,7 +50,7 @@ int check_rules(const std::vector<std::string>& rules) {
     return 0;
 }
 
-/// The files to be looked at, with what they hold.
+/// The files to be looked at.
 int find_files(std::vector<LintFile>& files) {
     const bool has_base = base_find_quietly();
     const std::string base = has_base ? active_config.base_dir : "";
@@ -73,13 +73,16 @@ int find_files(std::vector<LintFile>& files) {
         const bool listed = of_base || path.find("config/") != std::string::npos;
         files.push_back({of_base ? shown : word, path, base, listed, ""});
     }
-    for (LintFile& file : files) {
-        std::vector<std::uint8_t> bytes;
-        if (const int status = host_read(file.path, bytes)) {
-            return status;
-        }
-        file.text.assign(bytes.begin(), bytes.end());
+    return 0;
+}
+
+int check_file(LintFile& file, std::vector<LintFinding>& findings) {
+    std::vector<std::uint8_t> bytes;
+    if (const int status = host_read(file.path, bytes)) {
+        return status;
     }
+    file.text.assign(bytes.begin(), bytes.end());
+    lint_file(file, findings);
     return 0;
 }
 
@@ -135,8 +138,9 @@ int run() {
     if (const int status = find_files(files)) {
         return status;
     }
-    for (const LintFile& file : files) {
-        lint_file(file, findings);
+    int unread = 0; // does not keep the others from being looked at
+    for (LintFile& file : files) {
+        unread = std::max(unread, check_file(file, findings));
     }
     if (state.files.empty()) {
         check_kinds(findings);
@@ -159,7 +163,7 @@ int run() {
         report_done(discs_count(errors, "file") + " with errors, " +
                     discs_count(warnings, "warning"));
     }
-    return errors > 0 || (state.warnings == "error" && warnings > 0) ? 1 : 0;
+    return errors > 0 || (state.warnings == "error" && warnings > 0) ? 1 : unread;
 }
 
 } // namespace

@@ -45,22 +45,23 @@ bool is_scratched(const DiscEntry& entry) {
     return entry.raw_type == 0 && entry.name[0] != 0;
 }
 
-std::vector<DiscEntry> chosen_entries(Disc& disc) {
+/// A pattern that stands for no file is no failure.
+int choose_entries(Disc& disc, std::vector<DiscEntry>& chosen) {
     std::vector<int> numbers;
     for (const std::string& pattern : state.patterns) {
         std::vector<int> found;
-        if (disc_match(disc, pattern, found) == 1) {
-            numbers.insert(numbers.end(), found.begin(), found.end());
+        if (disc_match(disc, pattern, found) != 1 && disc.failure.reason != DiscReason::NoFile) {
+            return discs_fail(disc);
         }
+        numbers.insert(numbers.end(), found.begin(), found.end());
     }
-    std::vector<DiscEntry> chosen;
     std::ranges::copy_if(
         disc_entries(disc), std::back_inserter(chosen), [&](const DiscEntry& entry) {
             const bool wanted =
                 state.patterns.empty() || std::ranges::count(numbers, entry.number) > 0;
             return wanted && (entry.raw_type != 0 || (state.all && is_scratched(entry)));
         });
-    return chosen;
+    return 0;
 }
 
 /// As a C-64 shows it: blocks, name, "*" for a file that was never closed, type, "<" for a lock.
@@ -77,35 +78,35 @@ std::string entry_line(Disc& disc, const DiscEntry& entry) {
                                       (entry.locked ? mark(true, "<") : "");
     if (state.long_form) {
         const DiscChain chain = disc_chain(disc, entry.number);
-        line +=
-            text_printf("%s  $%02X  %2d/%-2d  %6lld bytes", entry.locked ? "" : " ", entry.raw_type,
-                        entry.start.track, entry.start.sector, static_cast<long long>(chain.bytes));
+        line += text_printf("%s  $%02X  %2d/%-2d  %6lld byte%s", entry.locked ? "" : " ",
+                            entry.raw_type, entry.start.track, entry.start.sector,
+                            static_cast<long long>(chain.bytes), chain.bytes == 1 ? " " : "s");
         line += chain.fault.empty() ? "" : "  " + ascii_escape(chain.fault);
     }
     return line;
 }
 
+/// A character for each sector of the track.
+std::string map_text(const Disc& disc, int track) {
+    std::string text;
+    for (int sector = 0; sector < disc_sectors(track); sector++) {
+        text += disc_is_free(disc, track, sector) ? '.' : '*';
+    }
+    return text;
+}
+
 void print_map(const Disc& disc, const DiscInfo& info) {
     for (int track = 1; track <= info.tracks; track++) {
-        std::string line = text_printf("%2d  ", track);
-        int free = 0;
-        for (int sector = 0; sector < disc_sectors(track); sector++) {
-            const bool is_free = disc_is_free(disc, track, sector);
-            line += is_free ? '.' : '*';
-            free += is_free ? 1 : 0;
-        }
-        line.resize(4 + 22, ' ');
-        report_line(line + text_printf("%2d free", free));
+        const std::string text = map_text(disc, track);
+        report_line(text_printf("%2d  %-22s%2d free", track, text.c_str(),
+                                static_cast<int>(std::ranges::count(text, '.'))));
     }
 }
 
 void fill_json(Disc& disc, const DiscInfo& info, const std::vector<DiscEntry>& entries) {
-    const auto trimmed = [](std::string text) {
-        return text.erase(text.find_last_not_of(' ') + 1);
-    };
     Json& json = report_json();
     json.set("image", state.image);
-    json.set("name", trimmed(info.name_text));
+    json.set("name", discs_trimmed(info.name_text));
     json.set("id", info.id_text);
     json.set("dos", info.dos_text);
     json.set("tracks", info.tracks);
@@ -114,11 +115,21 @@ void fill_json(Disc& disc, const DiscInfo& info, const std::vector<DiscEntry>& e
     for (const DiscEntry& entry : entries) {
         Json each = discs_entry_json(entry);
         if (state.long_form) {
-            each.set("bytes", disc_chain(disc, entry.number).bytes);
+            const DiscChain chain = disc_chain(disc, entry.number);
+            each.set("raw_type", entry.raw_type);
+            each.set("bytes", chain.bytes);
+            each.set("fault", chain.fault);
         }
         array.append(std::move(each));
     }
     json.set("entries", std::move(array));
+    if (state.map) {
+        Json map = Json::array();
+        for (int track = 1; track <= info.tracks; track++) {
+            map.append(map_text(disc, track));
+        }
+        json.set("map", std::move(map));
+    }
 }
 
 void print_listing(Disc& disc, const DiscInfo& info, const std::vector<DiscEntry>& entries) {
@@ -154,7 +165,10 @@ int run() {
         disc_set_charset(disc, true);
     }
     const DiscInfo info = disc_info(disc);
-    const std::vector<DiscEntry> entries = chosen_entries(disc);
+    std::vector<DiscEntry> entries;
+    if (const int status = choose_entries(disc, entries)) {
+        return status;
+    }
     if (globals.json) {
         fill_json(disc, info, entries);
     } else if (state.map) {
@@ -167,7 +181,7 @@ int run() {
         print_listing(disc, info, entries);
     }
     if (!info.fault.empty()) {
-        return report_fail(KxError::Damaged, state.image + ": " + info.fault, "see kx check");
+        return discs_fail_damaged(disc);
     }
     return state.patterns.empty() || !entries.empty() ? 0 : report_status(KxError::NotFound);
 }

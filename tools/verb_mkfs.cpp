@@ -23,7 +23,7 @@ constexpr Option options[] = {
     {"[FILE...]", &state.files, "", "what goes onto it, as for put"},
     {"-N,--name", &state.label.name, "NAME", "the disc's name (the file's)"},
     {"-I,--id", &state.label.id, "ID", "two characters (00)"},
-    {"--tracks", &state.tracks, "35|40|42", "tracks of the disc"},
+    {"--tracks", &state.tracks, "35|40|42", "tracks of the disc (35)"},
     {"-f,--force", &state.replace, "", "replace a file that is there"},
 };
 

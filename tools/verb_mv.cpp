@@ -46,7 +46,7 @@ int rename_file(Disc& disc, const std::string& old_name, const std::string& new_
 
 int run() {
     if (state.names.size() != 2 && (state.label.empty() || !state.names.empty())) {
-        return report_fail(KxError::Usage, "OLD and NEW, or --label, are needed");
+        return report_fail_usage("OLD and NEW, or --label, are needed");
     }
     Disc disc;
     if (const int status = discs_open(disc, state.image, DiscAccess::Change)) {
@@ -65,8 +65,11 @@ int run() {
         if (const int status = discs_set_label(disc, label)) {
             return status;
         }
-        state.done.push_back(disc.path + ": the disc is now \"" + disc_info(disc).name_text +
-                             "\" " + disc_info(disc).id_text);
+        const DiscInfo info = disc_info(disc);
+        report_json().set("name", discs_trimmed(info.name_text));
+        report_json().set("id", info.id_text);
+        state.done.push_back(disc.path + ": the disc is now \"" + info.name_text + "\" " +
+                             info.id_text);
     }
     if (const int status = discs_commit(disc)) {
         return status;

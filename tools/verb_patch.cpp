@@ -31,7 +31,7 @@ State state;
 constexpr Option options[] = {
     {"[FILE]", &state.file, "", "a program; a .prg begins with its load address"},
     {"-o,--output", &state.output, "FILE", "write the patched program there"},
-    {"-i,--in-place", &state.in_place, "", "write it over FILE, and keep FILE.orig"},
+    {"-i,--in-place", &state.in_place, "", "write it over FILE, and keep what it was as FILE.orig"},
     {"-f,--force", &state.replace, "", "replace a file that is there, also FILE.orig"},
     {"--name", &state.names, "SECTION",
      "apply this patch; may come again (those listed as automatic)"},
@@ -46,6 +46,10 @@ int find_patch_file() {
     }
     if (state.patches.empty()) {
         state.patches = active_config.patch_file;
+    }
+    if (state.patches.ends_with('/')) { // the base directory alone
+        return report_fail(KxError::BadConfig, document.file_name + ": it names no patch file",
+                           "--patches FILE names one");
     }
     return 0;
 }
@@ -113,9 +117,12 @@ int check_output(const std::vector<std::uint8_t>& before) {
 
 int write_result(const std::vector<std::uint8_t>& before, const std::vector<std::uint8_t>& after) {
     const std::string path = state.in_place ? state.file : state.output;
-    if (path.empty() || globals.dry_run) {
-        report_done(globals.dry_run ? "nothing was written (dry run)"
-                                    : "nothing was written: give -o FILE or -i");
+    if (path.empty()) {
+        report_done("nothing was written: give -o FILE or -i");
+        return 0;
+    }
+    if (globals.dry_run) {
+        report_held_off();
         return 0;
     }
     if (state.in_place && !is_kept(before)) {
@@ -157,7 +164,7 @@ int patch_file() {
 
 int run() {
     if (state.list ? !state.file.empty() : state.file.empty()) {
-        return report_fail(KxError::Usage, state.list ? "--list takes no FILE" : "FILE is missing");
+        return report_fail_usage(state.list ? "--list takes no FILE" : "FILE is missing");
     }
     if (state.in_place && !state.output.empty()) {
         return report_fail(KxError::Usage, "-i and -o exclude each other");

@@ -41,8 +41,9 @@ int run() {
     }
     Disc disc;
     const bool create = state.create && access(state.image.c_str(), F_OK) != 0;
-    if (const int status = create ? discs_create(disc, state.image, {})
-                                  : discs_open(disc, state.image, DiscAccess::Change)) {
+    if (const int status =
+            create ? discs_create(disc, state.image, {})
+                   : discs_open(disc, state.image, DiscAccess::Change, "--create makes it")) {
         return status;
     }
     std::vector<int> written;

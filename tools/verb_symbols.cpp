@@ -2,6 +2,7 @@
 #include "core/active_config.h"
 #include "core/config/config.h"
 #include "tools/base.h"
+#include "tools/discs.h"
 #include "tools/global.h"
 #include "tools/host.h"
 #include "tools/parse.h"
@@ -107,10 +108,9 @@ void list(const Symbols& symbols) {
     }
     report_json().set("symbols", std::move(array));
     for (const SymEntry* symbol : symbols) {
-        report_line(ascii_escape(
-            text_printf("%-11s  %-*s  %-4s%s%s", place_text(*symbol).c_str(),
-                        static_cast<int>(width), symbol->name.c_str(), access_text(*symbol).c_str(),
-                        symbol->comment.empty() ? "" : "  ", symbol->comment.c_str())));
+        report_line(ascii_escape(discs_trimmed(text_printf(
+            "%-11s  %-*s  %-4s  %s", place_text(*symbol).c_str(), static_cast<int>(width),
+            symbol->name.c_str(), access_text(*symbol).c_str(), symbol->comment.c_str()))));
     }
 }
 
@@ -151,6 +151,10 @@ int tell_address(const SymTable* table) {
 }
 
 int run() {
+    const std::string* const wishes[] = {&state.at, &state.find, &state.to};
+    if (std::ranges::count_if(wishes, [](const std::string* wish) { return !wish->empty(); }) > 1) {
+        return report_fail_usage("--at, --find and --to exclude each other");
+    }
     const SymbolSet set;
     if (state.files.empty()) {
         if (const int status = read_target(set.table)) {

@@ -9,6 +9,7 @@
 #include "ui/col.h"
 #include "ui/con.h"
 #include "ui/view.h"
+#include "util/ascii.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -43,6 +44,17 @@ void load_colours() {
     }
 }
 
+/// For a terminal that no screen can be drawn on.
+int print(const std::string& file) {
+    std::vector<std::uint8_t> bytes;
+    if (const int status = host_read(file, bytes)) {
+        return status;
+    }
+    const std::string text(bytes.begin(), bytes.end());
+    std::fputs(ascii_escape(text, "\n\t").c_str(), stdout);
+    return 0;
+}
+
 int show(const std::string& file, int line) {
     ViewPane pane;
     pane.first = line;
@@ -57,7 +69,7 @@ int show(const std::string& file, int line) {
     std::setlocale(LC_CTYPE, "");
     load_colours();
     if (con_open() != 1) {
-        return host_copy(file);
+        return print(file);
     }
     view_run(pane, source, nullptr, nullptr);
     con_close();
@@ -67,19 +79,20 @@ int show(const std::string& file, int line) {
 int run() {
     std::string file = "-", error;
     std::uint64_t line = 1;
+    globals.json = false; // what is looked at is text
     for (const std::string& word : state.words) {
         if (word.starts_with('+')) {
             if (parse_number(word.substr(1), 1'000'000'000, line, error) != 0) {
                 return report_fail(KxError::Usage, "+N: " + error);
             }
         } else if (file != "-") {
-            return report_fail(KxError::Usage, "'" + word + "' is one argument too many");
+            return report_fail_usage("'" + word + "' is one argument too many");
         } else {
             file = word;
         }
     }
     if (file == "-" && isatty(STDIN_FILENO) != 0) {
-        return report_fail(KxError::Usage, "FILE is missing");
+        return report_fail_usage("FILE is missing");
     }
     if (isatty(STDOUT_FILENO) == 0) {
         return host_copy(file);
