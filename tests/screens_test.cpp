@@ -57,12 +57,12 @@ TEST(Screens, InTheDocumentsAreWhatTheProgramsShow) {
     options.env["PATH"] = fs::path(KX_COMMAND).parent_path().string() + ":" + std::getenv("PATH");
     run_program({KX_COMMAND, "mkfs", "demo.d64", "-N", "MY DISK", "-I", "AB", "hello.prg"},
                 options);
-    for (const auto& [caption, prefix, first, keys, last, in_readme] : screens) {
-        Terminal terminal(prefix.empty() ? 80 : 160, 20);
-        terminal.spawn({"sh", "-c", prefix + caption}, options);
-        terminal.wait_for(first);
-        terminal.type(keys);
-        terminal.wait_for(last);
+    for (const auto& screen : screens) {
+        Terminal terminal(screen.prefix.empty() ? 80 : 160, 20);
+        terminal.spawn({"sh", "-c", screen.prefix + screen.caption}, options);
+        terminal.wait_for(screen.first);
+        terminal.type(screen.keys);
+        terminal.wait_for(screen.last);
         const auto is_shown = [&] {
             std::string shown = terminal.screen();
             for (const auto& [from, to] : {std::pair<std::string, std::string>{"^\n+|\n+$", ""},
@@ -70,8 +70,8 @@ TEST(Screens, InTheDocumentsAreWhatTheProgramsShow) {
                                            {dir.path(), "/home/you/c64"}}) {
                 shown = std::regex_replace(shown, std::regex(from), to);
             }
-            const bool in_document = fits("/doc/screens.md", caption, shown);
-            return (!in_readme || fits("/README.md", caption, shown)) && in_document;
+            const bool in_document = fits("/doc/screens.md", screen.caption, shown);
+            return (!screen.in_readme || fits("/README.md", screen.caption, shown)) && in_document;
         };
         terminal.wait_until(is_shown, "the documents' picture, else see script/screens");
     }
