@@ -2,6 +2,9 @@
 # it: the licence in a file called copyright, manual pages and change log compressed without the date
 # of the packaging, a change log of the packaging as well, what lintian is to put up with, and
 # folders that everybody can enter whatever the packager's umask.
+if(NOT CPACK_GENERATOR STREQUAL DEB)
+  return() # the sources
+endif()
 set(root ${CPACK_TEMPORARY_INSTALL_DIRECTORY})
 set(doc ${root}/programs/usr/share/doc)
 file(RENAME ${doc}/kx/LICENSE ${doc}/kx/copyright)

@@ -21,7 +21,11 @@ if [ "$kind" = prefix ]; then
     cmake --build "$build" --target uninstall >log 2>&1 || fail "uninstall: $(cat log)"
     [ ! -e first ] || fail "left behind: $(find first)"
 else
-    (cd "$build" && cpack -B "$work") >log 2>&1 || fail "cpack: $(cat log)"
+    (cd "$build" && cpack -B "$work" && cpack --config CPackSourceConfig.cmake -B "$work") >log 2>&1 ||
+        fail "cpack: $(cat log)"
+    tar tf kx-*.tar.xz | sed 's|[^/]*/||' | sort >log
+    (cd "$source" && git ls-files 2>/dev/null) | sort | comm -13 log - >missing
+    [ -s log ] && [ ! -s missing ] || fail "the sources lack $(head -3 missing)"
     mkdir -p root/var/lib/dpkg/updates root/var/lib/dpkg/info
     touch root/var/lib/dpkg/status
     PATH=$PATH:/usr/sbin:/sbin fakeroot dpkg --root="$work/root" --log=/dev/null --force-depends \
