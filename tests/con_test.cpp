@@ -229,11 +229,32 @@ TEST(Con, LineModeTakesKeysAsTheyAreTypedAndShowsTextAtOnce) {
         while (con_kbhit() == 0) {
             con_idle(10);
         }
-        return con_getkey();
+        const int key = con_getkey();
+        return con_kbhit() == 0 ? key : 0;
     });
     terminal.wait_for("prompt");
-    terminal.type("x");
+    terminal.type("xy"); // what is typed ahead is lost
     EXPECT_EQ(terminal.wait_exit(), 'x');
+}
+
+TEST(Con, DrainingTakesAllKeysThatWait) {
+    for (const bool screen : {true, false}) {
+        Terminal terminal(40, 10);
+        terminal.run([&] {
+            screen ? con_open() : (con_rawmode(), 0);
+            con_printf("ready");
+            con_refresh();
+            con_idle(60000);
+            con_drain();
+            con_printf("drained");
+            return con_getkey();
+        });
+        terminal.wait_for("ready");
+        terminal.type("abc\033OP");
+        terminal.wait_for("drained");
+        terminal.type("x");
+        EXPECT_EQ(terminal.wait_exit(), 'x') << screen;
+    }
 }
 
 TEST(Con, DrainingEndsWhereInputNeverDoes) {

@@ -88,20 +88,27 @@ TEST_F(D64, ListsAndPrintsInfo) {
     put(disc, at(18, 1, 34), slot(0xC1, 1, 12, "A/B\x02\xC1", 300)); // what ASCII lacks
     put(disc, at(18, 1, 66), slot(0, 3, 3, "GONE", 7));
     put(disc, at(18, 1, 7 * 32 + 2), slot(0x0F, 0, 0, "SIXTEEN LETTERS!", 0));
+    put(disc, at(2, 9, 2 * 32 + 2), slot(0x83, 0, 0, "TEN", 0));
+    put(disc, at(2, 9, 3 * 32 + 2), slot(0x84, 0, 0, "ELEVEN", 0));
     open(disc);
     EXPECT_EQ(list(), "......+. 17: 0 prg       4 HELLO WORLD\n"
                       ".<.....+  1:12 seq     300 A/B..\n"
                       "*.......  3: 3 del       7 GONE\n"
                       "*...++++  0: 0 1111       0 SIXTEEN LETTERS!\n"
+                      "......++  0: 0 usr       0 TEN\n"
+                      ".....+..  0: 0 rel       0 ELEVEN\n"
                       "......+. 17: 0 prg       1 LAST\n");
     d64_ls_style = 1;
     EXPECT_EQ(extract("02.GONE.del"), "(none)");
-    EXPECT_EQ(extract("10"), "");
+    EXPECT_EQ(extract("0A"), "(none)");
+    EXPECT_EQ(extract("0a"), "");
     const std::string start = "-rw-rw-rw-   1 root     root        ";
     EXPECT_EQ(list(), start + " 1016 Jan 1 12:00 00.HELLO WORLD.prg\n" +           //
                           start + "76200 Jan 1 12:00 01.A_B__.seq\n" +             //
                           start + " 1778 Jan 1 12:00 02.GONE.del\n" +              //
                           start + "    0 Jan 1 12:00 07.SIXTEEN LETTERS!.1111\n" + //
+                          start + "    0 Jan 1 12:00 0a.TEN.usr\n" +               //
+                          start + "    0 Jan 1 12:00 0b.ELEVEN.rel\n" +            //
                           start + "  254 Jan 1 12:00 10.LAST.prg\n");
     const std::string info = printed(d64_print_info);
     EXPECT_THAT(info, HasSubstr("disc name   : WORK DISC       \n"
@@ -114,6 +121,7 @@ TEST_F(D64, ListsAndPrintsInfo) {
                                 "   12345678901234567890123456789012345 6789012\n"
                                 "\n"
                                 " 0 .................*................. *******\n"));
+    EXPECT_THAT(info, HasSubstr("\n20 ................." + std::string(26, ' ') + "\n"));
     d64_dos_mode = 1; // a drive shows no scratched files
     EXPECT_THAT(list(), testing::Not(HasSubstr("GONE")));
 }
@@ -445,7 +453,8 @@ TEST_F(D64, FrontEndSaysWhatItCannotDo) {
     EXPECT_EQ(fs::file_size("raw"), 81);
     testing::internal::CaptureStdout();
     EXPECT_EQ(imgfile_getrawimg(image, "whole", 0, 0), 1);
-    EXPECT_THAT(testing::internal::GetCapturedStdout(), HasSubstr("[ok]"));
+    EXPECT_THAT(testing::internal::GetCapturedStdout(),
+                HasSubstr("extracting 'whole' (offs:00000000 len:174848)... [ok]"));
     EXPECT_EQ(fs::file_size("whole"), 174848); // whatever the tracks
     testing::internal::CaptureStderr();
     EXPECT_EQ(imgfile_getrawimg(image, "raw", 196600, 9), -1); // the image ends

@@ -284,6 +284,7 @@ TEST_F(DiscTest, DeletesOnlyWhatIsTheFilesOwn) {
     for (const char* blocks : {"\2", "\3"}) {
         put(rel, at(18, 1, 30), blocks);
         open(rel);
+        EXPECT_EQ(lines(disc_check), "") << +blocks[0];
         EXPECT_EQ(disc_delete(disc, 0, false), 1) << disc.failure.text;
         EXPECT_EQ(disc_info(disc).blocks_free, 664);
         EXPECT_EQ(write("NEXT", "x"), 1); // whose slot has nothing of the old file's

@@ -160,6 +160,7 @@ TEST_F(Setup, WhatTheMainFileNamesIsInForceAtTheStart) {
     base.dir.write("kx.ini", "[colors]\ndefault=col_red\n[targets]\ndefault=refused\n"
                              "[charsets]\ndefault=mine\n");
     Terminal terminal(80, 25);
+    terminal.type(F1); // before there is a menu
     start(terminal);
     EXPECT_EQ(terminal.looks({{27, 11}}), "1/0");
     leave(terminal);

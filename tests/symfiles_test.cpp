@@ -75,9 +75,10 @@ TEST_F(Symbols, AreFoundByAddress) {
 }
 
 TEST_F(Symbols, ANameStandsForOneSymbolThatKeepsItsBucket) {
-    SymEntry* start = sym_add(table, 0x1000, 0, 0, "start", "old", 0);
+    SymEntry* start = sym_add(table, 0x1000, 0x10FF, 1, "start", "old", SYM_READ);
     EXPECT_EQ(sym_add(table, 0x2004, 0, 3, "start", nullptr, SYM_CODE), start);
     EXPECT_EQ(start->comment, "");
+    EXPECT_EQ(start->end, 0U);
     EXPECT_EQ(start->bank, 3U);
     EXPECT_EQ(start->flags, SYM_CODE);
     EXPECT_EQ(sym_find_addr(table, 0x2004, 0, 0), nullptr) << "not moved to its new bucket";
