@@ -256,6 +256,10 @@ void take_file(const char* argument) {
 
 } // namespace
 
+void command_line_reset() {
+    command_line = {};
+}
+
 bool command_line_early_verbose(int argc, char** argv) {
     return argc > 1 && (std::strcmp(argv[1], "--verbose") == 0 || std::strcmp(argv[1], "-v") == 0);
 }

@@ -18,6 +18,9 @@ struct CommandLine {
 };
 extern CommandLine command_line;
 
+/// As before the options.
+void command_line_reset();
+
 /// Whether the first argument asks for verbose mode: checked before anything is loaded.
 bool command_line_early_verbose(int argc, char** argv);
 

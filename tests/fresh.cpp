@@ -29,31 +29,19 @@
 namespace kx {
 namespace {
 
-void forget_symbols() {
-    sym_table_free(sym_store);
-}
-
-void forget_clocks() {
-    clock_set_source(nullptr);
-    clock_wall_set_source(nullptr);
-}
-
-void forget_command_line() {
-    command_line = {};
-}
-
 class Fresh : public testing::EmptyTestEventListener {
     void OnTestStart(const testing::TestInfo&) override {
         for (void (*reset)() :
-             {msg_reset,           con_reset,           col_reset,     view_reset,
-              ini_reset,           file_reset,          forget_clocks, forget_symbols,
-              port_reset,          serial_reset,        stub_reset,    rate_reset,
-              mem_reset,           image_reset,         patch_reset,   charset_reset,
-              sim_shutdown,        membank_free_all,    d64_reset,     file_loaded_reset,
-              fileserver_reset,    debug_console_reset, config_reset,  program_reset,
-              active_config_reset, forget_command_line}) {
+             {msg_reset,           con_reset,    col_reset,         view_reset,
+              ini_reset,           file_reset,   clock_reset,       port_reset,
+              serial_reset,        stub_reset,   rate_reset,        mem_reset,
+              image_reset,         patch_reset,  charset_reset,     sim_shutdown,
+              membank_free_all,    d64_reset,    file_loaded_reset, fileserver_reset,
+              debug_console_reset, config_reset, program_reset,     command_line_reset,
+              active_config_reset}) {
             reset();
         }
+        sym_table_free(sym_store);
     }
 };
 

@@ -61,11 +61,11 @@ TEST_P(Signals, EndItWithTerminalAndLineAsTheyWereFound) {
     std::filesystem::copy(KX_SOURCE_DIR "/base", dir.file("base"),
                           std::filesystem::copy_options::recursive);
     dir.write("text", "a line of text\n");
-    dir.write("game.prg", "\x01\x08" + std::string(40000, 'x'));
+    dir.write("game.prg", "\x01\x08" + std::string(60000, 'x'));
     for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGCONT, HANG_UP}) {
         SCOPED_TRACE(testing::Message() << row.what << ", signal " << number);
         FakeSettings slow;
-        slow.baud = 38400;
+        slow.baud = 200000;
         test::FakeThread fake(slow);
         std::vector<std::string> argv = row.argv;
         std::ranges::replace(argv, std::string("PORT"), fake.device());

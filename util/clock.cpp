@@ -45,6 +45,10 @@ void clock_wall_set_source(std::uint32_t (*source)()) {
     state.wall = source != nullptr ? source : system_ms;
 }
 
+void clock_reset() {
+    state = {};
+}
+
 void wall_timer_start(WallTimer& timer) {
     timer.start = timer.last = clock_wall_ms();
 }

@@ -16,6 +16,9 @@ std::uint32_t clock_wall_ms();
 void clock_set_source(std::uint32_t (*source)());
 void clock_wall_set_source(std::uint32_t (*source)());
 
+/// The real clocks again.
+void clock_reset();
+
 struct WallTimer {
     std::uint32_t start = 0;
     std::uint32_t last = 0; // the last time read
