@@ -324,9 +324,10 @@ std::string make_image(FuzzedDataProvider& input) {
         made[tracks] = get("a.d64");
     }
     std::string image = made[tracks];
-    while (input.ConsumeBool()) { // blocks of A and B, header, map and directory
-        const std::size_t block = input.PickValueInArray({336U, 346U, 337U, 357U, 358U, 361U});
-        image[256 * block + input.ConsumeIntegral<std::uint8_t>()] = input.ConsumeIntegral<char>();
+    while (input.ConsumeBool()) { // first and next block of A, first of B, map, their slots
+        const std::size_t at =
+            input.PickValueInArray({0x15000U, 0x15A00U, 0x15100U, 0x16540U, 0x16600U, 0x16620U});
+        image[at + input.ConsumeIntegral<std::uint8_t>() % 32] = input.ConsumeIntegral<char>();
     }
     image.resize(image.size() - (input.ConsumeBool() ? input.ConsumeIntegral<std::uint16_t>() : 0));
     return image;
@@ -416,11 +417,11 @@ void servers(FuzzedDataProvider& input) {
     active_config.fileserver_read_only = input.ConsumeBool();
     active_config.fileserver_open_match = input.ConsumeBool();
     active_config.fileserver_translate_save = input.ConsumeBool();
-    const std::string other = std::filesystem::absolute("outside");
-    put("outside/secret", "of nobody's business");
-    put("root/sub/b.seq", "b");
-    put("root/game.prg", "\x01\x08xy");
-    std::filesystem::create_directory_symlink("../outside", "root/out");
+    const std::string other = std::filesystem::absolute("0");
+    put("0/1", "of nobody's business"); // digits, which PETSCII has as well
+    put("root/2/3", "b");
+    put("root/4", "\x01\x08xy");
+    std::filesystem::create_directory_symlink("../0", "root/5");
     const auto outside = tree(other);
     root = tree(active_config.fileserver_root);
     fileserver_set_event([](const FileserverEvent& event) {
