@@ -17,6 +17,7 @@ test_packages=(libgtest-dev libgmock-dev libvterm-dev ncurses-term cc65 cc1541 c
 check_packages=(clang-format clang-tidy shellcheck)
 bench_packages=(libbenchmark-dev libinih-dev libsimpleini-dev)
 fuzz_packages=(clang libclang-rt-14-dev)
+valgrind_packages=(valgrind bsdutils)
 
 # Runs a command; what it prints is shown only when it fails.
 quietly() {
