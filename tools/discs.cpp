@@ -259,12 +259,15 @@ int discs_set_label(Disc& disc, const DiscsLabel& label) {
 }
 
 int discs_create(Disc& disc, const std::string& path, const DiscsFormat& format) {
+    if (const int status = host_may_write(path, format.replace)) {
+        return status;
+    }
     DiscFormat made;
     made.tracks = format.tracks;
     made.replace = format.replace;
     made.name.fill(DISC_PADDING);
     if (disc_create(disc, path, made) != 1) {
-        return discs_fail(disc, disc.failure.reason == DiscReason::Exists ? "-f replaces it" : "");
+        return discs_fail(disc);
     }
     DiscsLabel label = format.label;
     if (label.name.empty()) {

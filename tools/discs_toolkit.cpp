@@ -9,9 +9,11 @@
 #include "tools/global.h"
 #include "tools/host.h"
 #include "tools/report.h"
+#include "util/fd.h"
 
 #include <algorithm>
-#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
 #include <functional>
 #include <unistd.h>
 
@@ -35,8 +37,27 @@ int load_charsets() {
     return 0;
 }
 
-/// Runs `work` with the image open; it gives the library's 1 or -1, or 0 after a failure to write a
-/// host file that has been reported.
+/// Keeps what the library says on standard output, of every entry that it writes, from the data.
+class Quiet {
+public:
+    Quiet() : out_(dup(STDOUT_FILENO)) {
+        std::fflush(stdout);
+        const Fd nothing(open("/dev/null", O_WRONLY | O_CLOEXEC));
+        dup2(nothing.get(), STDOUT_FILENO);
+    }
+    ~Quiet() {
+        std::fflush(stdout);
+        dup2(out_.get(), STDOUT_FILENO);
+    }
+    Quiet(const Quiet&) = delete;
+    Quiet& operator=(const Quiet&) = delete;
+
+private:
+    Fd out_;
+};
+
+/// Runs `work` with the image open; it gives the library's 1 or -1, or 0 after a failure that has
+/// been reported, all of which have one exit status.
 int with_image(const std::string& path, bool writing,
                const std::function<int(ImageHandle& image)>& work) {
     if (globals.dry_run) {
@@ -46,16 +67,40 @@ int with_image(const std::string& path, bool writing,
     if (const int status = load_charsets()) {
         return status;
     }
+    report_json().set("image", path);
     ImageHandle image;
     if (image_open(image, path, false, writing) != 1) {
         return report_fail_library(KxError::HostFile, "", path + ": cannot be opened");
     }
+    const Quiet quiet;
     const int result = work(image);
     image_close(image);
     if (result == 0) {
         return report_status(KxError::HostFile);
     }
     return result == 1 ? 0 : report_fail_library(KxError::HostFile, path + ": ", "failed");
+}
+
+/// Looks for the names as the library does. False, reported, when one is none or, unless
+/// `locked_too`, of a locked file: the library itself minds no locks.
+bool have_files(const ImageHandle& image, const std::string& path,
+                const std::vector<std::string>& names, bool locked_too) {
+    Disc disc;
+    disc.image = image;
+    for (const std::string& name : names) {
+        const auto entry = std::ranges::find_if(disc_entries(disc), [&](const DiscEntry& each) {
+            return each.type != 0 && each.text == name;
+        });
+        if (entry == disc_entries(disc).end()) {
+            report_fail(KxError::NotFound, path + ": there is no file '" + name + "'");
+            return false;
+        }
+        if (entry->locked && !locked_too) {
+            report_fail(KxError::Locked, path + ": '" + name + "' is locked", "-f takes it, too");
+            return false;
+        }
+    }
+    return true;
 }
 
 /// Where the named files go, or all that the image has.
@@ -84,6 +129,9 @@ int toolkit_get(const std::string& image_path, const std::vector<std::string>& n
     }
     return with_image(image_path, false, [&](ImageHandle& image) {
         const std::vector<std::string> paths = host_paths(image, names, directory, output);
+        if (!have_files(image, image_path, names, true)) {
+            return 0;
+        }
         if (std::ranges::any_of(paths, [&](const std::string& path) {
                 return host_may_write(path, replace) != 0;
             })) {
@@ -109,6 +157,10 @@ int toolkit_put(const std::string& image_path, const std::vector<std::string>& f
     }
     return with_image(image_path, true, [&](ImageHandle& image) {
         for (const std::string& file : files) {
+            std::vector<std::uint8_t> head;
+            if (host_read_part(file, 0, 1, head) != 0) {
+                return 0;
+            }
             std::string own = host_name(file);
             own.erase(host_ending(file) == "prg" ? own.size() - 4 : own.size());
             if (imgfile_write_file(image, file, name.empty() ? own : name) != 1) {
@@ -120,8 +172,12 @@ int toolkit_put(const std::string& image_path, const std::vector<std::string>& f
     });
 }
 
-int toolkit_rm(const std::string& image_path, const std::vector<std::string>& names) {
+int toolkit_rm(const std::string& image_path, const std::vector<std::string>& names,
+               bool locked_too) {
     return with_image(image_path, true, [&](ImageHandle& image) {
+        if (!have_files(image, image_path, names, locked_too)) {
+            return 0;
+        }
         for (const std::string& name : names) {
             if (imgfile_delete_file(image, name) != 1) {
                 return -1;

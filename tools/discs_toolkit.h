@@ -17,6 +17,7 @@ int toolkit_get(const std::string& image, const std::vector<std::string>& names,
 int toolkit_put(const std::string& image, const std::vector<std::string>& files,
                 const std::string& name);
 
-int toolkit_rm(const std::string& image, const std::vector<std::string>& names);
+/// Of a locked one none is scratched without `locked_too`.
+int toolkit_rm(const std::string& image, const std::vector<std::string>& names, bool locked_too);
 
 } // namespace kx

@@ -147,6 +147,9 @@ int run() {
     if (state.directory.empty()) {
         state.directory = ".";
     }
+    if (state.toolkit_rules && (state.bare || state.lower)) {
+        return report_fail_usage("--toolkit-rules has names of its own: no --bare, no --lower");
+    }
     if (state.toolkit_rules) {
         return toolkit_get(state.image, state.names, state.directory, state.output, state.replace);
     }

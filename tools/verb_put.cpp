@@ -36,8 +36,13 @@ constexpr Option options[] = {
 };
 
 int run() {
+    const DiscsPut& how = state.how;
+    if (state.toolkit_rules &&
+        (how.replace || how.lock || how.cut || state.create || !how.type.empty())) {
+        return report_fail_usage("--toolkit-rules goes with --name alone");
+    }
     if (state.toolkit_rules) {
-        return toolkit_put(state.image, state.files, state.how.name);
+        return toolkit_put(state.image, state.files, how.name);
     }
     Disc disc;
     const bool create = state.create && access(state.image.c_str(), F_OK) != 0;
@@ -47,7 +52,7 @@ int run() {
         return status;
     }
     std::vector<int> written;
-    if (const int status = discs_put(disc, state.files, state.how, written)) {
+    if (const int status = discs_put(disc, state.files, how, written)) {
         return status;
     }
     if (const int status = discs_commit(disc)) {

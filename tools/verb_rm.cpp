@@ -28,7 +28,7 @@ constexpr Option options[] = {
 
 int run() {
     if (state.toolkit_rules) {
-        return toolkit_rm(state.image, state.names);
+        return toolkit_rm(state.image, state.names, state.locked_too);
     }
     Disc disc;
     std::vector<int> numbers;
