@@ -1,10 +1,6 @@
 // The kx command as its users run it: lines for a shell, in a directory of their own, and what they
 // print. cc1541, cbmconvert and jq are the witnesses.
-#include "tests/support/temp_dir.h"
-#include "tests/support/terminal.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "tests/support/kx_shell.h"
 
 namespace kx::test {
 
@@ -20,23 +16,7 @@ struct Line {
     std::string out, err;
 };
 
-struct KxTest : testing::Test {
-    TempDir dir;
-
-    /// What a shell prints that finds kx. There is no base directory but the shipped one, as
-    /// "base".
-    Outcome shell(const std::string& command) const {
-        const std::string bin =
-            std::string(KX_COMMAND).substr(0, std::string(KX_COMMAND).rfind('/'));
-        return run_program({"/bin/sh", "-c", "PATH=" + bin + ":$PATH; " + command},
-                           {.env = {{"HOME", "/nonexistent"},
-                                    {"XDG_DATA_HOME", ""},
-                                    {"KXPATH", ""},
-                                    {"NO_COLOR", ""},
-                                    {"base", std::string(KX_SOURCE_DIR) + "/base"}},
-                            .cwd = dir.path()});
-    }
-
+struct KxTest : KxShell {
     /// Each line after the one before it, in the same directory.
     void check(const std::vector<Line>& lines) const {
         for (const Line& line : lines) {
@@ -57,28 +37,17 @@ TEST_F(KxTest, WrongCommandLinesSayWhatIsMeant) {
         {"kx lss", 2, "",
          "kx: error: there is no command 'lss'; did you mean 'ls'?\nhint: kx --help lists them\n"},
         {"kx help help | head -1", 0, "usage: kx [options] COMMAND [arguments]\n", ""},
-        {"kx help ls more", 2, "",
-         "kx: error: 'more' is one argument too many\nhint: usage: kx help [COMMAND]\n"},
         {"kx lss --json 2>/dev/null | jq .ok; kx --version --json", 0, "false\nkx 0.2\n", ""},
-        {"kx -q lss", 2, "", "kx: error: there is no command 'lss'; did you mean 'ls'?\n"},
         {"kx ls", 2, "", "kx: error: IMAGE is missing\n" + usage},
         {"kx ls --lnog a", 2, "",
          "kx: error: unknown option '--lnog'; did you mean '--long'?\n" + usage},
         {"kx ls --long=1 a", 2, "", "kx: error: --long takes no value\n" + usage},
-        {"kx --color=blue ls a", 2, "",
-         "kx: error: --color takes auto|always|never, not 'blue'\n" + usage},
-        {"kx ls a --timeout 0", 2, "",
-         "kx: error: '0' is no number of seconds from 0.1 to 600\n" + usage},
         {"kx ls a --port", 2, "", "kx: error: --port needs a value\n" + usage},
         {"kx --base= ls a", 2, "", "kx: error: --base needs a value\n" + usage},
         {"kx -- ls -- -a", 1, "", "kx: error: -a: No such file or directory\n"},
         {"printf abc | kx dump --at 010", 2, "",
          "kx: error: --at: '010' is ambiguous: write 8, 10 or 0x10\n"},
-        {"printf abc | kx dump --range 3-2", 2, "",
-         "kx: error: --range: '3-2' ends before it begins\n"},
         {"printf abc | kx dump --range 3", 1, "", "kx: error: standard input ends before 3\n"},
-        {"printf abc | kx dump --range 1:0x100000000", 2, "",
-         "kx: error: --range: '0x100000000' is too large: 4294967295 ($FFFFFFFF) at most\n"},
         {"kx ls no.d64 --json | jq -c .", 0,
          R"({"kx":1,"command":"ls","ok":false,"error":{"code":"not-found","text":)"
          R"("no.d64: No such file or directory","hint":""}})"
@@ -92,36 +61,14 @@ TEST_F(KxTest, WrongCommandLinesSayWhatIsMeant) {
     EXPECT_THAT(shell("kx").err, HasSubstr("\n  ls        directory of a disc image\n"));
 }
 
-TEST_F(KxTest, LackOfMemoryIsOneLine) {
-    const std::string little = "ulimit -v 100000; ";
-    if (shell(little + "kx --version").status != 0) {
-        GTEST_SKIP() << "a sanitizer needs more";
-    }
-    const Outcome outcome = shell("truncate -s 200M a.ini; " + little + "kx lint a.ini");
-    EXPECT_EQ(outcome.err, "kx: error: not enough memory\n");
-    EXPECT_EQ(outcome.status, 1);
-}
-
 TEST_F(KxTest, NoEscapeReachesAPipeOrAPlainTerminal) {
-    dir.write("a.prg", "x");
-    shell("kx mkfs d.d64 a.prg");
-    for (const char* command : {"kx --help | cat", "kx ls d.d64 --color=auto"}) {
-        EXPECT_THAT(shell(command).out, Not(HasSubstr("\x1b"))) << command;
-    }
-    EXPECT_THAT(shell("CLICOLOR_FORCE=1 kx ls d.d64").out, HasSubstr("\x1b[7m"));
-    EXPECT_THAT(shell("NO_COLOR=1 CLICOLOR_FORCE=1 kx ls d.d64").out, Not(HasSubstr("\x1b")));
-    struct Row {
-        std::map<std::string, std::string> env;
-        bool coloured;
-    };
-    for (const Row& row :
-         {Row{{}, true}, Row{{{"NO_COLOR", "1"}}, false}, Row{{{"TERM", "dumb"}}, false}}) {
-        Terminal terminal(80, 24);
-        terminal.spawn({KX_COMMAND, "ls", dir.file("d.d64")}, {.env = row.env});
-        EXPECT_EQ(terminal.wait_exit(), 0);
-        EXPECT_EQ(terminal.output().find('\x1b') != std::string::npos, row.coloured)
-            << terminal.output();
-    }
+    check({
+        {"kx -q mkfs d.d64; kx ls d.d64 | grep -c '\033'", 1, "0\n", ""},
+        {"CLICOLOR_FORCE=1 kx ls d.d64 | grep -c '\033'", 0, "1\n", ""},
+        {"TERM=xterm script -qc 'kx ls d.d64' /dev/null | grep -c '\033'", 0, "1\n", ""},
+        {"NO_COLOR=1 script -qc 'kx ls d.d64' /dev/null | grep -c '\033'", 1, "0\n", ""},
+        {"TERM=dumb script -qc 'kx ls d.d64' /dev/null | grep -c '\033'", 1, "0\n", ""},
+    });
 }
 
 TEST_F(KxTest, DiscsKeepWhatIsPutOnThem) {
@@ -136,7 +83,6 @@ TEST_F(KxTest, DiscsKeepWhatIsPutOnThem) {
         {"kx mkfs d.d64 -N 'MY DISK' -I AB hello.prg long.seq", 0, "",
          "d.d64: HELLO  1 block\nd.d64: LONG  4 blocks\nd.d64: 659 blocks free\n"},
         {"kx ls d.d64", 0, listing, ""},
-        {"kx mkfs d.d64", 1, "", "kx: error: d.d64 exists\nhint: -f replaces it\n"},
         // All or nothing, whatever fails.
         {"cp long.seq new.seq; kx put d.d64 new.seq big.prg", 1, "",
          "kx: error: d.d64: 792 blocks needed, 659 free; nothing was written\n"},
@@ -145,8 +91,6 @@ TEST_F(KxTest, DiscsKeepWhatIsPutOnThem) {
         {"kx mkfs -q t.d64; cp hello.prg up; KXPATH=$base kx put -q --toolkit-rules t.d64 up; "
          "kx ls -1 t.d64",
          0, "UP\n", ""},
-        {"kx put d.d64 new.seq hello.prg", 1, "",
-         "kx: error: d.d64: there is a file 'HELLO'\nhint: -f replaces it\n"},
         {"kx rm d.d64 LONG GONE", 1, "", "kx: error: d.d64: there is no file 'GONE'\n"},
         {"kx put -n d.d64 new.seq", 0, "", "d.d64: NEW  4 blocks\nnothing was changed (dry run)\n"},
         {"kx ls d.d64", 0, listing, ""},
@@ -174,22 +118,13 @@ TEST_F(KxTest, DiscsKeepWhatIsPutOnThem) {
 }
 
 TEST_F(KxTest, OtherDiscToolsReadWhatKxWritesAndTheOtherWayRound) {
-    std::string bytes;
-    for (int i = 0; i < 3000; i++) {
-        bytes += static_cast<char>(i * 7);
-    }
-    dir.write("data.prg", bytes);
-    dir.write("empty.prg", "");
     check({
-        {"kx -q mkfs kx.d64 data.prg", 0, "", ""},
-        {"cbmconvert -n -d kx.d64 >/dev/null 2>&1; cmp data.prg \"$(ls | grep -i '^data' | grep -v "
-         "data.prg)\"",
-         0, "", ""},
+        {"seq 900 >data.prg; : >empty.prg; kx -q mkfs kx.d64 data.prg empty.prg", 0, "", ""},
+        {"mkdir o; cd o; cbmconvert -n -d ../kx.d64 2>/dev/null; cmp data* ../data.prg", 0, "", ""},
         {"cc1541 kx.d64 | grep -c '\"data\" *prg'", 0, "1\n", ""},
         {"cc1541 -q -n OTHER -f data -w data.prg cc.d64 >/dev/null", 0, "", ""},
         {"kx check cc.d64 && kx get cc.d64 DATA -o - | cmp - data.prg", 0, "cc.d64: ok\n", ""},
-        {"kx put -q cc.d64 data.prg -N second && cc1541 cc.d64 | grep -c '\"second\"'", 0, "1\n",
-         ""},
+        {"kx put -q cc.d64 data.prg -N second && cc1541 cc.d64 | grep -c second", 0, "1\n", ""},
         {"kx check cc.d64", 0, "cc.d64: ok\n", ""},
     });
 }
@@ -204,17 +139,12 @@ TEST_F(KxTest, DamageIsFoundAndRepaired) {
         {"kx check d.d64 | tail -1", 0, "d.d64: 2 problems\n", ""},
         {"kx check -n --repair d.d64 >/dev/null; kx check d.d64 >/dev/null", 1, "",
          "nothing was changed (dry run)\n"},
-        {"kx check --repair d.d64 | tail -1", 0, "d.d64: ok\n", ""},
-        {"kx check d.d64", 0, "d.d64: ok\n", ""},
-        {"head -c 100000 d.d64 >cut.d64; kx put cut.d64 a.prg -f", 1, "",
-         "kx: error: cut.d64: the image is cut: it has 100000 bytes of 174848\n"},
+        {"kx check --repair d.d64 >/dev/null; kx check d.d64", 0, "d.d64: ok\n", ""},
         {": >zero.d64; kx check zero.d64", 1,
          "zero.d64: the image is cut: it has 0 bytes of 174848.\n"
          "zero.d64: the chain of the directory leads to a block that cannot be read.\n"
          "zero.d64: 2 problems\n",
          ""},
-        {"kx get zero.d64", 1, "",
-         "kx: error: zero.d64: the image is cut: it has 0 bytes of 174848\nhint: see kx check\n"},
         {"{ cat d.d64; printf '\\005'; head -c 682 /dev/zero; } >e.d64; kx check --repair e.d64", 1,
          "e.d64: block 1/0 gives error 23 when a drive reads it.\ne.d64: 1 problem\n", ""},
         {"for i in $(seq 145); do echo $i >n$i; done; kx mkfs m.d64 n*", 1, "",
@@ -222,7 +152,6 @@ TEST_F(KxTest, DamageIsFoundAndRepaired) {
         {"cp d.d64 s.d64; printf '\\021\\000' | dd of=s.d64 bs=1 seek=$((336*256)) conv=notrunc "
          "status=none; kx put d.d64 s.d64:A -N B",
          1, "", "kx: error: s.d64: the chain of 'A' runs in a circle\n"},
-        {"kx get d.d64 a -o no/a", 1, "", "kx: error: no/a: No such file or directory\n"},
         // A closed del entry without blocks is a line of the listing, and no file.
         {"printf '\\200' | dd of=d.d64 bs=1 seek=91682 conv=notrunc status=none; kx get d.d64 -f",
          0, "", "A.prg  600 bytes\n"},
@@ -230,21 +159,12 @@ TEST_F(KxTest, DamageIsFoundAndRepaired) {
 }
 
 TEST_F(KxTest, AKilledPutLeavesTheOldImage) {
-    dir.write("a.prg", std::string(100000, 'a'));
-    dir.write("b.prg", std::string(100000, 'b'));
-    shell("kx mkfs d.d64 a.prg");
-    const std::string before = read_file(dir.file("d.d64"));
-    const Outcome after = shell("cp d.d64 want.d64; kx put -q want.d64 -f b.prg -N A");
-    ASSERT_EQ(after.status, 0) << after.err;
-    const std::string want = read_file(dir.file("want.d64"));
-    for (int i = 0; i < 20; i++) {
-        // The pause is where it strikes, not what is waited for: both ends are right.
-        shell("cp want.d64 t; mv t x.d64; cp d.d64 x.d64; kx put -q x.d64 -f b.prg -N A & p=$!; "
-              "sleep 0.00" +
-              std::to_string(i % 10) + "; kill -9 $p; wait $p");
-        const std::string image = read_file(dir.file("x.d64"));
-        EXPECT_TRUE(image == before || image == want) << i;
-    }
+    // The pause is where it strikes, not what is waited for: both ends are right.
+    check({{"seq 16000 >a.prg; kx -q mkfs d.d64 a.prg; rev a.prg >b.prg; cp d.d64 want.d64; "
+            "kx put -q want.d64 -f b.prg -N A; for i in 0 1 2 3 4 5 6 7 8 9 0 1 2 3 4 5 6 7 8 9; "
+            "do cp d.d64 x.d64; kx put -q x.d64 -f b.prg -N A & p=$!; sleep 0.00$i; kill -9 $p; "
+            "wait $p; cmp -s x.d64 d.d64 || cmp x.d64 want.d64; done 2>/dev/null",
+            0, "", ""}});
 }
 
 TEST_F(KxTest, FilesAreDumpedPatchedAndNamedWithoutAnySetUp) {
@@ -256,9 +176,9 @@ TEST_F(KxTest, FilesAreDumpedPatchedAndNamedWithoutAnySetUp) {
         {"kx hexdump a.prg --range 2-4", 0, "00000002:  ee 20 d0  ;. .\n", ""},
         {"kx -q mkfs d.d64 -N ABC; kx dump d.d64 --block 18/0 | sed -n 10p", 0,
          "00016590:  41 42 43 a0 a0 a0 a0 a0 a0 a0 a0 a0 a0 a0 a0 a0  ;ABC.............\n", ""},
-        {"kx dump d.d64 --block 18/19", 2, "",
-         "kx: error: --block: no block '18/19' on a 1541's disc\n"},
-        {"kx symbols s.lbl", 0, "$0801        start   -\n$FFD2        CHROUT  -\n", ""},
+        {"{ yes | head -c 300000 | kx dump; echo $? >s; } | head -1; cat s", 0,
+         "00000000:  79 0a 79 0a 79 0a 79 0a 79 0a 79 0a 79 0a 79 0a  ;y.y.y.y.y.y.y.y.\n141\n",
+         ""},
         {"kx symbols s.lbl --at CHROUT+3", 0, "$FFD5 CHROUT+3\n", ""},
         {"kx symbols s.lbl --find 'st*' --json | jq -c '[.symbols[].address]'", 0, "[2049]\n", ""},
         {"kx symbols s.lbl --to vice", 0, "al 000801 .start\nal 00ffd2 .CHROUT\n", ""},
@@ -298,15 +218,10 @@ TEST_F(KxTest, LintFindsWhatTheLoaderSwallows) {
     const Row rows[] = {
         {"name=/dev", "name =/dev",
          "error: blank before '=': the key is 'name ' and [port] name is empty [blank]"},
-        {"baud=38400", "baud=250000",
-         "error: 250000 baud cannot be set; 9600, 19200, 38400, 57600 or 115200 [baud]"},
         {"name=serial", "name=Serial",
          "error: unknown cable 'Serial', did you mean 'serial'? [tag]"},
         {"0x0002,0x9fff", "0x0000,0x9fff",
          "error: [memory] n1: $0000-$0001 belongs to n0, which comes first [region]"},
-        {"0xe000,0xffff", "0xe000,0x1ffff",
-         "error: [memory] n10: above $FFFF, the last address of 16 bits [region]"},
-        {"num=11", "num=12", "error: [memory] num is 12, and there is no n11 [count]"},
         {"cpuregs=6", "cpuregs=06", "warning: [target] cpuregs: '06' is octal, 6 [number]"},
         {"[config]", ";",
          "error: no section [config]: kxsetup ends with this file in its directory [section]"},
@@ -315,10 +230,11 @@ TEST_F(KxTest, LintFindsWhatTheLoaderSwallows) {
         {"type=target", "type=targte",
          "error: [config] type is 'targte': nobody lists this file; target, colors and charset are "
          "listed, did you mean 'target'? [type]"},
+        {"num=11", "num=11\n[patches_auto]\nn0=prt",
+         "error: [patches_auto] n0: there is no section [prt], did you mean 'port'? [section]"},
         {"addr=0", "addr",
          "error: no '=' in this line: what follows up to the next '=' belongs to the key 'addr' "
          "[runon]"},
-        {"addr=0", "addr=0\naddr=1", "warning: [port] addr comes again in line"},
     };
     for (const Row& row : rows) {
         std::string text = good;

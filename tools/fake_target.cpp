@@ -227,7 +227,9 @@ std::size_t take_data(FakeTarget& target, std::span<const std::uint8_t> bytes) {
     FakeCommand& command = target.command;
     const std::uint64_t count = std::min<std::uint64_t>(bytes.size(), command.left);
     const std::span<std::uint8_t> to = find_bytes(target, count);
-    std::copy_n(bytes.begin(), to.size(), to.begin());
+    if (!fails(target, FakeFailure::Rom)) {
+        std::copy_n(bytes.begin(), to.size(), to.begin());
+    }
     const std::uint64_t taken = to.empty() ? count : to.size();
     command.at += taken;
     command.left -= taken;

@@ -20,6 +20,7 @@ enum class FakeFailure {
     Silent,  // reads are not answered
     Surplus, // answers have a byte too many
     Short,   // answers lack their last byte
+    Rom,     // writes are not kept
     Stuck,   // takes no byte, flow control off
     Hangup,  // the line goes
     Replug,  // the line goes, and a second later there is a new one

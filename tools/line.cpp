@@ -46,7 +46,9 @@ constexpr int COMMANDS_PER_SECOND = 4;
 constexpr std::uint32_t READ_DOUBLES_MS = 250;
 
 struct State {
-    std::uint64_t done = 0;     // of the transfer under way
+    std::uint64_t done = 0; // of the transfer under way
+    std::uint32_t began_ms = 0;
+    std::uint64_t line_began = 0;
     std::uint64_t command = 0;  // bytes of the command under way
     std::uint64_t line_end = 0; // bytes on the line when it will have gone
     std::size_t reads = 0;      // bytes of its answer
@@ -181,14 +183,31 @@ int check_config(const Session& session) {
 
 // Waiting ----------------------------------------------------------------------------------------
 
-// Asked by the library while the target takes or sends nothing.
+// Bytes that the line carries one way in that time.
+std::uint64_t carried_in(std::uint32_t milliseconds) {
+    return std::uint64_t{milliseconds} * static_cast<std::uint64_t>(active_config.port_baud) /
+           (1000 * BITS_PER_BYTE);
+}
+
+// What the system and an adapter have taken is on its way yet, for seconds at a slow line's pace.
+void show_sent(std::uint64_t done) {
+    bar_update(std::min(done, carried_in(clock_ms() - state.began_ms)));
+}
+
+// Asked by the library while the target takes or sends nothing. Nothing can be expected of it while
+// it still gets what was written.
 bool stop_waiting(std::uint32_t waited_ms) {
-    if (waited_ms >= SILENCE_SHOWN_MS) {
-        const std::uint32_t left = globals.timeout_ms - std::min(globals.timeout_ms, waited_ms);
-        bar_update(state.done, text_printf("waiting for the target (%u s left, Ctrl-C gives up)",
-                                           (left + 999) / 1000));
+    const bool silent = waited_ms >= SILENCE_SHOWN_MS &&
+                        carried_in(clock_ms() - state.began_ms) >=
+                            port_line.written - state.line_began + carried_in(SILENCE_SHOWN_MS);
+    if (!silent) {
+        show_sent(state.done);
+        return signals_count() > 1;
     }
-    return signals_count() > 1;
+    const std::uint32_t left = globals.timeout_ms - std::min(globals.timeout_ms, waited_ms);
+    bar_update(state.done, text_printf("waiting for the target (%u s left, Ctrl-C gives up)",
+                                       (left + 999) / 1000));
+    return signals_count() > 0;
 }
 
 std::size_t command_max() {
@@ -218,6 +237,8 @@ void tell_command(char letter, std::initializer_list<std::uint32_t> arguments) {
 // A command of `writes` data bytes to the target, or one that is answered by `reads`.
 void begin_command(const LineTransfer& transfer, std::size_t writes, std::size_t reads) {
     state.done = transfer.done;
+    state.began_ms = transfer.began_ms;
+    state.line_began = transfer.line_began;
     state.command = command_size() + writes;
     state.line_end = port_line.written + state.command;
     state.reads = reads;
@@ -250,7 +271,7 @@ int fail_in_step(const LineTransfer& transfer) {
                               "interrupted: " + so_far(transfer) + ", the target is in step");
 }
 
-// A second signal has ended the command under way.
+// A signal has ended the command under way.
 int fail_at_once() {
     const std::uint64_t left = give_up_line();
     return report_interrupted(
@@ -380,7 +401,7 @@ int line_write(LineTransfer& transfer, std::uint32_t start, std::span<const std:
             return line_fail(transfer);
         }
         transfer.done += command.size();
-        bar_update(transfer.done);
+        show_sent(transfer.done);
         bytes = bytes.subspan(command.size());
         start = end;
     }
@@ -433,7 +454,7 @@ int line_start(const LineTransfer& transfer, std::uint32_t address) {
 int line_fail(const LineTransfer& transfer) {
     bar_end();
     const Failure& why = stub_last_error();
-    if (signals_count() > 1 && why.error == ECANCELED) {
+    if (signals_pending() != 0 && why.error == ECANCELED) {
         return fail_at_once();
     }
     switch (why.kind) {

@@ -3,7 +3,9 @@
 // reported with what they leave behind.
 #pragma once
 
+#include "link/port.h"
 #include "session/session.h"
+#include "util/clock.h"
 #include "util/fd.h"
 
 #include <cstdint>
@@ -41,11 +43,13 @@ struct LineTransfer {
     std::uint64_t total = 0;
     const char* verb = "sent";  // "12288 of 40550 bytes sent"
     std::uint32_t harmless = 0; // of `line_write`: an address that reading does nothing to
+    std::uint32_t began_ms = clock_ms();
+    std::uint64_t line_began = port_line.written; // bytes that had gone out by then
 };
 
 /// Moves the bytes in commands, each over within about half a second (a second at 9600 baud), and
-/// adds them to `transfer.done`. A signal ends it behind the command under way, a second one at
-/// once. Behind a write that a signal has ended, a byte is read: the target is in step when it
+/// adds them to `transfer.done`. A signal ends it behind the command under way, a second one,
+/// or one to a target that has fallen silent, at once. Behind a write that a signal has ended, a byte is read: the target is in step when it
 /// answers.
 int line_write(LineTransfer& transfer, std::uint32_t start, std::span<const std::uint8_t> bytes);
 int line_read(LineTransfer& transfer, std::uint32_t start, std::span<std::uint8_t> bytes);

@@ -63,7 +63,7 @@ constexpr Option options[] = {
     {"--request", &state.requests, "TEXT",
      "'load NAME', 'save NAME [BYTES]', 'dir', 'cd NAME' or 'raw HEX...'"},
     {"--fail", &state.fail, "KIND[:AFTER]",
-     "silent, surplus, short, stuck, hangup or replug, after so many bytes"},
+     "silent, surplus, short, rom, stuck, hangup or replug, after so many bytes"},
     {"--speed", &state.speed, "BAUD", "the pace of a real line"},
     {"--link", &state.link, "PATH", "symbolic link to the device"},
     {"--log", &state.log, "", "tell each command and request"},
@@ -88,8 +88,9 @@ struct Kind {
 };
 constexpr Kind kinds[] = {
     {"silent", FakeFailure::Silent}, {"surplus", FakeFailure::Surplus},
-    {"short", FakeFailure::Short},   {"stuck", FakeFailure::Stuck},
-    {"hangup", FakeFailure::Hangup}, {"replug", FakeFailure::Replug},
+    {"short", FakeFailure::Short},   {"rom", FakeFailure::Rom},
+    {"stuck", FakeFailure::Stuck},   {"hangup", FakeFailure::Hangup},
+    {"replug", FakeFailure::Replug},
 };
 
 // Settings ---------------------------------------------------------------------------------------
@@ -103,7 +104,7 @@ int read_failure(FakeSettings& settings) {
     const Kind* kind = std::ranges::find(kinds, name, &Kind::name);
     if (kind == std::end(kinds)) {
         return fail_usage("--fail " + name +
-                          ": silent, surplus, short, stuck, hangup or replug is expected");
+                          ": silent, surplus, short, rom, stuck, hangup or replug is expected");
     }
     settings.failure = kind->failure;
     std::string error;
