@@ -49,8 +49,8 @@ struct LineTransfer {
 
 /// Moves the bytes in commands, each over within about half a second (a second at 9600 baud), and
 /// adds them to `transfer.done`. A signal ends it behind the command under way, a second one,
-/// or one to a target that has fallen silent, at once. Behind a write that a signal has ended, a byte is read: the target is in step when it
-/// answers.
+/// or one to a target that has fallen silent, at once. Behind a write that a signal has ended, a
+/// byte is read: the target is in step when it answers.
 int line_write(LineTransfer& transfer, std::uint32_t start, std::span<const std::uint8_t> bytes);
 int line_read(LineTransfer& transfer, std::uint32_t start, std::span<std::uint8_t> bytes);
 
