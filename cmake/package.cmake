@@ -40,5 +40,5 @@ set(CPACK_SOURCE_GENERATOR TXZ)
 set(CPACK_SOURCE_PACKAGE_FILE_NAME kx-${PROJECT_VERSION})
 # The folder may lie in another one of that name.
 string(REGEX REPLACE "([][+.*()^$?|])" "\\\\\\1" source_folder ${PROJECT_SOURCE_DIR})
-set(CPACK_SOURCE_IGNORE_FILES ^${source_folder}/build/ /\\\\.git/ /\\\\.cache/ CMakeUserPresets)
+set(CPACK_SOURCE_IGNORE_FILES "^${source_folder}/build/" "/\\\\.git(/|$)" "/\\\\.cache/" CMakeUserPresets)
 include(CPack)
