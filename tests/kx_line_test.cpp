@@ -51,17 +51,17 @@ TEST_F(KxLine, EveryFailureHasItsTextCodeAndStatus) {
         const char* err; // of this on standard error
     };
     // Root may open anything: the row is played by nobody, with copies that nobody can reach.
-    const std::string refused =
-        std::string("chmod 755 .; touch line; chmod 600 line; cp $(command -v kx) .;"
-                    "cp -R $KXPATH b; ") +
-        (geteuid() == 0 ? "setpriv --reuid 65534 --clear-groups" : "chmod 0 line; env") +
-        " ./kx --base b -p ./line --json read 1";
+    const std::string refused = std::string("chmod 755 .; cp $(command -v kx) .; cp -R $KXPATH b; "
+                                            "kx fake -- sh -c 'chmod 0 $KX_PORT; ") +
+                                (geteuid() == 0 ? "setpriv --reuid 65534 --clear-groups" : "") +
+                                " ./kx --base b --json read 1'";
     const Row rows[] = {
         {"kx -p ./x --json read 1", 4, "port-missing", "./x: no such device (--port)\nhint: "},
-        {refused.c_str(), 4, "port-permission", "kx: error: ./line: no permission ("},
+        {refused.c_str(), 4, "port-permission", "kx: error: PORT: no permission ("},
         {"kx fake -- sh -c 'flock $KX_PORT kx --json read 1024'", 4, "port-busy",
          "kx: error: PORT: in use by flock (pid N)\nhint: --wait waits for it\n"},
         {"kx -p ./x.bin --json read 1", 4, "port-not-serial", "x.bin: not a serial line\n"},
+        {"kx -p /etc --json read 1", 4, "port-not-serial", "/etc: not a serial line\n"},
         {"kx -t c64 -b 4800 --json read 1", 4, "port-baud", "9600, 19200, 38400, 57600 or"},
         {"kx fake --fail silent -- kx --timeout 0.3 --json read 1024", 5, "target-silent",
          "kx: error: no answer from the target on PORT within 0.3 s\nhint: is the stub running"},

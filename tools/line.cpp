@@ -21,6 +21,7 @@
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <filesystem>
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <termios.h>
@@ -91,7 +92,16 @@ PortFailure busy(const std::string& device) {
             "--wait waits for it"};
 }
 
+PortFailure not_serial(const std::string& device) {
+    return {KxError::PortNotSerial, device + ": not a serial line", "see kx ports"};
+}
+
 PortFailure refused(const std::string& device, int error) {
+    std::error_code unknown;
+    const auto status = std::filesystem::status(device, unknown);
+    if (std::filesystem::exists(status) && !std::filesystem::is_character_file(status)) {
+        return not_serial(device); // whatever rights it has
+    }
     switch (error) {
     case ENOENT:
     case ENXIO:
@@ -119,7 +129,7 @@ int try_lock(const std::string& device, Fd& fd, PortFailure& failure) {
         return -1;
     }
     if (isatty(fd.get()) == 0) {
-        failure = {KxError::PortNotSerial, device + ": not a serial line", "see kx ports"};
+        failure = not_serial(device);
     } else if (flock(fd.get(), LOCK_EX | LOCK_NB) != 0) {
         failure = refused(device, errno);
     } else {
