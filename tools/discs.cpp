@@ -220,12 +220,12 @@ int discs_fail_damaged(const Disc& disc) {
                        "see kx check");
 }
 
-int discs_fail(const Disc& disc, const std::string& hint) {
+int discs_fail(const Disc& disc, const std::string& hint, const std::string& after) {
     const DiscFailure& failure = disc.failure;
     const bool host = failure.reason == DiscReason::Host;
     const std::string text = host ? host_why(disc.path, failure.error) : without_stop(failure.text);
     const bool named = host || text.find(ascii_escape(disc.path)) != std::string::npos;
-    return report_fail(code_of(failure), (named ? "" : disc.path + ": ") + text, hint);
+    return report_fail(code_of(failure), (named ? "" : disc.path + ": ") + text + after, hint);
 }
 
 int discs_open(Disc& disc, const std::string& path, DiscAccess access,
@@ -281,7 +281,11 @@ int discs_commit(Disc& disc) {
         report_held_off();
         return 0;
     }
-    return disc_commit(disc) == 1 ? 0 : discs_fail(disc);
+    if (disc_commit(disc) == 1) {
+        return 0;
+    }
+    const bool kept = disc.failure.error != EIO; // else a file written in place may have suffered
+    return discs_fail(disc, "", kept ? "; nothing was written" : "");
 }
 
 int discs_select(Disc& disc, const std::vector<std::string>& patterns, std::vector<int>& numbers) {

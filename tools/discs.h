@@ -11,8 +11,8 @@
 
 namespace kx {
 
-/// Reports the disc's last failure. Returns the exit status.
-int discs_fail(const Disc& disc, const std::string& hint = "");
+/// Reports the disc's last failure, with `after` behind its text. Returns the exit status.
+int discs_fail(const Disc& disc, const std::string& hint = "", const std::string& after = "");
 
 /// Reports the damage that disc_info has found.
 int discs_fail_damaged(const Disc& disc);

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -77,6 +78,10 @@ int host_read_part(const std::string& path, std::uint64_t offset, std::uint64_t 
     const bool standard = path == "-";
     const FilePtr file(standard ? fdopen(dup(STDIN_FILENO), "rb")
                                 : file_open(path, "rb").release());
+    if (file != nullptr) { // a FIFO's writer may be still to come: without one it would be empty
+        pollfd ready = {.fd = fileno(file.get()), .events = POLLIN, .revents = 0};
+        poll(&ready, 1, -1);
+    }
     if (file == nullptr || !skip(file.get(), offset) ||
         read_pieces(file.get(), length, bytes) != 0) {
         return fail_with(shown_path(path, "standard input"),

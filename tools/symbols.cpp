@@ -4,8 +4,12 @@
 #include "core/file_type_ids.h"
 #include "tools/host.h"
 #include "tools/report.h"
+#include "util/fd.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <sys/mman.h>
+#include <sys/stat.h>
 #include <vector>
 
 namespace kx {
@@ -24,8 +28,10 @@ bool holds_labels(const std::vector<std::uint8_t>& bytes) {
 
 int symbols_read(SymTable* table, const std::string& path) {
     constexpr std::uint64_t HEAD = 4096;
+    struct stat info = {};
+    const bool regular = stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
     std::vector<std::uint8_t> head;
-    if (const int status = host_read_part(path, 0, HEAD, head)) {
+    if (const int status = host_read_part(path, 0, regular ? HEAD : HOST_FILE_MAX, head)) {
         return status;
     }
     const bool ini = host_ending(path) == "ini";
@@ -33,7 +39,16 @@ int symbols_read(SymTable* table, const std::string& path) {
         return report_fail(KxError::BadType,
                            path + ": no symbol file: neither .ini nor VICE labels");
     }
-    return filehandler_readsymfile(table, path, ini ? FILETYPE_KXSYMS : FILETYPE_VICE) == 1
+    Fd copy; // of what comes through a pipe, and only once
+    std::string source = path;
+    if (!regular) {
+        copy.reset(memfd_create("symbols", MFD_CLOEXEC));
+        source = "/proc/self/fd/" + std::to_string(copy.get());
+        if (fd_write_all(copy.get(), head) != 0) {
+            return report_fail(KxError::HostFile, host_why(path, errno));
+        }
+    }
+    return filehandler_readsymfile(table, source, ini ? FILETYPE_KXSYMS : FILETYPE_VICE) == 1
                ? 0
                : report_fail_library(KxError::BadConfig, "", path + ": no symbols");
 }
