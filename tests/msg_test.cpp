@@ -167,15 +167,20 @@ TEST(Progress, ReachesTheTerminalAtOnce) {
 TEST(Progress, WindowWaitsForAKeyAfterAFailureOnly) {
     test::Terminal terminal(60, 10);
     terminal.run([] {
+        key_textcolour[COL_WINDOW_PROGRESS_OK] = 2;
         con_open();
         msg_set_output(MSG_WINDOWED);
         for (const int result : {0, -1}) {
             progress_begin("copying");
             progress_update(1, 2);
             progress_end(result);
+            result == 0 ? con_getkey() : 0;
         }
         return con_getkey();
     });
+    terminal.wait_for("[ok]");
+    EXPECT_EQ(terminal.looks({{static_cast<int>(terminal.row(5).find("ok")), 5}}), "2/0");
+    terminal.type("x");
     terminal.wait_for("[error]");
     EXPECT_EQ(terminal.row(4).find("copying"), 10U) << terminal.screen();
     terminal.type("xy");
