@@ -86,7 +86,7 @@ void offer_values(const Option& option, const std::string& before) {
         for (const int rate : BAUD_RATES) {
             offer(before + std::to_string(rate));
         }
-    } else if (value.find('|') != std::string_view::npos) {
+    } else if (options_lists_choices(option)) {
         for_each_part(value, '|', [&](const std::string& each) { offer(before + each); });
     }
 }

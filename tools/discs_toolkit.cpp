@@ -37,25 +37,6 @@ int load_charsets() {
     return 0;
 }
 
-/// Keeps what the library says on standard output, of every entry that it writes, from the data.
-class Quiet {
-public:
-    Quiet() : out_(dup(STDOUT_FILENO)) {
-        std::fflush(stdout);
-        const Fd nothing(open("/dev/null", O_WRONLY | O_CLOEXEC));
-        dup2(nothing.get(), STDOUT_FILENO);
-    }
-    ~Quiet() {
-        std::fflush(stdout);
-        dup2(out_.get(), STDOUT_FILENO);
-    }
-    Quiet(const Quiet&) = delete;
-    Quiet& operator=(const Quiet&) = delete;
-
-private:
-    Fd out_;
-};
-
 /// Runs `work` with the image open; it gives the library's 1 or -1, or 0 after a failure that has
 /// been reported, all of which have one exit status.
 int with_image(const std::string& path, bool writing,
@@ -72,9 +53,13 @@ int with_image(const std::string& path, bool writing,
     if (image_open(image, path, false, writing) != 1) {
         return report_fail_library(KxError::HostFile, "", path + ": cannot be opened");
     }
-    const Quiet quiet;
+    std::fflush(stdout); // which is for data: what the library says there of entries is none
+    const Fd out(dup(STDOUT_FILENO)), nothing(open("/dev/null", O_WRONLY | O_CLOEXEC));
+    dup2(nothing.get(), STDOUT_FILENO);
     const int result = work(image);
     image_close(image);
+    std::fflush(stdout);
+    dup2(out.get(), STDOUT_FILENO);
     if (result == 0) {
         return report_status(KxError::HostFile);
     }

@@ -1,6 +1,7 @@
 // Files of the host.
 #include "tools/host.h"
 
+#include "tools/global.h"
 #include "tools/report.h"
 #include "util/ascii.h"
 #include "util/fd.h"
@@ -136,6 +137,10 @@ int host_write(const std::string& path, std::span<const std::uint8_t> bytes, boo
     }
     if (const int status = host_may_write(path, replace)) {
         return status;
+    }
+    if (globals.dry_run) {
+        report_held_off();
+        return 0;
     }
     const bool create = !replace && access(path.c_str(), F_OK) != 0;
     return (create ? file_create(path, bytes) : file_replace(path, bytes)) == 0

@@ -29,7 +29,7 @@ int host_copy(const std::string& path);
 /// lost.
 int host_may_write(const std::string& path, bool replace);
 
-/// Looks as above, then writes the file, whole or not at all.
+/// Looks as above, then writes the file, whole or not at all; in a dry run it only looks.
 int host_write(const std::string& path, std::span<const std::uint8_t> bytes, bool replace);
 
 /// "PATH: WHY" of a failure that errno, or its copy, tells.

@@ -84,25 +84,14 @@ int usage_failure(const std::string& text, const std::string& hint) {
     return report_end(report_fail(KxError::Usage, text, hint));
 }
 
-/// The help that the global options ask for before anything else.
-bool wants_help() {
-    return globals.help || globals.version;
-}
-
+/// What the global options ask for before anything else.
 int print_help(const std::string& text) {
     return print(globals.version ? "kx " KX_VERSION "\n" : text);
 }
 
-int run_help(const std::vector<std::string>& words) {
-    std::vector<std::string> names;
-    std::string error;
-    const bool parsed = options_parse({}, global_options(), words, names, error) == 0;
-    report_begin("help");
-    if (!parsed) {
-        return usage_failure(error, "kx --help lists the options");
-    }
-    if (wants_help() || names.empty() || names[0] == "help") {
-        return print_help(list_text());
+int run_help(const std::vector<std::string>& names) {
+    if (names.empty() || names[0] == "help") {
+        return print(list_text());
     }
     if (names.size() > 1) {
         return usage_failure("'" + names[1] + "' is one argument too many",
@@ -134,7 +123,7 @@ int run_verb(const Verb& verb, const std::vector<std::string>& words) {
     std::string error;
     const bool parsed = options_parse(verb.options, global_options(), words, arguments, error) == 0;
     report_begin(verb.name, std::string("usage: kx ") + verb.name + " " + verb.synopsis);
-    if (wants_help()) {
+    if (globals.help || globals.version) {
         return print_help(verb_text(verb));
     }
     if (!parsed || options_store_arguments(verb.options, arguments, error) != 0) {
@@ -143,16 +132,20 @@ int run_verb(const Verb& verb, const std::vector<std::string>& words) {
     return report_end(verb.run());
 }
 
-int run_without_verb(const std::vector<std::string>& words) {
+/// `kx help`, and kx without any command.
+int run_without_verb(const std::vector<std::string>& words, bool help) {
     std::vector<std::string> arguments;
     std::string error;
     const bool parsed = options_parse({}, global_options(), words, arguments, error) == 0;
-    report_begin("");
+    report_begin(help ? "help" : "");
     if (!parsed) {
         return usage_failure(error, "kx --help lists the options");
     }
-    if (wants_help()) {
+    if (globals.help || globals.version) {
         return print_help(list_text());
+    }
+    if (help) {
+        return run_help(arguments);
     }
     if (globals.json) {
         return usage_failure("COMMAND is missing", "kx --help lists them");
@@ -176,7 +169,7 @@ int kx_run(int argc, char** argv) {
         globals.json = std::find(words.begin(), end, "--json") != end; // also for a bad line
     }
     if (at >= words.size() || words[at].starts_with('-')) {
-        return run_without_verb(words);
+        return run_without_verb(words, false);
     }
     const std::string name = words[at];
     std::vector<std::string> rest; // none: what stands in front of the verb belongs to options
@@ -185,7 +178,7 @@ int kx_run(int argc, char** argv) {
                   {words.begin(), words.begin() + static_cast<std::ptrdiff_t>(at)}, rest, error);
     words.erase(words.begin() + static_cast<std::ptrdiff_t>(at));
     if (name == "help") {
-        return run_help(words);
+        return run_without_verb(words, true);
     }
     if (name == "complete") {
         return complete_run(words);

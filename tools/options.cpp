@@ -43,22 +43,6 @@ std::vector<std::string> split(std::string_view text, char separator) {
     }
 }
 
-/// The values that an option admits; none: any.
-std::vector<std::string> choices_of(const Option& option) {
-    std::vector<std::string> choices = split(option.value, '|');
-    if (choices.size() < 2) {
-        return {};
-    }
-    std::erase(choices, "");
-    return choices;
-}
-
-/// What stands for the value in texts.
-std::string shown_value(const Option& option) {
-    const std::string_view value = option.value;
-    return std::string(value.substr(0, value.find_last_not_of('|') + 1));
-}
-
 /// The value of an option put into its target. 0, or -1 with `error`.
 int store(const Option& option, const std::vector<std::string>& texts, std::string& error) {
     const std::string name = split(option.names, ',').back();
@@ -75,9 +59,10 @@ int store(const Option& option, const std::vector<std::string>& texts, std::stri
     } else if (auto* const* milliseconds = std::get_if<std::uint32_t*>(&option.target)) {
         return parse_seconds(texts.back(), **milliseconds, error);
     } else if (auto* const* text = std::get_if<std::string*>(&option.target)) {
-        const std::vector<std::string> choices = choices_of(option);
-        if (!choices.empty() && std::ranges::find(choices, texts.back()) == choices.end()) {
-            error = name + " takes " + shown_value(option) + ", not '" + texts.back() + "'";
+        const std::vector<std::string> choices = split(option.value, '|');
+        if (!is_argument(option) && options_lists_choices(option) &&
+            std::ranges::find(choices, texts.back()) == choices.end()) {
+            error = name + " takes " + option.value + ", not '" + texts.back() + "'";
             return -1;
         }
         **text = texts.back();
@@ -249,6 +234,10 @@ std::size_t options_count_words(std::span<const Option> options,
     return 1;
 }
 
+bool options_lists_choices(const Option& option) {
+    return option.value[0] != '\0' && !(option.value[0] >= 'A' && option.value[0] <= 'Z');
+}
+
 std::string options_help(std::span<const Option> options) {
     constexpr std::size_t COLUMN = 24;
     std::string text;
@@ -260,7 +249,7 @@ std::string options_help(std::span<const Option> options) {
         if (holds<OptionalText*>(option)) {
             line += std::string("[=") + option.value + "]";
         } else if (option.value[0] != '\0') {
-            line += (names.back().starts_with("--") ? "=" : " ") + shown_value(option);
+            line += (names.back().starts_with("--") ? "=" : " ") + std::string(option.value);
         }
         const bool fits = line.size() + 2 <= COLUMN;
         line += fits ? std::string(COLUMN - line.size(), ' ') : "\n" + std::string(COLUMN, ' ');

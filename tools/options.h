@@ -47,6 +47,9 @@ int options_store_arguments(std::span<const Option> options,
 std::size_t options_count_words(std::span<const Option> options,
                                 std::span<const std::string> words);
 
+/// Whether the option's `value` is what it admits.
+bool options_lists_choices(const Option& option);
+
 /// The options, a line each, for people.
 std::string options_help(std::span<const Option> options);
 

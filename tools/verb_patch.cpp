@@ -95,45 +95,26 @@ int tell(const std::vector<PatchedBy>& applied) {
     return places;
 }
 
-std::string original_path() {
-    return state.file + ".orig";
-}
-
-/// Whether the old program is kept already.
-bool is_kept(const std::vector<std::uint8_t>& before) {
+/// Keeps the old program beside the new one.
+int keep(const std::string& path, const std::vector<std::uint8_t>& before) {
     std::vector<std::uint8_t> kept;
-    return access(original_path().c_str(), F_OK) == 0 && host_read(original_path(), kept) == 0 &&
-           kept == before;
-}
-
-/// Whether the result can be written, before anything is.
-int check_output(const std::vector<std::uint8_t>& before) {
-    if (!state.in_place) {
-        return state.output.empty() ? 0 : host_may_write(state.output, state.replace);
-    }
-    const int status = is_kept(before) ? 0 : host_may_write(original_path(), state.replace);
-    return status != 0 ? status : host_may_write(state.file, true);
+    const bool done = access(path.c_str(), F_OK) == 0 && host_read(path, kept) == 0;
+    return done && kept == before ? 0 : host_write(path, before, state.replace);
 }
 
 int write_result(const std::vector<std::uint8_t>& before, const std::vector<std::uint8_t>& after) {
     const std::string path = state.in_place ? state.file : state.output;
+    const std::string original = state.file + ".orig";
     if (path.empty()) {
         report_done("nothing was written: give -o FILE or -i");
         return 0;
     }
-    if (globals.dry_run) {
-        report_held_off();
-        return 0;
-    }
-    if (state.in_place && !is_kept(before)) {
-        if (const int status = host_write(original_path(), before, state.replace)) {
-            return status;
-        }
+    if (const int status = state.in_place ? keep(original, before) : 0) {
+        return status;
     }
     const int status = host_write(path, after, state.in_place || state.replace);
     if (status == 0 && path != "-") {
-        report_done(path + ": patched" +
-                    (state.in_place ? "; what it was is in " + original_path() : ""));
+        report_done(path + ": patched" + (state.in_place ? "; what it was is in " + original : ""));
     }
     return status;
 }
@@ -158,8 +139,7 @@ int patch_file() {
     if (tell(applied) == 0) {
         return report_fail(KxError::NotFound, state.file + ": no patch fits; nothing was written");
     }
-    const int status = check_output(before);
-    return status != 0 ? status : write_result(before, after);
+    return write_result(before, after);
 }
 
 int run() {

@@ -34,7 +34,7 @@ constexpr Option options[] = {
     {"[FILE...]", &state.files, "", "symbol .ini files and VICE labels; the target's without one"},
     {"--at", &state.at, "ADDRESS", "what stands there"},
     {"--find", &state.find, "NAME", "symbols of that name; * and ? stand for others"},
-    {"--to", &state.to, "vice|", "write labels for VICE's monitor, cc65's -Ln"},
+    {"--to", &state.to, "vice", "write labels for VICE's monitor, cc65's -Ln"},
 };
 
 using Symbols = std::vector<const SymEntry*>;
