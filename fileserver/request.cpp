@@ -117,7 +117,7 @@ bool request_is_dropped() {
 
 bool request_gives_up(std::uint32_t waited_ms) {
     if (state.patience_ms > 0 && waited_ms >= static_cast<std::uint32_t>(state.patience_ms)) {
-        request_drop(text_printf("given up after %d ms", state.patience_ms));
+        request_drop(text_printf("given up after %g s", state.patience_ms / 1000.0));
     } else if (!request_is_dropped() && state.stop != nullptr && state.stop()) {
         state.stopped = true;
         request_drop("stopped");

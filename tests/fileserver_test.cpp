@@ -74,7 +74,7 @@ TEST_F(Served, DropsHalfARequestWithoutAnswerAndGoesOn) {
         told.clear();
         size = static_cast<int>(test::bytes(request).size());
         EXPECT_EQ(ask(server, request), test::hex(test::bytes(reply))) << request;
-        EXPECT_EQ(told, event + std::string(" 0 x given up after 20 ms\n")) << request;
+        EXPECT_EQ(told, event + std::string(" 0 x given up after 0.02 s\n")) << request;
         EXPECT_EQ(test::read_file("f"), "old") << request;
         EXPECT_FALSE(fs::exists("n"));
     }

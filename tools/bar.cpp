@@ -25,6 +25,7 @@ constexpr std::uint32_t DRAW_EVERY_MS = 250;
 struct State {
     bool running = false;
     bool shown = false; // stands on the terminal
+    std::size_t width = 0;
     std::string title;
     std::uint64_t total = 0;
     std::uint32_t started_ms = 0;
@@ -99,15 +100,19 @@ void bar_update(std::uint64_t done, const std::string& note) {
     }
     std::string line = state.title + "  " + (note.empty() ? numbers(done, elapsed) : note);
     line.resize(std::min(line.size(), columns() - 1)); // a line that wraps cannot be taken away
-    std::fprintf(stderr, "\r%s\x1b[K", line.c_str());
+    const std::size_t width = line.size();
+    line.resize(std::max(width, state.width), ' '); // blanks, for terminals that know no codes
+    std::fprintf(stderr, "\r%s", line.c_str());
     std::fflush(stderr);
     state.shown = true;
+    state.width = width;
 }
 
 void bar_hide() {
     if (state.shown) {
-        std::fputs("\r\x1b[K", stderr);
+        std::fprintf(stderr, "\r%*s\r", static_cast<int>(state.width), "");
         state.shown = false;
+        state.width = 0;
         state.drawn_ms.reset();
     }
 }

@@ -102,10 +102,16 @@ std::string target_name() {
 }
 
 int no_such_target(const std::string& name, const std::string& path) {
+    const std::string why = std::strerror(errno);
     const std::string nearest = nearest_word(name, base_config_names("target"));
-    return report_fail(KxError::NoTarget, path + ": " + std::strerror(errno),
-                       nearest.empty() ? "there are " + some_targets()
-                                       : "did you mean '" + nearest + "'?");
+    const std::string others = some_targets();
+    const bool of_file = globals.target.empty() && environment("KX_TARGET").empty() &&
+                         base_setting("targets", "default", "none") == name;
+    return report_fail(KxError::NoTarget,
+                       path + ": " + why + (of_file ? " ([targets] default of kx.ini)" : ""),
+                       !nearest.empty() ? "did you mean '" + nearest + "'?"
+                       : others.empty() ? ""
+                                        : "there are " + others);
 }
 
 /// Port and baud rate of options and environment into the active configuration.
@@ -126,8 +132,9 @@ int choose_port() {
         if (globals.baud.empty() && environment("KX_BAUD").empty()) {
             return 0;
         }
-        return report_fail(KxError::PortBaud, "'" + baud + "' is no baud rate of a serial line: " +
-                                                  baud_rates_text() + " are");
+        return report_fail(KxError::PortBaud, "'" + baud + "' is no baud rate of a serial line (" +
+                                                  (globals.baud.empty() ? "KX_BAUD" : "--baud") +
+                                                  "): " + baud_rates_text() + " are");
     }
     config.port_baud = static_cast<std::int32_t>(rate);
     return 0;

@@ -33,6 +33,7 @@ namespace {
 
 constexpr int WAIT_LOOK_MS = 1000;               // between two looks at a device that is waited for
 constexpr std::uint32_t SILENCE_SHOWN_MS = 1000; // of the target
+constexpr std::uint32_t RATE_AFTER_MS = 100;     // a rate over less says nothing
 constexpr int BITS_PER_BYTE = 10;
 
 // Bytes of a write command, and of the first read command: what the line carries in a quarter of a
@@ -102,6 +103,7 @@ PortFailure refused(const std::string& device, int error) {
     if (std::filesystem::exists(status) && !std::filesystem::is_character_file(status)) {
         return not_serial(device); // whatever rights it has
     }
+    const std::string group = port_list_group(device);
     switch (error) {
     case ENOENT:
     case ENXIO:
@@ -112,7 +114,7 @@ PortFailure refused(const std::string& device, int error) {
     case EPERM:
         return {KxError::PortPermission,
                 device + ": no permission (" + port_list_rights(device) + ")",
-                "sudo adduser $USER dialout, then log in anew"};
+                group.empty() ? "" : "sudo adduser $USER " + group + ", then log in anew"};
     case EBUSY:
     case EWOULDBLOCK:
         return busy(device);
@@ -314,7 +316,7 @@ int fail_silent(const LineTransfer& transfer) {
         "no answer from the target on " + device + " " + within() +
             (transfer.done > 0 ? "; " + so_far(transfer) : ""),
         text_printf("is the stub running, the cable a null-modem with RTS/CTS, and %d baud what "
-                    "the stub expects?",
+                    "the stub expects? after a transfer that was broken off it must be reset",
                     active_config.port_baud));
 }
 
@@ -488,6 +490,9 @@ std::string line_rate_text(std::uint64_t bytes, std::uint32_t milliseconds) {
     const double rate = static_cast<double>(bytes) * 1000 / std::max(milliseconds, 1U);
     const double part = rate * BITS_PER_BYTE / active_config.port_baud * 100;
     // A pseudo-terminal knows no baud rate.
+    if (milliseconds < RATE_AFTER_MS) {
+        return line_time_text(milliseconds);
+    }
     return line_time_text(milliseconds) +
            text_printf(part < 101 ? " (%.2f KiB/s, %.0f %% of the line)" : " (%.2f KiB/s)",
                        rate / 1024, part);

@@ -70,7 +70,7 @@ int line_fail(const LineTransfer& transfer);
 /// "4 ms", "10.6 s".
 std::string line_time_text(std::uint32_t milliseconds);
 
-/// "10.6 s (3.74 KiB/s, 99 % of the line)".
+/// "10.6 s (3.74 KiB/s, 99 % of the line)"; no rate for a moment.
 std::string line_rate_text(std::uint64_t bytes, std::uint32_t milliseconds);
 
 /// "$0801"; in as many digits as the target's addresses have.

@@ -15,6 +15,7 @@
 #include "util/text.h"
 
 #include <algorithm>
+#include <cerrno>
 
 namespace kx {
 
@@ -168,9 +169,14 @@ void warn_io(const Payload& payload) {
 } // namespace
 
 int payload_check(const PayloadOptions& options) {
+    if (options.file == "-") {
+        return report_fail(KxError::Usage, "standard input is not taken: give a FILE");
+    }
     ProgramFile program = program_open(options.file);
     if (program.file == nullptr) {
-        return report_fail(KxError::HostFile, host_why(options.file, file_last_error().error));
+        const int error = file_last_error().error;
+        return report_fail(error == ENOENT ? KxError::NotFound : KxError::HostFile,
+                           host_why(options.file, error));
     }
     name_type(options, program.type);
     const std::uint8_t bits = filetype_get_class(program.type);
@@ -202,11 +208,21 @@ int payload_load(const PayloadOptions& options, Payload& payload) {
         return status;
     }
     take_bytes(loaded, payload);
+    const bool inside = payload.start <= payload.execute && payload.execute < payload.end;
+    if (!options.at.empty() && !inside) {
+        payload.execute = payload.start; // what the file tells holds for its own addresses
+    }
     if (const int status = patch(options, payload)) {
         return status;
     }
     std::vector<AddressRange> left_out;
     payload.parts = memory_parts({payload.start, payload.end}, left_out);
+    if (payload.parts.empty()) {
+        return report_fail(KxError::NotFound,
+                           options.file + (payload.bytes.empty()
+                                               ? ": there is nothing behind its load address"
+                                               : ": nothing of it is in the memory map"));
+    }
     warn_io(payload);
     if (!left_out.empty()) {
         report_warning(payload.name + ": " + memory_text(left_out) +

@@ -1,10 +1,12 @@
 // /sys/class/tty has a folder for each terminal device; those of hardware have a `device` in it.
 #include "tools/port_list.h"
 
+#include "util/file.h"
 #include "util/text.h"
 
 #include <algorithm>
 #include <charconv>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <grp.h>
@@ -113,8 +115,28 @@ bool stands_before(const PortEntry& a, const PortEntry& b) {
     return key(a) < key(b);
 }
 
-std::string name_of(const char* name, unsigned id) {
-    return name != nullptr ? name : std::to_string(id);
+// Out of the files alone: the name service is part of the system's C library, and this program may
+// have another one linked in. The number where there is no name.
+std::string user_name(uid_t id) {
+    const FilePtr file(std::fopen("/etc/passwd", "re"));
+    for (const passwd* user = nullptr;
+         file != nullptr && (user = fgetpwent(file.get())) != nullptr;) {
+        if (user->pw_uid == id) {
+            return user->pw_name;
+        }
+    }
+    return std::to_string(id);
+}
+
+std::string group_name(gid_t id) {
+    const FilePtr file(std::fopen("/etc/group", "re"));
+    for (const group* members = nullptr;
+         file != nullptr && (members = fgetgrent(file.get())) != nullptr;) {
+        if (members->gr_gid == id) {
+            return members->gr_name;
+        }
+    }
+    return std::to_string(id);
 }
 
 // 0 for what is no number.
@@ -200,12 +222,16 @@ std::string port_list_rights(const std::string& device) {
     for (unsigned i = 0; i < 9; i++) {
         mode += (status.st_mode & (0400U >> i)) != 0 ? letters[i] : '-';
     }
-    const passwd* user = getpwuid(status.st_uid);
-    const group* members = getgrgid(status.st_gid);
-    return text_printf(
-        "%s:%s, %s", name_of(user != nullptr ? user->pw_name : nullptr, status.st_uid).c_str(),
-        name_of(members != nullptr ? members->gr_name : nullptr, status.st_gid).c_str(),
-        mode.c_str());
+    return text_printf("%s:%s, %s", user_name(status.st_uid).c_str(),
+                       group_name(status.st_gid).c_str(), mode.c_str());
+}
+
+std::string port_list_group(const std::string& device) {
+    struct stat status = {};
+    constexpr mode_t both = S_IRGRP | S_IWGRP;
+    return stat(device.c_str(), &status) == 0 && (status.st_mode & both) == both
+               ? group_name(status.st_gid)
+               : "";
 }
 
 std::string port_list_find(const std::string& root, const std::string& name) {

@@ -124,11 +124,21 @@ bool is_detail(const FileserverEvent& event) {
     return false;
 }
 
+// "500 of 1002 bytes", "1.5 KiB of 9.9 KiB".
+std::string part_text(std::uint64_t bytes, std::uint64_t all) {
+    return (all < 1024 ? std::to_string(bytes) : size_text(bytes)) + " of " + size_text(all);
+}
+
+// A reason of the system in the words of the fileservers.
+std::string reason(const std::string& why) {
+    return why.empty() ? "failed" : why == std::strerror(ENOENT) ? "not found" : why;
+}
+
 std::string outcome(const FileserverEvent& event, std::uint32_t milliseconds) {
-    const std::string part = size_text(event.bytes) + " of " + size_text(event.expected);
+    const std::string part = part_text(event.bytes, event.expected);
     switch (event.result) {
     case FileserverResult::Failed:
-        return event.why.empty() ? "failed" : event.why;
+        return reason(event.why);
     case FileserverResult::Dropped:
         return "dropped: " + event.why + (event.expected > 0 ? " (" + part + ")" : "") +
                (is_save(event) ? ", nothing is kept" : "");
@@ -193,8 +203,7 @@ void tell_request(const FileserverEvent& event) {
     state.in_request = false;
     state.requests++;
     (is_save(event) ? state.bytes_in : state.bytes_out) += event.bytes;
-    // Half a request is none.
-    state.ended = state.ended || (state.once && event.result != FileserverResult::Dropped);
+    state.ended = state.ended || state.once;
     globals.json ? tell_json(event, milliseconds) : tell_text(event, milliseconds);
 }
 
@@ -341,6 +350,9 @@ int serve_until_end(Session& session, const ServeOptions& options) {
 } // namespace
 
 int serve_check(const ServeOptions& options) {
+    if (options.read_only && options.writable) {
+        return report_fail(KxError::Usage, "--read-only and --writable exclude each other");
+    }
     const std::string path = directory_of(options);
     struct stat status = {};
     if (stat(path.c_str(), &status) != 0) {

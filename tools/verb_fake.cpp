@@ -395,8 +395,8 @@ int run() {
     fake_close(target);
     remove_link();
     if (state.command.empty()) {
-        report_done(
-            text_printf("%u commands, %u requests", state.commands_seen, state.requests_seen));
+        report_done(text_count(state.commands_seen, "command") + ", " +
+                    text_count(state.requests_seen, "request"));
     }
     return status;
 }

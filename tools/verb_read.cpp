@@ -24,6 +24,7 @@ struct State {
     std::string range;
     std::string output;
     bool raw = false;
+    bool replace = false;
     bool wait = false;
 };
 State state;
@@ -31,6 +32,7 @@ State state;
 constexpr Option options[] = {
     {"RANGE", &state.range, "", "ADDRESS:LENGTH, ADDRESS-LAST, or ADDRESS for one byte"},
     {"-o,--output", &state.output, "FILE", "into a file, - for standard output; otherwise a dump"},
+    {"-f,--force", &state.replace, "", "replace a file that is there"},
     {"--raw", &state.raw, "", "no load address in a .prg file"},
     {"--symbols", &globals.symbols, "FILE", "names of addresses, beside the target's"},
     {"--wait", &state.wait, "", "wait for a line that is in use or not there"},
@@ -117,7 +119,7 @@ int write_output(const Reading& reading) {
                    static_cast<std::uint8_t>(reading.range.first >> 8)};
     }
     content.insert(content.end(), reading.bytes.begin(), reading.bytes.end());
-    return host_write(state.output, content, true);
+    return host_write(state.output, content, state.replace);
 }
 
 void fill_json(const Reading& reading, std::uint32_t milliseconds) {
@@ -160,9 +162,11 @@ int give(const Reading& reading, std::uint32_t milliseconds) {
     return 0;
 }
 
-int run() {
-    Session session;
-    Reading reading;
+/// What needs no target is done first.
+int prepare(Session& session, Reading& reading) {
+    if (globals.json && state.output == "-") {
+        return report_fail(KxError::Usage, "--json and -o - want the same standard output");
+    }
     if (const int status = line_begin(session)) {
         return status;
     }
@@ -171,6 +175,24 @@ int run() {
     }
     if (const int status = line_needs_stub(session)) {
         return status;
+    }
+    return state.output.empty() ? 0 : host_may_write(state.output, state.replace);
+}
+
+int tell_dry_run(const Reading& reading) {
+    report_done(memory_text(reading.parts) + " would be read" +
+                (state.output.empty() ? "" : " into " + state.output));
+    return 0;
+}
+
+int run() {
+    Session session;
+    Reading reading;
+    if (const int status = prepare(session, reading)) {
+        return status;
+    }
+    if (globals.dry_run) {
+        return tell_dry_run(reading);
     }
     if (const int status = line_connect(session, state.wait)) {
         return status;

@@ -1,5 +1,6 @@
 // kx send and kx run: a program into the target's memory, and started there.
 #include "core/active_config.h"
+#include "link/target_memory.h"
 #include "symfiles/symfiles.h"
 #include "tools/bar.h"
 #include "tools/compare.h"
@@ -155,14 +156,10 @@ int prepare(Session& session, Payload& payload) {
     }
     state.file.patch = state.patch.given && state.patch.value.empty();
     state.file.patches = split(state.patch.value);
-    return payload_load(state.file, payload);
-}
-
-int connect(Session& session) {
-    if (const int status = line_needs_stub(session)) {
+    if (const int status = payload_load(state.file, payload)) {
         return status;
     }
-    return line_connect(session, state.wait);
+    return line_needs_stub(session);
 }
 
 std::string start_text(const Payload& payload, const char* verb) {
@@ -185,7 +182,7 @@ int run_send() {
     if (globals.dry_run) {
         return tell_dry_run(payload);
     }
-    if (const int status = connect(session)) {
+    if (const int status = line_connect(session, state.wait)) {
         return status;
     }
     std::uint32_t milliseconds = 0;
@@ -199,9 +196,15 @@ int run_send() {
 
 int find_start(Payload& payload) {
     std::string error;
-    return state.start.empty() || parse_address(state.start, sym_store, payload.execute, error) == 0
+    if (!state.start.empty() &&
+        parse_address(state.start, sym_store, payload.execute, error) != 0) {
+        return report_fail(KxError::Usage, "--start: " + error);
+    }
+    return payload.execute <= mem_top()
                ? 0
-               : report_fail(KxError::Usage, "--start: " + error);
+               : report_fail(KxError::Usage, "--start: " + line_address_text(payload.execute) +
+                                                 ", and memory ends at " +
+                                                 line_address_text(mem_top()));
 }
 
 int start_program(const Payload& payload) {
@@ -230,7 +233,7 @@ int run_run() {
     if (globals.dry_run) {
         return tell_dry_run(payload);
     }
-    if (const int status = connect(session)) {
+    if (const int status = line_connect(session, state.wait)) {
         return status;
     }
     std::uint32_t milliseconds = 0;

@@ -1,7 +1,9 @@
 // kx serve: a directory of the host to the running target.
 #include "tools/serve.h"
 
+#include "tools/global.h"
 #include "tools/line.h"
+#include "tools/report.h"
 #include "tools/verbs.h"
 
 namespace kx {
@@ -39,6 +41,11 @@ int run() {
     }
     if (const int status = serve_prepare(session, state.serving)) {
         return status;
+    }
+    if (globals.dry_run) {
+        report_done((state.serving.directory.empty() ? "." : state.serving.directory) +
+                    " would be served");
+        return 0;
     }
     if (const int status = line_connect(session, state.wait)) {
         return status;

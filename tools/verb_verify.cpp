@@ -79,6 +79,10 @@ int run() {
     if (const int status = line_needs_stub(session)) {
         return status;
     }
+    if (globals.dry_run) {
+        report_done(payload.name + " would be compared with " + memory_text(payload.parts));
+        return 0;
+    }
     if (const int status = line_connect(session, state.wait)) {
         return status;
     }
