@@ -84,7 +84,7 @@ TEST_F(KxTest, DiscsKeepWhatIsPutOnThem) {
          "d.d64: HELLO  1 block\nd.d64: LONG  4 blocks\nd.d64: 659 blocks free\n"},
         {"kx ls d.d64", 0, listing, ""},
         {"(ulimit -f 8; kx mkfs f.d64); ls -A | grep f.d64", 1, "",
-         "kx: error: f.d64: File too large\n"},
+         "kx: error: f.d64: File too large; nothing was written\n"},
         // All or nothing, whatever fails.
         {"cp long.seq new.seq; kx put d.d64 new.seq big.prg", 1, "",
          "kx: error: d.d64: 792 blocks needed, 659 free; nothing was written\n"},
