@@ -18,7 +18,7 @@ namespace kx {
 namespace {
 
 constexpr int DATA_BYTES = 254; // of a block
-constexpr std::size_t MORE_THAN_FITS = 1000 * DATA_BYTES;
+constexpr std::size_t MORE_THAN_FITS = 250'000;
 
 KxError code_of(const DiscFailure& failure) {
     struct Row {

@@ -10,11 +10,13 @@
 #include "tools/host.h"
 #include "tools/report.h"
 #include "util/fd.h"
+#include "util/text.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <fcntl.h>
 #include <functional>
+#include <iterator>
 #include <unistd.h>
 
 namespace kx {
@@ -77,11 +79,14 @@ bool have_files(const ImageHandle& image, const std::string& path,
             return each.type != 0 && each.text == name;
         });
         if (entry == disc_entries(disc).end()) {
-            report_fail(KxError::NotFound, path + ": there is no file '" + name + "'");
+            report_fail(KxError::NotFound,
+                        text_printf("%s: there is no file '%s'", path.c_str(), name.c_str()));
             return false;
         }
         if (entry->locked && !locked_too) {
-            report_fail(KxError::Locked, path + ": '" + name + "' is locked", "-f takes it, too");
+            report_fail(KxError::Locked,
+                        text_printf("%s: '%s' is locked", path.c_str(), name.c_str()),
+                        "-f takes it, too");
             return false;
         }
     }
@@ -92,9 +97,9 @@ bool have_files(const ImageHandle& image, const std::string& path,
 std::vector<std::string> host_paths(const ImageHandle& image, const std::vector<std::string>& names,
                                     const std::string& directory, const std::string& output) {
     std::vector<std::string> paths;
-    for (const std::string& name : names) {
-        paths.push_back(!output.empty() ? output : directory + "/" + host_name(name) + ".prg");
-    }
+    std::ranges::transform(names, std::back_inserter(paths), [&](const std::string& name) {
+        return !output.empty() ? output : directory + "/" + host_name(name) + ".prg";
+    });
     Disc disc;
     disc.image = image;
     for (const DiscEntry& entry : disc_entries(disc)) {

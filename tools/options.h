@@ -24,8 +24,7 @@ struct Option {
     std::variant<bool*, int*, std::string*, std::vector<std::string>*, OptionalText*,
                  std::uint32_t*>
         target;
-    const char*
-        value; // what the help calls the option's value; "a|b|c" admits these only, "a|" this one
+    const char* value; // what the help calls it, in capitals; or the values admitted: "a|b|c", "a"
     const char* help;
 };
 
