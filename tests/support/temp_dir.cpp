@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <iterator>
+#include <sstream>
 
 namespace kx::test {
 
@@ -38,10 +38,11 @@ std::string TempDir::write(const std::string& name, const std::string& content) 
 
 std::string read_file(const std::string& path) {
     std::ifstream stream(path, std::ios::binary);
-    std::string content{std::istreambuf_iterator<char>(stream), {}};
+    std::ostringstream content;
+    content << stream.rdbuf();
     EXPECT_TRUE(stream.is_open()) << path;
     EXPECT_FALSE(stream.bad()) << path << " could not be read";
-    return content;
+    return content.str();
 }
 
 } // namespace kx::test
