@@ -93,7 +93,8 @@ completed() { # SHELL WORD...
         _kx kx "${!#}" "${COMP_WORDS[COMP_CWORD - 1]}"; printf "%s\n" "${COMPREPLY[@]}"' "$@" ;;
     zsh) zsh -fc '_describe() { print -l -- $lines }; _files() { ls -d $words[CURRENT]* }
         words=("$@") CURRENT=$#; . stage/share/zsh/*/_kx' "$@" ;;
-    fish) fish -c 'set -e argv[1]; source stage/share/fish/vendor_completions.d/$argv[1].fish; complete -C "$argv"' "$@" ;;
+    fish) HOME=$work XDG_CONFIG_HOME='' fish -c 'set -e argv[1]
+        source stage/share/fish/vendor_completions.d/$argv[1].fish; complete -C "$argv"' "$@" ;;
     esac | tr '\t\n' ':,'
 }
 kx mkfs -q 'a disc.d64' && kx put -q 'a disc.d64' game.prg -N "a game"
