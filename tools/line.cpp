@@ -195,23 +195,17 @@ int check_config(const Session& session) {
 
 // Waiting ----------------------------------------------------------------------------------------
 
-// Bytes that the line carries one way in that time.
-std::uint64_t carried_in(std::uint32_t milliseconds) {
-    return std::uint64_t{milliseconds} * static_cast<std::uint64_t>(active_config.port_baud) /
-           (1000 * BITS_PER_BYTE);
-}
-
 // What the system and an adapter have taken is on its way yet, for seconds at a slow line's pace.
 void show_sent(std::uint64_t done) {
-    bar_update(std::min(done, carried_in(clock_ms() - state.began_ms)));
+    bar_update(std::min(done, line_carries(clock_ms() - state.began_ms)));
 }
 
 // Asked by the library while the target takes or sends nothing. Nothing can be expected of it while
 // it still gets what was written.
 bool stop_waiting(std::uint32_t waited_ms) {
     const bool silent = waited_ms >= SILENCE_SHOWN_MS &&
-                        carried_in(clock_ms() - state.began_ms) >=
-                            port_line.written - state.line_began + carried_in(SILENCE_SHOWN_MS);
+                        line_carries(clock_ms() - state.began_ms) >=
+                            port_line.written - state.line_began + line_carries(SILENCE_SHOWN_MS);
     if (!silent) {
         show_sent(state.done);
         return signals_count() > 1;
@@ -479,6 +473,11 @@ int line_fail(const LineTransfer& transfer) {
     default:
         return fail_gone(transfer);
     }
+}
+
+std::uint64_t line_carries(std::uint32_t milliseconds) {
+    return std::uint64_t{milliseconds} * static_cast<std::uint64_t>(active_config.port_baud) /
+           (1000 * BITS_PER_BYTE);
 }
 
 std::string line_time_text(std::uint32_t milliseconds) {

@@ -16,6 +16,7 @@
 #include "util/clock.h"
 #include "util/text.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <climits>
@@ -38,11 +39,14 @@ constexpr std::size_t UNKNOWN_SHOWN = 8;    // bytes
 constexpr std::uint64_t UNKNOWN_MAX = 1024; // of them before it is told in any case
 
 struct State {
-    std::uint32_t idle_ms = 0;  // the line was idle last
-    std::uint64_t moved = 0;    // bytes of the request in hand
-    std::uint32_t moved_ms = 0; // when they were
+    std::uint32_t idle_ms = 0; // the line was idle last
     bool in_request = false;
-    bool dropped = false; // by a signal
+    std::uint32_t began_ms = 0;   // the request in hand
+    std::uint64_t line_began = 0; // bytes that had gone out by then
+    std::string title;            // of its progress
+    std::uint64_t moved = 0;      // its bytes
+    std::uint32_t moved_ms = 0;   // when they were
+    bool dropped = false;         // by a signal
     bool once = false;
     bool ended = false; // by `once`
     unsigned requests = 0;
@@ -209,26 +213,46 @@ void tell_request(const FileserverEvent& event) {
 
 // Waiting ----------------------------------------------------------------------------------------
 
+// A request's name and length come in the course of it.
+void begin_progress(const FileserverEvent& event) {
+    const std::string title =
+        event.name.empty() ? event.request
+                           : std::string(event.request) + " \"" + shown_name(event.name) + "\"";
+    if (!state.in_request) {
+        state.in_request = true;
+        state.began_ms = state.moved_ms = clock_ms();
+        state.line_began = port_line.written;
+        state.moved = 0;
+        state.title.clear();
+    }
+    const std::string whole = title + std::to_string(event.expected);
+    if (state.title != whole) {
+        state.title = whole;
+        bar_begin(title, event.expected);
+    }
+}
+
+// How many bytes have moved. What goes to the target is taken by the system long before the line
+// has carried it.
+std::uint64_t moved_bytes(const FileserverEvent& event) {
+    return is_save(event) ? event.bytes
+                          : std::min(port_line.written - state.line_began,
+                                     line_carries(clock_ms() - state.began_ms));
+}
+
 // Asked while a request is under way. The first signal drops it.
 bool stops_request() {
     const FileserverEvent& event = fileserver_last_request();
+    begin_progress(event);
     const std::uint32_t now = clock_ms();
-    if (!state.in_request) {
-        state.in_request = true;
-        state.moved_ms = now;
-        state.moved = 0;
-        bar_begin(std::string(event.request) + " \"" + shown_name(event.name) + "\"",
-                  event.expected);
-    }
-    if (event.bytes != state.moved) {
-        state.moved = event.bytes;
+    const std::uint64_t moved = moved_bytes(event);
+    if (moved != state.moved) {
+        state.moved = moved;
         state.moved_ms = now;
     }
-    bar_update(event.bytes, now - state.moved_ms < STILL_MS
-                                ? ""
-                                : text_printf("waiting for the rest (%llu of %llu bytes)",
-                                              static_cast<unsigned long long>(event.bytes),
-                                              static_cast<unsigned long long>(event.expected)));
+    bar_update(moved, now - state.moved_ms < STILL_MS
+                          ? ""
+                          : "waiting for the rest (" + part_text(moved, event.expected) + ")");
     console_poll();
     state.dropped = signals_pending() != 0;
     return state.dropped;
