@@ -178,6 +178,20 @@ TEST(Viewer, ShowsAShortFileWhatItGainsAndFollowsTheTerminalsSize) {
     EXPECT_EQ(terminal.wait_exit(), 0);
 }
 
+TEST(Viewer, DrawsNothingWhileAKeyWaits) {
+    Terminal terminal(40, 10);
+    terminal.run([] {
+        con_open();
+        con_ungetkey('x'); // typed ahead
+        ViewPane pane;
+        view_drawpane(pane, 0, 0, 10);
+        con_refresh();
+        return con_getkey();
+    });
+    EXPECT_EQ(terminal.wait_exit(), 'x');
+    EXPECT_EQ(terminal.output().find("KXVIEW"), std::string::npos);
+}
+
 TEST(Viewer, LeavesNothingBehind) {
     const TempDir dir;
     const std::string path = dir.write("file", numbered(1, 99));
