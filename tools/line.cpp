@@ -477,7 +477,7 @@ int line_fail(const LineTransfer& transfer) {
 
 std::uint64_t line_carries(std::uint32_t milliseconds) {
     return std::uint64_t{milliseconds} * static_cast<std::uint64_t>(active_config.port_baud) /
-           (1000 * BITS_PER_BYTE);
+           (std::uint64_t{1000} * BITS_PER_BYTE);
 }
 
 std::string line_time_text(std::uint32_t milliseconds) {
