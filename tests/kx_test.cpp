@@ -41,9 +41,7 @@ TEST_F(KxTest, WrongCommandLinesSayWhatIsMeant) {
         {"kx ls", 2, "", "kx: error: IMAGE is missing\n" + usage},
         {"kx ls --lnog a", 2, "",
          "kx: error: unknown option '--lnog'; did you mean '--long'?\n" + usage},
-        {"kx ls --long=1 a", 2, "", "kx: error: --long takes no value\n" + usage},
         {"kx ls a --port", 2, "", "kx: error: --port needs a value\n" + usage},
-        {"kx --base= ls a", 2, "", "kx: error: --base needs a value\n" + usage},
         {"kx -- ls -- -a", 1, "", "kx: error: -a: No such file or directory\n"},
         {"printf abc | kx dump --at 010", 2, "",
          "kx: error: --at: '010' is ambiguous: write 8, 10 or 0x10\n"},
@@ -107,7 +105,6 @@ TEST_F(KxTest, DiscsKeepWhatIsPutOnThem) {
          "kx: error: d.d64: 'ODD .*' is locked\nhint: -f takes it, too\n"},
         {"kx rm d.d64 'o*' -f", 0, "", "d.d64: ODD .* scratched, 1 block free\n"},
         {"kx mv d.d64 hello WORLD", 0, "", "d.d64: HELLO is now WORLD\n"},
-        {"kx mv d.d64 '*' X", 2, "", "kx: error: '*' stands for 2 files\n"},
         {"kx mv d.d64 --label NEW,ZZ", 0, "", "d.d64: the disc is now \"NEW             \" ZZ\n"},
         {"kx put e.d64 --create d.d64:w*d", 0, "", "e.d64: WORLD  1 block\n"},
         {"kx get e.d64 -C . -l", 0, "", "world.prg  7 bytes\n"},
@@ -142,18 +139,8 @@ TEST_F(KxTest, DamageIsFoundAndRepaired) {
         {"kx check -n --repair d.d64 >/dev/null; kx check d.d64 >/dev/null", 1, "",
          "nothing was changed (dry run)\n"},
         {"kx check --repair d.d64 >/dev/null; kx check d.d64", 0, "d.d64: ok\n", ""},
-        {": >zero.d64; kx check zero.d64", 1,
-         "zero.d64: the image is cut: it has 0 bytes of 174848.\n"
-         "zero.d64: the chain of the directory leads to a block that cannot be read.\n"
-         "zero.d64: 2 problems\n",
-         ""},
         {"{ cat d.d64; printf '\\005'; head -c 682 /dev/zero; } >e.d64; kx check --repair e.d64", 1,
          "e.d64: block 1/0 gives error 23 when a drive reads it.\ne.d64: 1 problem\n", ""},
-        {"for i in $(seq 145); do echo $i >n$i; done; kx mkfs m.d64 n*", 1, "",
-         "kx: error: m.d64: there is no free place in the directory; nothing was written\n"},
-        {"cp d.d64 s.d64; printf '\\021\\000' | dd of=s.d64 bs=1 seek=$((336*256)) conv=notrunc "
-         "status=none; kx put d.d64 s.d64:A -N B",
-         1, "", "kx: error: s.d64: the chain of 'A' runs in a circle\n"},
         // A closed del entry without blocks is a line of the listing, and no file.
         {"printf '\\200' | dd of=d.d64 bs=1 seek=91682 conv=notrunc status=none; kx get d.d64 -f",
          0, "", "A.prg  600 bytes\n"},
@@ -175,19 +162,13 @@ TEST_F(KxTest, FilesAreDumpedPatchedAndNamedWithoutAnySetUp) {
     check({
         {"printf 'hello world more.\\001' | kx dump --at '$c000' --json | jq -r .hex", 0,
          "68656c6c6f20776f726c64206d6f72652e01\n", ""},
-        {"kx hexdump a.prg --range 2-4", 0, "00000002:  ee 20 d0  ;. .\n", ""},
         {"kx -q mkfs d.d64 -N ABC; kx dump d.d64 --block 18/0 | sed -n 10p", 0,
          "00016590:  41 42 43 a0 a0 a0 a0 a0 a0 a0 a0 a0 a0 a0 a0 a0  ;ABC.............\n", ""},
         {"{ yes | head -c 300000 | kx dump; echo $? >s; } | head -1; cat s", 0,
          "00000000:  79 0a 79 0a 79 0a 79 0a 79 0a 79 0a 79 0a 79 0a  ;y.y.y.y.y.y.y.y.\n141\n",
          ""},
         {"kx symbols s.lbl --at CHROUT+3", 0, "$FFD5 CHROUT+3\n", ""},
-        {"kx symbols s.lbl --find 'st*' --json | jq -c '[.symbols[].address]'", 0, "[2049]\n", ""},
         {"kx symbols s.lbl --to vice", 0, "al 000801 .start\nal 00ffd2 .CHROUT\n", ""},
-        {"kx symbols --base $base -t c64 --at '$ffd2'", 0, "$FFD2 CHROUT\n", ""},
-        {"kx symbols", 3, "",
-         "kx: error: no base directory: KXPATH is not set, and there is no "
-         "/nonexistent/.local/share/kx\nhint: kx-init makes one\n"},
         {"kx symbols --base $base -t c65 2>&1 | tail -1", 0, "hint: did you mean 'c64'?\n", ""},
         {"kx patch a.prg --patches $base/patches/c64.ini --name no_flicker -i", 0,
          "no colour marks: 1 place: $0801\n", "a.prg: patched; what it was is in a.prg.orig\n"},
@@ -208,6 +189,9 @@ TEST_F(KxTest, FilesAreDumpedPatchedAndNamedWithoutAnySetUp) {
         {"kx patch a.prg --patches $base/patches/c64.ini --name no_flicker -i", 1,
          "no colour marks: 0 places\n", "kx: error: a.prg: no patch fits; nothing was written\n"},
         {"kx view a.prg | cmp - a.prg", 0, "", ""},
+        // The example that is shipped is what its source assembles to.
+        {"cp $base/examples/hello.* .; cl65 -t none -o x.prg hello.s; cmp x.prg hello.prg", 0, "",
+         ""},
         {"truncate -s 65M big; kx view big | wc -c; rm big", 0, "68157440\n", ""},
     });
 }
@@ -220,15 +204,10 @@ TEST_F(KxTest, LintFindsWhatTheLoaderSwallows) {
     const Row rows[] = {
         {"name=/dev", "name =/dev",
          "error: blank before '=': the key is 'name ' and [port] name is empty [blank]"},
-        {"name=serial", "name=Serial",
-         "error: unknown cable 'Serial', did you mean 'serial'? [tag]"},
         {"0x0002,0x9fff", "0x0000,0x9fff",
          "error: [memory] n1: $0000-$0001 belongs to n0, which comes first [region]"},
-        {"cpuregs=6", "cpuregs=06", "warning: [target] cpuregs: '06' is octal, 6 [number]"},
         {"[config]", ";",
          "error: no section [config]: kxsetup ends with this file in its directory [section]"},
-        {"symbols/c64_kernal", "symbols/c64_krnal",
-         "error: [symbols] n0: there is no symbols/c64_krnal.ini [file]"},
         {"type=target", "type=targte",
          "error: [config] type is 'targte': nobody lists this file; target, colors and charset are "
          "listed, did you mean 'target'? [type]"},
@@ -275,12 +254,6 @@ TEST_F(KxTest, CompletionKnowsWhatFitsAtAPlace) {
         {"kx complete kxsetup -v '' | grep ^help", 0, "help\tthis help\n", ""},
         {"kx complete kx --base $base -t '' | grep -e col_ -e c64_s", 0, "c64_scpu\nc64_sim\n", ""},
     });
-}
-
-TEST_F(KxTest, TheExampleIsWhatItsSourceAssemblesTo) {
-    check({{"cp $base/examples/hello.s . && cl65 -t none -o x.prg hello.s && "
-            "cmp x.prg $base/examples/hello.prg",
-            0, "", ""}});
 }
 
 } // namespace
