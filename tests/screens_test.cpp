@@ -17,7 +17,7 @@ namespace fs = std::filesystem;
 
 /// The lines without what differs from run to run: times, and the order of a directory.
 std::multiset<std::string> comparable(const std::string& text) {
-    const std::regex times("[0-9:]{8}|in [0-9.]+ m?s( \\([^)]*)?"), line("[^\n]+");
+    const std::regex times("[0-9:]{8}|in [0-9.]+ m?s( \\([^)]*\\))?"), line("[^\n]+");
     const std::string masked = std::regex_replace(text, times, "TIME");
     return {std::sregex_token_iterator(masked.begin(), masked.end(), line), {}};
 }
