@@ -1,6 +1,7 @@
 // kx fake: plays the pretended target on a pseudo-terminal, by itself or for a command.
 #include "core/active_config.h"
 #include "tools/base.h"
+#include "tools/discs.h"
 #include "tools/fake_target.h"
 #include "tools/global.h"
 #include "tools/host.h"
@@ -217,6 +218,10 @@ int fill(FakeTarget& target) {
     }
     std::vector<std::uint8_t> image;
     if (!state.image.empty()) {
+        Disc disc; // refuses what is none
+        if (const int status = discs_open(disc, state.image, DiscAccess::Read)) {
+            return status;
+        }
         if (const int status = read_to_fit(state.image, target.image.size(), image)) {
             return status;
         }
