@@ -195,7 +195,7 @@ int fail_put(const Disc& disc, const std::vector<Source>& sources, int free) {
         needed += source.blocks;
     }
     const std::string why =
-        needed > free ? discs_count(needed, "block") + " needed, " + std::to_string(free) + " free"
+        needed > free ? text_count(needed, "block") + " needed, " + std::to_string(free) + " free"
                       : without_stop(disc.failure.text); // in the directory
     return report_fail(KxError::NoRoom, disc.path + ": " + why + "; nothing was written");
 }
@@ -326,21 +326,15 @@ std::string discs_trimmed(std::string name) {
 
 std::string discs_type(const DiscEntry& entry) {
     std::string type = entry.type <= DISC_REL ? disc_type_name(entry.type) : "???";
-    std::ranges::transform(type, type.begin(), [](char c) {
-        return static_cast<char>(c >= 'a' && c <= 'z' ? c - 'a' + 'A' : c);
-    });
+    std::ranges::transform(type, type.begin(), ascii_to_upper);
     return type;
 }
 
 Json discs_entry_json(const DiscEntry& entry) {
-    std::string hex;
-    for (std::size_t i = 0; i < disc_name_length(entry.name); i++) {
-        hex += text_printf("%02x", entry.name[i]);
-    }
     Json json;
     json.set("number", entry.number);
     json.set("name", entry.text);
-    json.set("name_hex", hex);
+    json.set("name_hex", json_hex(std::span(entry.name).first(disc_name_length(entry.name))));
     json.set("type", disc_type_name(entry.type));
     json.set("blocks", entry.blocks);
     json.set("locked", entry.locked);
@@ -348,10 +342,6 @@ Json discs_entry_json(const DiscEntry& entry) {
     json.set("track", entry.start.track);
     json.set("sector", entry.start.sector);
     return json;
-}
-
-std::string discs_count(std::int64_t count, const std::string& noun) {
-    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
 }
 
 int discs_put(Disc& disc, const std::vector<std::string>& files, const DiscsPut& how,
@@ -382,7 +372,7 @@ void discs_tell_written(Disc& disc, const std::vector<int>& written) {
     Json array = Json::array();
     for (const int number : written) {
         const DiscEntry& entry = disc_entries(disc)[static_cast<std::size_t>(number)];
-        report_done(disc.path + ": " + entry.text + "  " + discs_count(entry.blocks, "block"));
+        report_done(disc.path + ": " + entry.text + "  " + text_count(entry.blocks, "block"));
         array.append(discs_entry_json(entry));
     }
     report_json().set("image", disc.path);

@@ -56,9 +56,6 @@ std::string discs_type(const DiscEntry& entry);
 /// {"number":0,"name":"HELLO","name_hex":"48454c4c4f","type":"prg","blocks":1,...}
 Json discs_entry_json(const DiscEntry& entry);
 
-/// "1 block", "2 blocks": a number with its noun.
-std::string discs_count(std::int64_t count, const std::string& noun);
-
 /// How host files are put onto a disc.
 struct DiscsPut {
     std::string name; // for the only file; empty: from the file's name

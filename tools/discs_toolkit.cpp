@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <fcntl.h>
+#include <filesystem>
 #include <functional>
 #include <iterator>
 #include <unistd.h>
@@ -93,6 +94,17 @@ bool have_files(const ImageHandle& image, const std::string& path,
     return true;
 }
 
+/// Whether the library can read the host file; it finds out when its name stands on the disc.
+int check_file(const std::string& file) {
+    std::error_code unknown;
+    std::vector<std::uint8_t> head;
+    const auto status = std::filesystem::status(file, unknown);
+    return file == "-" || (exists(status) && !is_regular_file(status))
+               ? report_fail(KxError::BadType,
+                             file + ": no regular file, which --toolkit-rules needs")
+               : host_read_part(file, 0, 1, head);
+}
+
 /// Where the named files go, or all that the image has.
 std::vector<std::string> host_paths(const ImageHandle& image, const std::vector<std::string>& names,
                                     const std::string& directory, const std::string& output) {
@@ -127,11 +139,11 @@ int toolkit_get(const std::string& image_path, const std::vector<std::string>& n
             })) {
             return 0;
         }
-        if (names.empty()) {
-            return chdir(directory.c_str()) == 0 ? imgfile_extract_all(image) : -1;
+        if (names.empty() && (chdir(directory.c_str()) != 0 || imgfile_extract_all(image) != 1)) {
+            return -1;
         }
-        for (std::size_t i = 0; i < names.size(); i++) {
-            if (imgfile_extract_file(image, names[i], paths[i]) != 1) {
+        for (std::size_t i = 0; i < paths.size(); i++) {
+            if (!names.empty() && imgfile_extract_file(image, names[i], paths[i]) != 1) {
                 return -1;
             }
             report_done(paths[i]);
@@ -145,12 +157,13 @@ int toolkit_put(const std::string& image_path, const std::vector<std::string>& f
     if (!name.empty() && files.size() > 1) {
         return report_fail(KxError::Usage, "-N names one file, there are more");
     }
+    for (const std::string& file : files) {
+        if (const int status = check_file(file)) {
+            return status;
+        }
+    }
     return with_image(image_path, true, [&](ImageHandle& image) {
         for (const std::string& file : files) {
-            std::vector<std::uint8_t> head;
-            if (host_read_part(file, 0, 1, head) != 0) {
-                return 0;
-            }
             std::string own = host_name(file);
             own.erase(host_ending(file) == "prg" ? own.size() - 4 : own.size());
             if (imgfile_write_file(image, file, name.empty() ? own : name) != 1) {

@@ -3,6 +3,7 @@
 #include "tools/fake_program.h"
 
 #include "core/registry.h"
+#include "util/ascii.h"
 #include "util/bytes.h"
 #include "util/text.h"
 
@@ -54,9 +55,7 @@ void put_number(Bytes& out, bool big, std::uint32_t value) {
 
 // A name as the keys of a C-64 send it: unshifted letters have the codes of ASCII's capitals.
 std::string typed(std::string name) {
-    std::ranges::transform(name, name.begin(), [](char c) {
-        return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-    });
+    std::ranges::transform(name, name.begin(), ascii_to_upper);
     return name;
 }
 

@@ -20,14 +20,6 @@ namespace {
 
 constexpr std::size_t PIECE = 65536;
 
-int fail_with(const std::string& path, int error) {
-    if (error == EEXIST) {
-        return report_fail(KxError::Exists, path + " exists", "-f replaces it");
-    }
-    const KxError code = error == ENOENT ? KxError::NotFound : KxError::HostFile;
-    return report_fail(code, host_why(path, error));
-}
-
 std::string shown_path(const std::string& path, const char* standard) {
     return path == "-" ? standard : path;
 }
@@ -47,6 +39,12 @@ bool skip(std::FILE* file, std::uint64_t offset) {
         offset -= static_cast<std::uint64_t>(count);
     }
     return true;
+}
+
+/// Until the file has bytes, or none will come: a FIFO's writer may be still to come.
+void wait_for_bytes(int fd) {
+    pollfd ready = {.fd = fd, .events = POLLIN, .revents = 0};
+    poll(&ready, 1, -1);
 }
 
 /// 0, -1 with errno.
@@ -79,13 +77,12 @@ int host_read_part(const std::string& path, std::uint64_t offset, std::uint64_t 
     const bool standard = path == "-";
     const FilePtr file(standard ? fdopen(dup(STDIN_FILENO), "rb")
                                 : file_open(path, "rb").release());
-    if (file != nullptr) { // a FIFO's writer may be still to come: without one it would be empty
-        pollfd ready = {.fd = fileno(file.get()), .events = POLLIN, .revents = 0};
-        poll(&ready, 1, -1);
+    if (file != nullptr) {
+        wait_for_bytes(fileno(file.get()));
     }
     if (file == nullptr || !skip(file.get(), offset) ||
         read_pieces(file.get(), length, bytes) != 0) {
-        return fail_with(shown_path(path, "standard input"),
+        return host_fail(shown_path(path, "standard input"),
                          standard ? errno : file_last_error().error);
     }
     return 0;
@@ -95,9 +92,10 @@ int host_copy(const std::string& path) {
     const bool standard = path == "-";
     const FilePtr file = standard ? nullptr : file_open(path, "rb");
     if (!standard && file == nullptr) {
-        return fail_with(path, file_last_error().error);
+        return host_fail(path, file_last_error().error);
     }
     const int from = standard ? STDIN_FILENO : fileno(file.get());
+    wait_for_bytes(from);
     std::vector<std::uint8_t> piece(PIECE);
     for (;;) {
         const ssize_t count = read(from, piece.data(), piece.size());
@@ -105,11 +103,11 @@ int host_copy(const std::string& path) {
             return 0;
         }
         if (count < 0 && errno != EINTR) {
-            return fail_with(shown_path(path, "standard input"), errno);
+            return host_fail(shown_path(path, "standard input"), errno);
         }
         const auto taken = static_cast<std::size_t>(std::max<ssize_t>(count, 0));
         if (fd_write_all(STDOUT_FILENO, std::span(piece).first(taken)) != 0) {
-            return fail_with("standard output", errno);
+            return host_fail("standard output", errno);
         }
     }
 }
@@ -124,17 +122,19 @@ int host_may_write(const std::string& path, bool replace) {
             stat(path.c_str(), &status);
         }
         if (S_ISREG(status.st_mode) || S_ISLNK(status.st_mode)) {
-            return fail_with(path, EEXIST);
+            return host_fail(path, EEXIST);
         }
     }
-    return file_can_write(path) ? 0 : fail_with(path, file_last_error().error);
+    return file_can_write(path) ? 0 : host_fail(path, file_last_error().error);
 }
 
 int host_write(const std::string& path, std::span<const std::uint8_t> bytes, bool replace) {
     if (path == "-") {
         std::fflush(stdout);
-        return fd_write_all(STDOUT_FILENO, bytes) == 0 ? 0 : fail_with("standard output", errno);
+        return fd_write_all(STDOUT_FILENO, bytes) == 0 ? 0 : host_fail("standard output", errno);
     }
+    const bool is_new =
+        access(path.c_str(), F_OK) != 0; // looked at first: what comes since is kept
     if (const int status = host_may_write(path, replace)) {
         return status;
     }
@@ -142,10 +142,17 @@ int host_write(const std::string& path, std::span<const std::uint8_t> bytes, boo
         report_held_off();
         return 0;
     }
-    const bool create = !replace && access(path.c_str(), F_OK) != 0;
-    return (create ? file_create(path, bytes) : file_replace(path, bytes)) == 0
+    return (is_new && !replace ? file_create(path, bytes) : file_replace(path, bytes)) == 0
                ? 0
-               : fail_with(path, file_last_error().error);
+               : host_fail(path, file_last_error().error);
+}
+
+int host_fail(const std::string& path, int error) {
+    if (error == EEXIST) {
+        return report_fail(KxError::Exists, path + " exists", "-f replaces it");
+    }
+    const KxError code = error == ENOENT ? KxError::NotFound : KxError::HostFile;
+    return report_fail(code, host_why(path, error));
 }
 
 std::string host_why(const std::string& path, int error) {

@@ -32,7 +32,10 @@ int host_may_write(const std::string& path, bool replace);
 /// Looks as above, then writes the file, whole or not at all; in a dry run it only looks.
 int host_write(const std::string& path, std::span<const std::uint8_t> bytes, bool replace);
 
-/// "PATH: WHY" of a failure that errno, or its copy, tells.
+/// Reports why a file cannot be read or written: what errno, or its copy, tells. The exit status.
+int host_fail(const std::string& path, int error);
+
+/// "PATH: WHY", the text of that.
 std::string host_why(const std::string& path, int error);
 
 /// The file's name without its directory.

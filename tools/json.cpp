@@ -1,6 +1,8 @@
 // The JSON library behind its front.
 #include "tools/json.h"
 
+#include "util/text.h"
+
 #include <nlohmann/json.hpp>
 
 #include <utility>
@@ -45,6 +47,14 @@ void Json::append(Json value) {
 
 std::string Json::text() const {
     return value_->json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+std::string json_hex(std::span<const std::uint8_t> bytes) {
+    std::string hex;
+    for (const std::uint8_t byte : bytes) {
+        hex += text_printf("%02x", byte);
+    }
+    return hex;
 }
 
 } // namespace kx

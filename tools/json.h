@@ -5,6 +5,7 @@
 #include <concepts>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -47,5 +48,8 @@ private:
     struct Value;
     std::unique_ptr<Value> value_;
 };
+
+/// "48454c4c4f".
+std::string json_hex(std::span<const std::uint8_t> bytes);
 
 } // namespace kx

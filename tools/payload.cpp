@@ -15,7 +15,6 @@
 #include "util/text.h"
 
 #include <algorithm>
-#include <cerrno>
 
 namespace kx {
 
@@ -174,9 +173,7 @@ int payload_check(const PayloadOptions& options) {
     }
     ProgramFile program = program_open(options.file);
     if (program.file == nullptr) {
-        const int error = file_last_error().error;
-        return report_fail(error == ENOENT ? KxError::NotFound : KxError::HostFile,
-                           host_why(options.file, error));
+        return host_fail(options.file, file_last_error().error);
     }
     name_type(options, program.type);
     const std::uint8_t bits = filetype_get_class(program.type);

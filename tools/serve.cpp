@@ -7,6 +7,7 @@
 #include "tools/bar.h"
 #include "tools/console.h"
 #include "tools/global.h"
+#include "tools/host.h"
 #include "tools/line.h"
 #include "tools/parse.h"
 #include "tools/report.h"
@@ -60,10 +61,6 @@ State state;
 
 // Settings ---------------------------------------------------------------------------------------
 
-int fail_file(const std::string& path, int error) {
-    return report_fail(KxError::HostFile, path + ": " + std::strerror(error));
-}
-
 std::string directory_of(const ServeOptions& options) {
     return options.directory.empty() ? "." : options.directory;
 }
@@ -73,7 +70,7 @@ int use_directory(const ServeOptions& options) {
     char real[PATH_MAX];
     const std::string path = directory_of(options);
     if (chdir(path.c_str()) != 0 || getcwd(real, sizeof real) == nullptr) {
-        return fail_file(path, errno);
+        return host_fail(path, errno);
     }
     active_config.fileserver_root = options.anywhere ? "" : real;
     return 0;
@@ -375,12 +372,12 @@ int serve_until_end(Session& session, const ServeOptions& options) {
 
 int serve_check(const ServeOptions& options) {
     if (options.read_only && options.writable) {
-        return report_fail(KxError::Usage, "--read-only and --writable exclude each other");
+        return report_fail_usage("--read-only and --writable exclude each other");
     }
     const std::string path = directory_of(options);
     struct stat status = {};
     if (stat(path.c_str(), &status) != 0) {
-        return fail_file(path, errno);
+        return host_fail(path, errno);
     }
     return S_ISDIR(status.st_mode)
                ? 0

@@ -45,7 +45,7 @@ int symbols_read(SymTable* table, const std::string& path) {
         copy.reset(memfd_create("symbols", MFD_CLOEXEC));
         source = "/proc/self/fd/" + std::to_string(copy.get());
         if (fd_write_all(copy.get(), head) != 0) {
-            return report_fail(KxError::HostFile, host_why(path, errno));
+            return host_fail(path, errno);
         }
     }
     return filehandler_readsymfile(table, source, ini ? FILETYPE_KXSYMS : FILETYPE_VICE) == 1

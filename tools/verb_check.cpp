@@ -4,6 +4,7 @@
 #include "tools/report.h"
 #include "tools/verbs.h"
 #include "util/ascii.h"
+#include "util/text.h"
 
 #include <algorithm>
 #include <vector>
@@ -47,7 +48,7 @@ int repair(Disc& disc, Json& json) {
     if (const int status = discs_commit(disc)) {
         return status;
     }
-    report_line(ascii_escape(disc.path) + ": " + discs_count(done.count, "change"));
+    report_line(ascii_escape(disc.path) + ": " + text_count(done.count, "change"));
     return globals.dry_run ? report_status(KxError::Damaged) : 0;
 }
 
@@ -57,7 +58,7 @@ int look(Disc& disc, Json& json) {
     print_lines(disc.path, findings, json, state.repair ? "left" : "lines");
     json.set("problems", findings.count);
     report_line(ascii_escape(disc.path) + ": " +
-                (findings.count == 0 ? "ok" : discs_count(findings.count, "problem")));
+                (findings.count == 0 ? "ok" : text_count(findings.count, "problem")));
     return findings.count == 0 ? 0 : report_status(KxError::Damaged);
 }
 

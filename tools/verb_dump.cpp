@@ -72,15 +72,11 @@ void print_lines(std::span<const std::uint8_t> bytes, std::uint64_t place) {
 }
 
 void fill_json(std::span<const std::uint8_t> bytes, std::uint64_t place) {
-    std::string hex;
-    for (const std::uint8_t byte : bytes) {
-        hex += text_printf("%02x", byte);
-    }
     Json& json = report_json();
     json.set("file", state.file);
     json.set("at", place);
     json.set("bytes", bytes.size());
-    json.set("hex", hex);
+    json.set("hex", json_hex(bytes));
 }
 
 /// "18/1" as the place of that block in a 1541's image.

@@ -6,11 +6,11 @@
 #include "tools/report.h"
 #include "tools/verbs.h"
 #include "util/ascii.h"
+#include "util/text.h"
 
 #include <algorithm>
 #include <map>
 #include <set>
-#include <sys/stat.h>
 
 namespace kx {
 
@@ -86,11 +86,6 @@ void warn(const Disc& disc, const DiscEntry& entry) {
     }
 }
 
-bool is_device(const std::string& path) {
-    struct stat status = {};
-    return stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
-}
-
 /// One file. An error does not keep the others from being copied.
 int copy(Disc& disc, const Job& job, Json& files) {
     const DiscEntry& entry = disc_entries(disc)[static_cast<std::size_t>(job.number)];
@@ -99,21 +94,16 @@ int copy(Disc& disc, const Job& job, Json& files) {
     if (disc_read(disc, job.number, bytes) != 1) {
         return discs_fail(disc);
     }
+    if (const int status = host_write(job.path, bytes, state.replace)) {
+        return status;
+    }
     if (job.path == "-") {
-        return host_write("-", bytes, true);
+        return 0;
     }
-    if (!globals.dry_run &&
-        disc_extract(disc, job.number, job.path, state.replace || is_device(job.path)) != 1) {
-        const DiscFailure& failure = disc.failure;
-        return failure.reason == DiscReason::Host
-                   ? report_fail(KxError::HostFile, host_why(job.path, failure.error))
-                   : discs_fail(disc);
-    }
-    const auto size = static_cast<std::int64_t>(bytes.size());
-    report_done(job.path + "  " + discs_count(size, "byte"));
+    report_done(job.path + "  " + text_count(bytes.size(), "byte"));
     Json json = discs_entry_json(entry);
     json.set("file", job.path);
-    json.set("bytes", size);
+    json.set("bytes", bytes.size());
     files.append(std::move(json));
     return 0;
 }
@@ -131,9 +121,6 @@ int copy_all(Disc& disc, const std::vector<int>& numbers) {
     }
     report_json().set("image", state.image);
     report_json().set("files", std::move(files));
-    if (globals.dry_run) {
-        report_held_off();
-    }
     return status;
 }
 

@@ -1,7 +1,6 @@
 // kx lint: checks configuration files, in the form of a compiler.
 #include "core/active_config.h"
 #include "tools/base.h"
-#include "tools/discs.h"
 #include "tools/global.h"
 #include "tools/host.h"
 #include "tools/lint.h"
@@ -160,8 +159,8 @@ int run() {
     report_json().set("files", files.size());
     report_json().set("findings", std::move(array));
     if (errors + warnings > 0 && !globals.json) {
-        report_done(discs_count(errors, "file") + " with errors, " +
-                    discs_count(warnings, "warning"));
+        report_done(text_count(errors, "file") + " with errors, " +
+                    text_count(warnings, "warning"));
     }
     return errors > 0 || (state.warnings == "error" && warnings > 0) ? 1 : unread;
 }

@@ -2,6 +2,7 @@
 #include "tools/discs.h"
 #include "tools/report.h"
 #include "tools/verbs.h"
+#include "util/text.h"
 
 #include <vector>
 
@@ -42,7 +43,7 @@ int run() {
         return status;
     }
     discs_tell_written(disc, written);
-    report_done(state.image + ": " + discs_count(disc_info(disc).blocks_free, "block") + " free");
+    report_done(state.image + ": " + text_count(disc_info(disc).blocks_free, "block") + " free");
     return 0;
 }
 

@@ -98,8 +98,12 @@ int tell(const std::vector<PatchedBy>& applied) {
 /// Keeps the old program beside the new one.
 int keep(const std::string& path, const std::vector<std::uint8_t>& before) {
     std::vector<std::uint8_t> kept;
-    const bool done = access(path.c_str(), F_OK) == 0 && host_read(path, kept) == 0;
-    return done && kept == before ? 0 : host_write(path, before, state.replace);
+    if (!state.replace && access(path.c_str(), F_OK) == 0) {
+        if (const int status = host_read(path, kept)) {
+            return status;
+        }
+    }
+    return kept == before ? 0 : host_write(path, before, state.replace);
 }
 
 int write_result(const std::vector<std::uint8_t>& before, const std::vector<std::uint8_t>& after) {
@@ -147,10 +151,10 @@ int run() {
         return report_fail_usage(state.list ? "--list takes no FILE" : "FILE is missing");
     }
     if (state.in_place && !state.output.empty()) {
-        return report_fail(KxError::Usage, "-i and -o exclude each other");
+        return report_fail_usage("-i and -o exclude each other");
     }
     if (state.in_place && state.file == "-") {
-        return report_fail(KxError::Usage, "-i needs a file, not standard input");
+        return report_fail_usage("-i needs a file, not standard input");
     }
     if (globals.json && state.output == "-") {
         return report_fail(KxError::Usage, "--json and -o - want the same standard output");

@@ -132,11 +132,7 @@ void fill_json(const Reading& reading, std::uint32_t milliseconds) {
         json.set("file", state.output);
         return;
     }
-    std::string hex;
-    for (const std::uint8_t byte : reading.bytes) {
-        hex += text_printf("%02x", byte);
-    }
-    json.set("hex", hex);
+    json.set("hex", json_hex(reading.bytes));
 }
 
 int give(const Reading& reading, std::uint32_t milliseconds) {

@@ -3,6 +3,7 @@
 #include "tools/discs_toolkit.h"
 #include "tools/report.h"
 #include "tools/verbs.h"
+#include "util/text.h"
 
 #include <vector>
 
@@ -47,7 +48,7 @@ int run() {
                               disc.failure.reason == DiscReason::Locked ? "-f takes it, too" : "");
         }
         done.push_back(state.image + ": " + entry.text + " scratched, " +
-                       discs_count(entry.blocks, "block") + " free");
+                       text_count(entry.blocks, "block") + " free");
         files.append(discs_entry_json(entry));
     }
     if (const int status = discs_commit(disc)) {

@@ -64,7 +64,7 @@ int show(const std::string& file, int line) {
         pane.doc.file_name = "standard input";
     }
     if (source.fd < 0) {
-        return report_fail(KxError::NotFound, host_why(file, errno));
+        return host_fail(file, errno);
     }
     std::setlocale(LC_CTYPE, "");
     load_colours();

@@ -30,6 +30,10 @@ constexpr char ascii_to_lower(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
+constexpr char ascii_to_upper(char c) {
+    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+}
+
 /// How many bytes of a UTF-8 character follow its first one; 0 for any other byte.
 constexpr int ascii_utf8_following(unsigned char byte) {
     return byte < 0xC0 ? 0 : byte < 0xE0 ? 1 : byte < 0xF0 ? 2 : byte < 0xF8 ? 3 : 0;
