@@ -103,7 +103,7 @@ TEST_F(KxLine, EveryFailureHasItsTextCodeAndStatus) {
         {"kx mkfs -q d.d64; kx --json mkfs d.d64", 1, "exists", "d.d64 exists\nhint: -f rep"},
         {"kx put -q --lock d.d64 x.bin; kx --json rm d.d64 X.BIN", 1, "locked", "hint: -f takes"},
         {"kx --json put disc.d64 x.bin", 1, "damaged", "the image is cut: it has 3 bytes of 17"},
-        {"kx -t c64 --json serve nowhere", 1, "host-file", "kx: error: nowhere: No such file"},
+        {"kx -t c64 --json serve nowhere", 1, "not-found", "kx: error: nowhere: No such file"},
         {"kx view game.prg >/dev/full", 1, "", "standard output: No space left on device\n"},
     };
     for (const Row& row : rows) {
