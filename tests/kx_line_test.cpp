@@ -79,6 +79,9 @@ TEST_F(KxLine, EveryFailureHasItsTextCodeAndStatus) {
         {"kx -t nes -p x --json send hello.prg", 3, "bad-config", "[stub] name must be c64rr"},
         {"kx -t c64 -p x --json run --console hello.prg", 3, "bad-config",
          "it names no debug console\nhint: "},
+        {"sed s/ttyS1/no/ $KXPATH/config/c64rr_console.ini >c.ini; kx -t ./c.ini -p x --json run "
+         "--console hello.prg",
+         4, "port-missing", "/dev/no: no such device ([console] port in ./c.ini)\n"},
         {"kx fake --fail silent -- kx --timeout 0.1 --json ports --ping", 5, "target-silent",
          "at 9600, 19200, 38400, 57600 or 115200 baud\n"},
         {"kx --json send none.prg", 1, "not-found", "none.prg: No such file or directory\n"},

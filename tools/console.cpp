@@ -37,6 +37,10 @@ struct State {
 };
 State state;
 
+std::string device() {
+    return active_config.console_port.empty() ? SerialLine().device : active_config.console_port;
+}
+
 void put_back(void* /*context*/) {
     tcsetattr(STDIN_FILENO, TCSANOW, &state.saved);
 }
@@ -125,24 +129,19 @@ bool take_keys() {
 } // namespace
 
 int console_check(const Session& session) {
-    return active_config.console == CONSOLE_SERIAL
-               ? 0
-               : report_fail(KxError::BadConfig, session.target + ": it names no debug console",
-                             "[console] name must be serial");
+    if (active_config.console != CONSOLE_SERIAL) {
+        return report_fail(KxError::BadConfig, session.target + ": it names no debug console",
+                           "[console] name must be serial");
+    }
+    // The library ends the program when it cannot open the line.
+    return globals.dry_run ? 0 : line_lock_console(session, device(), state.lock);
 }
 
-int console_open(const Session& session) {
-    // Checked here: the library ends the program when it cannot open the line.
-    const std::string device =
-        active_config.console_port.empty() ? SerialLine().device : active_config.console_port;
-    if (const int status = line_lock_console(session, device, state.lock)) {
-        return status;
-    }
+void console_open() {
     target_console_init();
     set_terminal();
     state.open = true;
-    report_done("console on " + device + (state.terminal ? "; Ctrl-T q leaves" : ""));
-    return 0;
+    report_done("console on " + device() + (state.terminal ? "; Ctrl-T q leaves" : ""));
 }
 
 bool console_poll() {

@@ -5,14 +5,13 @@
 
 namespace kx {
 
-// Both return 0, or the exit status of the failure, which has been reported.
-
-/// Whether the target file names a console at all.
+/// Whether the target file names a console whose line can be had; from then on it is locked. In a
+/// dry run the line is left alone. 0, or the exit
+/// status of the failure, which has been reported.
 int console_check(const Session& session);
 
-/// Opens the console's line, which the target file names, and sets the terminal so that each key
-/// goes out at once.
-int console_open(const Session& session);
+/// Behind that: opens the line for good, and sets the terminal so that each key goes out at once.
+void console_open();
 
 /// Moves what has come (with --json an event) and what was typed; nothing when it is not open. True
 /// once the user wants to leave: Ctrl-T, then q.

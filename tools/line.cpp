@@ -36,11 +36,10 @@ constexpr std::uint32_t SILENCE_SHOWN_MS = 1000; // of the target
 constexpr std::uint32_t RATE_AFTER_MS = 100;     // a rate over less says nothing
 constexpr int BITS_PER_BYTE = 10;
 
-// Bytes of a write command, and of the first read command: what the line carries in a quarter of a
-// second, or this. An interrupted transfer ends behind a command, so that target and host are in
-// step; the heads of the commands are half a percent of the bytes.
-constexpr std::size_t COMMAND_MIN = 1024;
-constexpr int COMMANDS_PER_SECOND = 4;
+// Bytes of a write command, and of the first read command. An interrupted transfer ends behind a
+// command, so that target and host are in step; the heads of the commands are half a percent of the
+// bytes.
+constexpr std::size_t COMMAND_BYTES = 1024;
 
 // Each read command costs the way there and back, in which the line stands still. One that was
 // answered in less than this is followed by one of twice the bytes. So Ctrl-C waits for half a
@@ -216,11 +215,6 @@ bool stop_waiting(std::uint32_t waited_ms) {
     return signals_count() > 0;
 }
 
-std::size_t command_max() {
-    const int carried = active_config.port_baud / BITS_PER_BYTE / COMMANDS_PER_SECOND;
-    return std::max(COMMAND_MIN, static_cast<std::size_t>(carried));
-}
-
 // Bytes of a `B` or `C` command before its data.
 std::size_t command_size() {
     return 2 + 2 * static_cast<std::size_t>((active_config.addr_bits + 7) / 8);
@@ -269,7 +263,7 @@ unsigned long long give_up_line() {
                                  static_cast<std::uint64_t>(std::max(queued, 0));
     // Before the one under way, all commands have full size.
     return unsent <= state.command ? unsent
-                                   : (unsent - state.command) % (command_size() + command_max());
+                                   : (unsent - state.command) % (command_size() + COMMAND_BYTES);
 }
 
 int fail_in_step(const LineTransfer& transfer) {
@@ -399,7 +393,7 @@ int line_write(LineTransfer& transfer, std::uint32_t start, std::span<const std:
             const int status = transfer.done > 0 ? line_confirm(transfer) : 0;
             return status != 0 ? status : fail_in_step(transfer);
         }
-        const auto command = bytes.first(std::min(bytes.size(), command_max()));
+        const auto command = bytes.first(std::min(bytes.size(), COMMAND_BYTES));
         const auto end = static_cast<std::uint32_t>(start + command.size());
         begin_command(transfer, command.size(), 0);
         tell_command('B', {end, start});
@@ -415,7 +409,7 @@ int line_write(LineTransfer& transfer, std::uint32_t start, std::span<const std:
 }
 
 int line_read(LineTransfer& transfer, std::uint32_t start, std::span<std::uint8_t> bytes) {
-    for (std::size_t size = command_max(); !bytes.empty();) {
+    for (std::size_t size = COMMAND_BYTES; !bytes.empty();) {
         if (signals_pending() != 0) {
             return fail_in_step(transfer);
         }
@@ -486,12 +480,12 @@ std::string line_time_text(std::uint32_t milliseconds) {
 }
 
 std::string line_rate_text(std::uint64_t bytes, std::uint32_t milliseconds) {
-    const double rate = static_cast<double>(bytes) * 1000 / std::max(milliseconds, 1U);
-    const double part = rate * BITS_PER_BYTE / active_config.port_baud * 100;
-    // A pseudo-terminal knows no baud rate.
     if (milliseconds < RATE_AFTER_MS) {
         return line_time_text(milliseconds);
     }
+    const double rate = static_cast<double>(bytes) * 1000 / milliseconds;
+    const double part = rate * BITS_PER_BYTE / active_config.port_baud * 100;
+    // A pseudo-terminal knows no baud rate.
     return line_time_text(milliseconds) +
            text_printf(part < 101 ? " (%.2f KiB/s, %.0f %% of the line)" : " (%.2f KiB/s)",
                        rate / 1024, part);

@@ -419,8 +419,8 @@ int serve_prepare(const Session& session, const ServeOptions& options) {
 }
 
 int serve_run(Session& session, const ServeOptions& options) {
-    if (const int status = options.console ? console_open(session) : 0) {
-        return status;
+    if (options.console) {
+        console_open();
     }
     begin(options);
     const int status = serve_until_end(session, options);
