@@ -33,11 +33,14 @@ void fileserver_set_patience(int milliseconds);
 /// with each byte that `max_speed` spaces, and with each that an endless name is too long by: when
 /// it says true the request is dropped, and what the target still sends of it is read and dropped
 /// too, until the line is quiet for 100 ms or two seconds have passed. Null, at first: nobody is
-/// asked. It may call `fileserver_last_request`, and nothing else of the servers.
+/// asked. It may call `fileserver_last_request`, and nothing else of the servers. Where it or a
+/// patience is set, a `serial_set_write_stop` of the program is not asked during a request.
 void fileserver_set_stop(bool (*stop)());
 
-/// How a request ended. A dropped one, of which half has come or whose answer nobody took, did
-/// nothing and is not answered (further); a file that was being saved is as before.
+/// How a request ended. A dropped one is not answered (further). When half of it has come nothing
+/// is done, but that a dhWrite has written the bytes that came; a file that was being saved is as
+/// before. When it was the answer that nobody took, what was asked for is done all the same: a
+/// directory made or removed, a handle opened, the current directory changed.
 enum class FileserverResult { UnderWay, Done, Failed, Dropped };
 
 /// A request, for a program that shows a line for each.
@@ -49,7 +52,7 @@ struct FileserverEvent {
     std::uint64_t expected = 0; // of so many announced
     std::uint32_t entries = 0;  // of the directory sent
     FileserverResult result = FileserverResult::UnderWay;
-    std::string why; // it failed or was dropped: "refused: fileserver_read_only", "line lost", ...
+    std::string why; // it failed or was dropped: "refused: read-only", "the line is gone", ...
 };
 
 /// `event` is called at the end of every request, and by the serial-slave server for bytes that

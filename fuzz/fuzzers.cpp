@@ -402,7 +402,7 @@ std::set<std::string> tree(const std::string& name) {
 }
 
 /// Nothing outside the root is read or changed, nothing at all in a root that is only read, nor by
-/// a request that is dropped, and the next request is answered.
+/// a request that is dropped but what has come of a dhWrite, and the next request is answered.
 void servers(FuzzedDataProvider& input) {
     static const std::pair<std::uint8_t, std::string> known[] = {
         {FILESERVER_GENERIC, {"\x01\xAC\x03ls\0", 6}},
@@ -426,7 +426,8 @@ void servers(FuzzedDataProvider& input) {
     root = tree(active_config.fileserver_root);
     fileserver_set_event([](const FileserverEvent& event) {
         const bool may = !active_config.fileserver_read_only &&
-                         (hang_up || event.result != FileserverResult::Dropped);
+                         (hang_up || event.result != FileserverResult::Dropped ||
+                          std::string_view(event.request) == "dhWrite");
         const auto now = *event.request == 'u' ? root : tree(active_config.fileserver_root);
         check(may || now == root, "what is read-only or dropped changes nothing");
         root = now;

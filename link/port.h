@@ -58,8 +58,8 @@ int port_flush_input();
 void port_putc(std::uint8_t byte);
 
 /// Bytes in order, each throttled; stops at the first write error, and between throttled bytes when
-/// the line's `serial_set_write_stop` says so. Without a throttle they go out
-/// in as few system calls as the line takes.
+/// the line's `serial_set_write_stop` says so. Without a throttle they go out in as few system
+/// calls as the line takes.
 void port_write_block(std::span<const std::uint8_t> bytes);
 
 /// Fills the buffer, waiting for every byte; zeros from where the line has gone, and for another

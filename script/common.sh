@@ -1,5 +1,5 @@
 # shellcheck shell=bash disable=SC2034
-# What script/run, script/test and .ci/run share. To be sourced by bash from the project's root.
+# What the scripts of this folder and .ci/run share. To be sourced by bash from the project's root.
 
 say() {
     printf '%s\n' "$*" >&2

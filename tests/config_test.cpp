@@ -158,12 +158,10 @@ TEST_F(Config, RomsAndSymbolsAreLoaded) {
     EXPECT_EQ(config_load_roms(base.path, doc), 0);
     EXPECT_EQ(config_load_symbols(base.path, doc), 0);
     EXPECT_THAT(testing::internal::GetCapturedStderr(), testing::Not(testing::HasSubstr("error:")));
-    msg_reset();
     // A prg file, by the default file type: its first two bytes are its own load address.
     EXPECT_EQ(sim_read8(0xC000), 0x11);
     EXPECT_EQ(sim_read8(0xC001), 0x22);
     EXPECT_NE(sym_find_name(sym_store, "start", 0), nullptr);
-    sym_table_free(sym_store);
     ASSERT_EQ(load("roms/a.bin", "roms/gone.bin"), 1);
     EXPECT_EQ(config_load_roms(base.path, doc), -1);
     EXPECT_EQ(mem_mode, MEM_IMAGE) << "put back on every way";

@@ -124,6 +124,11 @@ TEST_F(Served, WaitsOnceForALineThatTakesNothing) {
     }
     EXPECT_EQ(asked, 1);
     EXPECT_TRUE(told.ends_with("ping   0/0 0 x the line takes no bytes\n"));
+    active_config.fileserver = FILESERVER_GENERIC;
+    pty.send({0xAC, 0x0C, 'd', 0});
+    EXPECT_EQ(fileserver_handle_byte(0x01), 0);
+    EXPECT_TRUE(told.ends_with("dbgMkdir d  0/0 0 x the line takes no bytes\n"));
+    EXPECT_TRUE(fs::exists("d")) << "done all the same";
 }
 
 TEST_F(Served, TellsWhatBecameOfARequest) {

@@ -53,7 +53,6 @@ struct Load : testing::Test {
         EXPECT_EQ(sim_init(), 1);
         sym_table_new(&sym_store);
     }
-    ~Load() override { sym_table_free(sym_store); }
 
     // What was loaded last ("start-end:execute"), the runs of bytes in memory that are not zero
     // ("address:bytes"), and on lines of their own the symbols as VICE labels.
@@ -209,7 +208,6 @@ TEST_F(Load, EntriesAreMarkedWhereTheyHaveANameAndNamedElsewhere) {
 TEST_F(Load, PiecesAreToldAsTheyGo) {
     dir.write("a.pce", image(40960, {}));
     mem_mode = MEM_IMAGE; // of which none is open: the first piece fails
-    msg_reset();
     verbosity.verbose = 1;
     testing::internal::CaptureStderr();
     EXPECT_EQ(file_load("a.pce", 0), -1);

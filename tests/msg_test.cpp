@@ -148,7 +148,6 @@ TEST(Progress, ReachesTheTerminalAtOnce) {
                                [] { progress_end(0); }, msg_tick};
     test::Terminal terminal(40, 5);
     terminal.run([&] {
-        msg_reset();
         con_rawmode();
         for (void (*step)() : steps) {
             step();

@@ -90,9 +90,9 @@ void con_settings_restore(const TerminalSettings& saved);
 void con_hold_terminal();
 void con_release_terminal();
 
-/// What such a signal sends to the terminal, at most some hundred bytes; "" for nothing. Neither
-/// that nor the settings are its business while `is_away`, which a signal handler may call, says
-/// that the screen has been left already; null: never.
+/// What such a signal sends to the terminal, at most some hundred bytes; "" for nothing. It sends
+/// nothing while `is_away`, which a signal handler may call, says that the screen has been left
+/// already, and then puts the settings back in the foreground only; null: never.
 void con_set_reset(std::string_view bytes, bool (*is_away)());
 
 /// Writes what `con_after_screen` has held back.
