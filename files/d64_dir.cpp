@@ -18,7 +18,8 @@ namespace {
 
 struct State {
     std::shared_ptr<D64Disc> last; // whose directory was read last
-} state;
+};
+State state;
 
 /// The mode that names are converted by; 0, which changes nothing, before its tables are loaded.
 unsigned name_charset(const D64Disc& disc) {

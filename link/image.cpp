@@ -23,7 +23,8 @@ namespace {
 struct State {
     std::weak_ptr<std::FILE> last; // gone when its handle closes it
     bool (*fault)(bool writing) = nullptr;
-} state;
+};
+State state;
 
 bool fails(bool writing) {
     if (state.fault == nullptr || !state.fault(writing)) {

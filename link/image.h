@@ -28,13 +28,13 @@ struct ImageZone {
     int last;
     int sectors;
 };
-constexpr ImageZone IMAGE_ZONES[] = {{17, 21}, {24, 19}, {30, 18}, {42, 17}};
+constexpr ImageZone image_zones[] = {{17, 21}, {24, 19}, {30, 18}, {42, 17}};
 
 /// Sectors of the tracks before `track` (1 to 43) on a 1541 disc; 0 for any other track.
 constexpr int d64_sectors_before(int track) {
     int sectors = 0;
     int first = 1;
-    for (const ImageZone& zone : IMAGE_ZONES) {
+    for (const ImageZone& zone : image_zones) {
         sectors += zone.sectors * std::clamp(track - first, 0, zone.last - first + 1);
         first = zone.last + 1;
     }

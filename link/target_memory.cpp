@@ -182,7 +182,7 @@ struct Route {
     int (*read_block)(std::span<std::uint8_t> bytes, std::uint32_t address);
 };
 
-constexpr Route ROUTES[] = {
+constexpr Route routes[] = {
     {.mode = MEM_SIMULATOR,
      .simulator = true,
      .target = false,
@@ -208,12 +208,12 @@ constexpr Route ROUTES[] = {
 
 // The row of the mode in force; an unknown mode stays in the simulator.
 const Route& find_route() {
-    for (const Route& row : ROUTES) {
+    for (const Route& row : routes) {
         if (row.mode == mem_mode) {
             return row;
         }
     }
-    return ROUTES[0];
+    return routes[0];
 }
 
 void write8(const Route& route, std::uint32_t address, std::uint8_t value) {

@@ -215,7 +215,7 @@ struct Entry {
 };
 
 // Meant: the texts as they stand, "Colorsheme" included.
-constexpr Entry ENTRIES[] = {
+constexpr Entry entries[] = {
     {5, 0, "", "Select Target", choose_target},
     {6, 0, "", "Select Colorsheme", choose_colours},
     {0, 0, "", "Setup Target", choose_charset}, // Meant: this entry chooses the charset.
@@ -227,7 +227,7 @@ constexpr Entry ENTRIES[] = {
 
 Menu make_main_menu() {
     Menu menu{{}, MENU_TITLE, MENU_HINT, 0, 0, 40, 9};
-    for (const Entry& entry : ENTRIES) {
+    for (const Entry& entry : entries) {
         menu.items.push_back({entry.result, entry.hotkey, entry.hotkey_label, entry.label});
     }
     return menu;
@@ -246,7 +246,7 @@ std::string why_no_screen() {
 /// Shows the main menu once and acts on the choice. False when the user leaves.
 bool run_choice(IniDocument& new_main) {
     const int result = menu_run(state.main);
-    for (const Entry& entry : ENTRIES) {
+    for (const Entry& entry : entries) {
         if (entry.result == result && entry.run != nullptr) {
             state.escape = ESCAPE_BACK;
             draw_bottom_line();

@@ -127,7 +127,7 @@ int choose_port() {
     std::uint64_t rate = 0;
     std::string error;
     if (parse_number(baud, INT32_MAX, rate, error) != 0 ||
-        std::ranges::count(BAUD_RATES, static_cast<int>(rate)) == 0) {
+        std::ranges::count(baud_rates, static_cast<int>(rate)) == 0) {
         // A file without a port may have any rate: it is asked for when the port is opened.
         if (globals.baud.empty() && environment("KX_BAUD").empty()) {
             return 0;
@@ -174,9 +174,9 @@ bool look(std::string& why) {
 
 std::string baud_rates_text() {
     std::string text;
-    for (const int& rate : BAUD_RATES) {
-        text += (&rate == BAUD_RATES                 ? ""
-                 : &rate == std::end(BAUD_RATES) - 1 ? " or "
+    for (const int& rate : baud_rates) {
+        text += (&rate == baud_rates                 ? ""
+                 : &rate == std::end(baud_rates) - 1 ? " or "
                                                      : ", ") +
                 std::to_string(rate);
     }

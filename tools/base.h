@@ -9,7 +9,7 @@
 namespace kx {
 
 /// What a serial line can be set to.
-constexpr int BAUD_RATES[] = {9600, 19200, 38400, 57600, 115200};
+constexpr int baud_rates[] = {9600, 19200, 38400, 57600, 115200};
 std::string baud_rates_text(); // "9600, 19200, 38400, 57600 or 115200"
 
 /// Finds the base directory: --base, KXPATH, ${XDG_DATA_HOME:-~/.local/share}/kx, share/kx beside

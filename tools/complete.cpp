@@ -83,7 +83,7 @@ void offer_values(const Option& option, const std::string& before) {
             offer(before + port.device, port.what);
         }
     } else if (&option == find_option(global_options(), "--baud")) {
-        for (const int rate : BAUD_RATES) {
+        for (const int rate : baud_rates) {
             offer(before + std::to_string(rate));
         }
     } else if (options_lists_choices(option)) {

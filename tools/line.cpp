@@ -171,7 +171,7 @@ int lock_or_wait(const Session& session, bool wait, Fd& fd) {
 }
 
 int check_baud(long baud, const std::string& origin) {
-    return std::ranges::count(BAUD_RATES, baud) != 0
+    return std::ranges::count(baud_rates, baud) != 0
                ? 0
                : report_fail(KxError::PortBaud,
                              text_printf("%ld baud cannot be set (%s): ", baud, origin.c_str()) +

@@ -273,7 +273,7 @@ void check_baud(Lint& lint) {
             continue;
         }
         const long baud = std::strtol(item->value.c_str(), nullptr, 0);
-        const bool usual = std::ranges::count(BAUD_RATES, baud) > 0;
+        const bool usual = std::ranges::count(baud_rates, baud) > 0;
         if (!usual && !(baud == 0 && std::string_view(section) == "console") &&
             value_of(lint, "cable", "name") != "none") {
             add(lint, "baud", item->line, Severity::Error,

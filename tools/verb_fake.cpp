@@ -308,7 +308,7 @@ pid_t start_command() {
     words.push_back(nullptr);
     setenv("KX_PORT", device_path().c_str(), 1);
     setenv("KX_TARGET", state.target_name.c_str(), 1);
-    if (std::ranges::count(BAUD_RATES, state.target.settings.baud) != 0) {
+    if (std::ranges::count(baud_rates, state.target.settings.baud) != 0) {
         setenv("KX_BAUD", std::to_string(state.target.settings.baud).c_str(), 1);
     }
     pid_t child = -1;

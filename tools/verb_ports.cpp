@@ -121,7 +121,7 @@ std::uint32_t ping_address() {
 // The configured rate goes first.
 std::vector<int> ping_rates() {
     std::vector<int> rates = {active_config.port_baud};
-    for (const int rate : BAUD_RATES) {
+    for (const int rate : baud_rates) {
         if (rate != active_config.port_baud) {
             rates.push_back(rate);
         }

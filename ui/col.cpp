@@ -78,7 +78,7 @@ struct ColourName {
     std::int8_t text;
 };
 
-constexpr ColourName COLOUR_NAMES[] = {
+constexpr ColourName colour_names[] = {
     {"black", 0, 0},
     {"blue", 1, 1},
     {"green", 2, 2},
@@ -98,7 +98,7 @@ constexpr ColourName COLOUR_NAMES[] = {
 };
 
 const ColourName* find_colour(std::string_view name) {
-    for (const ColourName& colour : COLOUR_NAMES) {
+    for (const ColourName& colour : colour_names) {
         if (colour.name == name) {
             return &colour;
         }
@@ -110,7 +110,7 @@ const ColourName* find_colour(std::string_view name) {
 
 std::vector<std::string> col_names() {
     std::vector<std::string> names;
-    for (const ColourName& colour : COLOUR_NAMES) {
+    for (const ColourName& colour : colour_names) {
         names.emplace_back(colour.name);
     }
     return names;

@@ -30,7 +30,7 @@ struct KeySequence {
     const char* bytes;
     int key;
 };
-constexpr KeySequence KEY_SEQUENCES[] = {
+constexpr KeySequence key_sequences[] = {
     {"OP", KEYCODE_F1},
     {"OQ", KEYCODE_F1 + 1},
     {"OR", KEYCODE_F1 + 2},
@@ -135,7 +135,7 @@ int read_sequence() {
         }
         bytes += static_cast<char>(byte);
         bool more = false;
-        for (const KeySequence& sequence : KEY_SEQUENCES) {
+        for (const KeySequence& sequence : key_sequences) {
             if (begins(sequence.bytes, bytes)) {
                 if (std::strlen(sequence.bytes) == bytes.size()) {
                     return sequence.key;

@@ -21,7 +21,7 @@ namespace {
 
 // Curses' numbers of the program's colours. The bright ones become their dark counterparts (bold
 // makes the difference), dark grey becomes white.
-constexpr short CURSES_COLOUR[16] = {0, 4, 2, 6, 1, 5, 3, 7, 7, 4, 2, 6, 1, 5, 3, 7};
+constexpr short curses_colours[16] = {0, 4, 2, 6, 1, 5, 3, 7, 7, 4, 2, 6, 1, 5, 3, 7};
 
 constexpr mmask_t EVERY_MOUSE_EVENT = 0xfffffff;
 
@@ -40,7 +40,7 @@ void make_pairs(int stride) {
     for (int b = 0; b < stride; ++b) {
         for (int f = 0; f < stride; ++f) {
             // Pair 0 is the terminal's own and curses refuses to set it.
-            init_pair(static_cast<short>(b * stride + f), CURSES_COLOUR[f], CURSES_COLOUR[b]);
+            init_pair(static_cast<short>(b * stride + f), curses_colours[f], curses_colours[b]);
         }
     }
 }

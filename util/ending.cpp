@@ -10,7 +10,7 @@ namespace kx {
 namespace {
 
 // Those whose default action does not end the program, or that nobody can catch.
-constexpr int HARMLESS[] = {SIGCHLD, SIGCONT, SIGTSTP,  SIGTTIN, SIGTTOU,
+constexpr int harmless[] = {SIGCHLD, SIGCONT, SIGTSTP,  SIGTTIN, SIGTTOU,
                             SIGURG,  SIGKILL, SIGWINCH, SIGSTOP};
 
 // For the handler, should the program's own stack be used up. More than any processor's registers
@@ -42,7 +42,7 @@ void exchange(void (*from)(int), void (*to)(int)) {
     for (int number = 1; number <= SIGRTMAX; ++number) {
         struct sigaction before = {};
         const bool ends =
-            std::find(std::begin(HARMLESS), std::end(HARMLESS), number) == std::end(HARMLESS);
+            std::find(std::begin(harmless), std::end(harmless), number) == std::end(harmless);
         // With one call where there is something to change. All signals are held back meanwhile.
         if (ends && sigaction(number, &action, &before) == 0 && before.sa_handler != from) {
             sigaction(number, &before, nullptr);
