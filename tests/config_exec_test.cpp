@@ -12,7 +12,6 @@
 #include "ui/msg.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace kx {
 

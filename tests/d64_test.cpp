@@ -14,7 +14,6 @@
 #include "tests/support/temp_dir.h"
 #include "ui/msg.h"
 
-#include <algorithm>
 #include <filesystem>
 #include <gmock/gmock.h>
 

@@ -10,7 +10,6 @@
 #include "ui/msg.h"
 #include "util/text.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace kx {

@@ -5,7 +5,6 @@
 #include "core/active_config.h"
 #include "link/rate.h"
 #include "link/seams_private.h"
-#include "link/target_memory.h"
 #include "tests/support/pty.h"
 #include "ui/msg.h"
 #include "util/clock.h"
@@ -14,7 +13,7 @@
 #include <csignal>
 #include <cstdarg>
 #include <fcntl.h>
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <sys/ioctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>

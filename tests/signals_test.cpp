@@ -7,7 +7,6 @@
 #include <csignal>
 #include <filesystem>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <termios.h>
 
 namespace kx {

@@ -9,12 +9,10 @@
 #include "tests/support/fake_thread.h"
 #include "tests/support/pty.h"
 #include "tests/support/temp_dir.h"
-#include "ui/msg.h"
 #include "util/file.h"
 
 #include <filesystem>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 namespace kx {
 
