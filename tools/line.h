@@ -47,10 +47,10 @@ struct LineTransfer {
     std::uint64_t line_began = port_line.written; // bytes that had gone out by then
 };
 
-/// Moves the bytes in commands, each over within about half a second (a second at 9600 baud), and
-/// adds them to `transfer.done`. A signal ends it behind the command under way, a second one,
-/// or one to a target that has fallen silent, at once. Behind a write that a signal has ended, a
-/// byte is read: the target is in step when it answers.
+/// Moves the bytes in commands of 1 KiB, when reading of more while that takes half a second at
+/// most (a KiB takes a second at 9600 baud), and adds them to `transfer.done`. A signal ends it
+/// behind the command under way, a second one, or one to a target that has fallen silent, at once.
+/// Behind a write that a signal has ended, a byte is read: the target is in step when it answers.
 int line_write(LineTransfer& transfer, std::uint32_t start, std::span<const std::uint8_t> bytes);
 int line_read(LineTransfer& transfer, std::uint32_t start, std::span<std::uint8_t> bytes);
 
