@@ -69,8 +69,7 @@ void check(bool holds, const char* what) {
     }
 }
 
-// Names count from the input's directory, wherever the current one is. Directories on the way are
-// made, and what is not there reads as empty.
+// Names count from the input's directory; directories are made, and no file reads as empty.
 
 void put(const std::string& name, std::string_view content) {
     const fs::path path = state.directory / name;
@@ -336,9 +335,9 @@ void make_image(FuzzedDataProvider& input) {
     disc_write(disc, {.name = {'B'}, .bytes = bytes});
     check(disc_commit(disc) == 1, "a disc can be made");
     std::string image = get("a.d64");
-    while (input.ConsumeBool()) { // first and next block of A, first of B, map, their slots
-        const auto at = input.PickValueInArray({0x15000U, 0x15A00U, 0x15100U, 0x16540U, 0x16600U});
-        image[at + input.ConsumeIntegral<std::uint8_t>() % 64] = input.ConsumeIntegral<char>();
+    while (input.ConsumeBool()) { // first and next block of A, map, the slots of A and B
+        const auto at = input.PickValueInArray({0x15000U, 0x15A00U, 0x16544U, 0x16600U, 0x16620U});
+        image[at + input.ConsumeIntegral<std::uint8_t>() % 32] = input.ConsumeIntegral<char>();
     }
     image.resize(image.size() - (input.ConsumeBool() ? input.ConsumeIntegral<std::uint16_t>() : 0));
     put("a.d64", image);
@@ -447,7 +446,8 @@ void run(FuzzedDataProvider& input) {
     sym_table_new(&sym_store);
     verbosity.silent = 1;
     const int lowest = Fd(dup(STDERR_FILENO)).get();
-    fuzzers.at(std::getenv("KX_FUZZER"))(input);
+    const char* const name = std::getenv("KX_FUZZER");
+    fuzzers.at(name != nullptr ? name : "")(input);
     fileserver_reset(); // closes the root
     check(Fd(dup(STDERR_FILENO)).get() == lowest, "no descriptor stays open");
     fs::remove_all(path);
