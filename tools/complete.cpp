@@ -10,6 +10,7 @@
 #include "tools/report.h"
 #include "tools/verbs.h"
 #include "util/ascii.h"
+#include "util/text.h"
 
 #include <algorithm>
 #include <array>
@@ -45,26 +46,6 @@ void offer_verbs() {
     }
 }
 
-/// Each part of "a|b|c".
-template <typename Function>
-void for_each_part(std::string_view list, char separator, Function function) {
-    while (!list.empty()) {
-        const std::size_t end = std::min(list.find(separator), list.size());
-        function(std::string(list.substr(0, end)));
-        list.remove_prefix(std::min(end + 1, list.size()));
-    }
-}
-
-const Option* find_option(std::span<const Option> options, const std::string& name) {
-    const auto found = std::ranges::find_if(options, [&](const Option& option) {
-        bool is_named = false;
-        for_each_part(option.names, ',',
-                      [&](const std::string& each) { is_named |= each == name; });
-        return is_named;
-    });
-    return found != options.end() ? &*found : nullptr;
-}
-
 void offer_targets(const std::string& before) {
     if (base_find_quietly()) {
         for (const std::string& name : base_config_names("target")) {
@@ -75,27 +56,29 @@ void offer_targets(const std::string& before) {
 
 /// The values of an option, with `before` in front of each.
 void offer_values(const Option& option, const std::string& before) {
-    const std::string_view value = option.value;
-    if (&option == find_option(global_options(), "--target")) {
+    if (&option == options_find(global_options(), "--target")) {
         offer_targets(before);
-    } else if (&option == find_option(global_options(), "--port")) {
+    } else if (&option == options_find(global_options(), "--port")) {
         for (const PortEntry& port : port_list("", false)) {
             offer(before + port.device, port.what);
         }
-    } else if (&option == find_option(global_options(), "--baud")) {
+    } else if (&option == options_find(global_options(), "--baud")) {
         for (const int rate : baud_rates) {
             offer(before + std::to_string(rate));
         }
     } else if (options_lists_choices(option)) {
-        for_each_part(value, '|', [&](const std::string& each) { offer(before + each); });
+        for (const std::string& each : text_split(option.value, '|')) {
+            offer(before + each);
+        }
     }
 }
 
 void offer_options(std::span<const Option> options) {
     for (const Option& option : options) {
         if (option.names[0] == '-') {
-            for_each_part(option.names, ',',
-                          [&](const std::string& name) { offer(name, option.help); });
+            for (const std::string& name : text_split(option.names, ',')) {
+                offer(name, option.help);
+            }
         }
     }
 }
@@ -166,7 +149,7 @@ std::size_t take_option(Line& line, std::span<const std::string> words) {
         const std::string& word = words.front();
         if (count == words.size()) {
             line.option =
-                find_option(table, word[1] == '-' ? word : std::string("-") + word.back());
+                options_find(table, word[1] == '-' ? word : std::string("-") + word.back());
             return 1;
         }
         if (count > 0) {
@@ -208,7 +191,7 @@ void complete_kx(std::span<const std::string> words) {
     } else if (!line.only_arguments && word.starts_with('-')) {
         const std::size_t sign = word.find('=');
         for (const std::span<const Option> table : tables(line)) {
-            const Option* const option = find_option(table, word.substr(0, sign));
+            const Option* const option = options_find(table, word.substr(0, sign));
             if (sign == std::string::npos) {
                 offer_options(table);
             } else if (option != nullptr) {

@@ -102,7 +102,6 @@ PortFailure refused(const std::string& device, int error) {
     if (std::filesystem::exists(status) && !std::filesystem::is_character_file(status)) {
         return not_serial(device); // whatever rights it has
     }
-    const std::string group = port_list_group(device);
     switch (error) {
     case ENOENT:
     case ENXIO:
@@ -113,7 +112,7 @@ PortFailure refused(const std::string& device, int error) {
     case EPERM:
         return {KxError::PortPermission,
                 device + ": no permission (" + port_list_rights(device) + ")",
-                group.empty() ? "" : "sudo adduser $USER " + group + ", then log in anew"};
+                port_list_way_in(device)};
     case EBUSY:
     case EWOULDBLOCK:
         return busy(device);

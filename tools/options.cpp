@@ -4,6 +4,7 @@
 
 #include "tools/nearest.h"
 #include "tools/parse.h"
+#include "util/text.h"
 
 #include <CLI/CLI.hpp>
 
@@ -31,21 +32,9 @@ bool takes_word(const Option& option) {
     return !holds<bool*>(option) && !holds<int*>(option) && !holds<OptionalText*>(option);
 }
 
-std::vector<std::string> split(std::string_view text, char separator) {
-    std::vector<std::string> parts;
-    while (true) {
-        const std::size_t end = text.find(separator);
-        parts.emplace_back(text.substr(0, end));
-        if (end == std::string_view::npos) {
-            return parts;
-        }
-        text.remove_prefix(end + 1);
-    }
-}
-
 /// The value of an option put into its target. 0, or -1 with `error`.
 int store(const Option& option, const std::vector<std::string>& texts, std::string& error) {
-    const std::string name = split(option.names, ',').back();
+    const std::string name = text_split(option.names, ',').back();
     if (!is_argument(option) && std::ranges::count(texts, "") > 0) {
         error = name + " needs a value";
         return -1;
@@ -59,7 +48,7 @@ int store(const Option& option, const std::vector<std::string>& texts, std::stri
     } else if (auto* const* milliseconds = std::get_if<std::uint32_t*>(&option.target)) {
         return parse_seconds(texts.back(), **milliseconds, error);
     } else if (auto* const* text = std::get_if<std::string*>(&option.target)) {
-        const std::vector<std::string> choices = split(option.value, '|');
+        const std::vector<std::string> choices = text_split(option.value, '|');
         if (!is_argument(option) && options_lists_choices(option) &&
             std::ranges::find(choices, texts.back()) == choices.end()) {
             error = name + " takes " + option.value + ", not '" + texts.back() + "'";
@@ -83,7 +72,7 @@ void declare(CLI::App& app, const Option& option, std::string& error) {
         app.add_flag_callback(option.names, [take] { take({}); })->disable_flag_override();
     } else if (holds<OptionalText*>(option)) {
         static std::string unused; // CLI11 has no flag that hands its value to a function alone
-        app.add_flag(split(option.names, ',').back() + "{" + LEFT_OUT + "}", unused)
+        app.add_flag(text_split(option.names, ',').back() + "{" + LEFT_OUT + "}", unused)
             ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast)
             ->each([take](const std::string& text) { take({text}); });
     } else {
@@ -105,7 +94,7 @@ std::string unknown_option(const std::string& word, std::span<const Option> opti
     std::vector<std::string> names;
     for (const std::span<const Option> table : {options, globals}) {
         for (const Option& option : table) {
-            for (const std::string& each : split(option.names, ',')) {
+            for (const std::string& each : text_split(option.names, ',')) {
                 if (each.starts_with("--")) {
                     names.push_back(each);
                 }
@@ -188,7 +177,7 @@ int options_store_arguments(std::span<const Option> options,
         }
         if (next == arguments.end()) {
             if (option.names[0] != '[') {
-                error = std::string(split(option.names, '.').front()) + " is missing";
+                error = std::string(text_split(option.names, '.').front()) + " is missing";
                 return -1;
             }
             continue;
@@ -207,6 +196,13 @@ int options_store_arguments(std::span<const Option> options,
     return 0;
 }
 
+const Option* options_find(std::span<const Option> options, const std::string& name) {
+    const auto found = std::ranges::find_if(options, [&](const Option& option) {
+        return std::ranges::count(text_split(option.names, ','), name) > 0;
+    });
+    return found != options.end() ? &*found : nullptr;
+}
+
 std::size_t options_count_words(std::span<const Option> options,
                                 std::span<const std::string> words) {
     const std::string& word = words.front();
@@ -217,10 +213,8 @@ std::size_t options_count_words(std::span<const Option> options,
     for (std::size_t at = 1; at < word.size(); at++) {
         const std::string name =
             is_long ? word.substr(0, word.find('=')) : std::string("-") + word[at];
-        const auto option = std::ranges::find_if(options, [&](const Option& each) {
-            return std::ranges::count(split(each.names, ','), name) > 0;
-        });
-        if (option == options.end()) {
+        const Option* const option = options_find(options, name);
+        if (option == nullptr) {
             return 0;
         }
         if (takes_word(*option)) {
@@ -242,7 +236,7 @@ std::string options_help(std::span<const Option> options) {
     constexpr std::size_t COLUMN = 24;
     std::string text;
     for (const Option& option : options) {
-        const std::vector<std::string> names = split(option.names, ',');
+        const std::vector<std::string> names = text_split(option.names, ',');
         const bool long_only = names.front().starts_with("--");
         std::string line = std::string(long_only ? 6 : 2, ' ') + names.front() +
                            (names.size() > 1 ? ", " + names.back() : "");

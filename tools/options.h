@@ -41,6 +41,9 @@ int options_parse(std::span<const Option> options, std::span<const Option> globa
 int options_store_arguments(std::span<const Option> options,
                             const std::vector<std::string>& arguments, std::string& error);
 
+/// The option of that name, "-o" or "--output"; null for none.
+const Option* options_find(std::span<const Option> options, const std::string& name);
+
 /// How many words the option at the head of `words` takes, itself included, by the table; 0 for
 /// one that the table does not have, and for a word that is no option.
 std::size_t options_count_words(std::span<const Option> options,

@@ -226,11 +226,11 @@ std::string port_list_rights(const std::string& device) {
                        group_name(status.st_gid).c_str(), mode.c_str());
 }
 
-std::string port_list_group(const std::string& device) {
+std::string port_list_way_in(const std::string& device) {
     struct stat status = {};
     constexpr mode_t both = S_IRGRP | S_IWGRP;
     return stat(device.c_str(), &status) == 0 && (status.st_mode & both) == both
-               ? group_name(status.st_gid)
+               ? "sudo adduser $USER " + group_name(status.st_gid) + ", then log in anew"
                : "";
 }
 

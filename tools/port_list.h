@@ -31,8 +31,9 @@ PortHolder port_list_holder(const std::string& root, const std::string& device);
 /// "root:dialout, rw-rw----"; empty when the device is not there.
 std::string port_list_rights(const std::string& device);
 
-/// The group that may read and write it; empty when it has no such.
-std::string port_list_group(const std::string& device);
+/// How this user gets the right to it, for a hint: by the group that may read and write it. Empty
+/// when there is none.
+std::string port_list_way_in(const std::string& device);
 
 /// The device of a name that `port_list` gave as `by_id`, or the name itself.
 std::string port_list_find(const std::string& root, const std::string& name);

@@ -194,7 +194,7 @@ int list() {
     };
     std::vector<Row> rows = {{"DEVICE", "BY-ID", "WHAT", "STATE", "TARGETS"}};
     Json list = Json::array();
-    bool refused = false;
+    std::string way_in; // to a port that is refused
     for (const PortEntry& port : port_list("", state.all)) {
         std::vector<std::string> names = targets[port.device];
         const std::vector<std::string>& by_id = targets["/dev/serial/by-id/" + port.by_id];
@@ -202,7 +202,7 @@ int list() {
         rows.push_back({port.device, dash(port.by_id), dash(port.what), dash(state_text(port)),
                         dash(joined(names))});
         list.append(port_json(port, names));
-        refused = refused || !port.access;
+        way_in = port.access ? way_in : port_list_way_in(port.device);
     }
     report_json().set("ports", std::move(list));
     if (rows.size() == 1) {
@@ -210,8 +210,8 @@ int list() {
                            "kx fake pretends a target on one");
     }
     print_table(rows);
-    if (refused) {
-        report_done("hint: sudo adduser $USER dialout, then log in anew");
+    if (!way_in.empty()) {
+        report_done("hint: " + way_in);
     }
     return 0;
 }

@@ -57,17 +57,6 @@ constexpr Option run_options[] = {
     {"--anywhere", &state.serving.anywhere, "", "serve: the target may name any file of the host"},
 };
 
-/// The names of a list with commas between them.
-std::vector<std::string> split(const std::string& list) {
-    std::vector<std::string> names;
-    for (std::size_t at = 0; at < list.size();) {
-        const std::size_t end = std::min(list.find(',', at), list.size());
-        names.push_back(list.substr(at, end - at));
-        at = end + 1;
-    }
-    return names;
-}
-
 void fill_json(const Payload& payload, std::uint32_t milliseconds) {
     Json& json = report_json();
     json.set("file", state.file.file);
@@ -154,8 +143,9 @@ int prepare(Session& session, Payload& payload) {
     if (const int status = line_begin(session)) {
         return status;
     }
-    state.file.patch = state.patch.given && state.patch.value.empty();
-    state.file.patches = split(state.patch.value);
+    const bool named = !state.patch.value.empty();
+    state.file.patch = state.patch.given && !named;
+    state.file.patches = named ? text_split(state.patch.value, ',') : std::vector<std::string>();
     if (const int status = payload_load(state.file, payload)) {
         return status;
     }

@@ -1,4 +1,4 @@
-// printf into a string, bytes in hexadecimal.
+// printf into a string, bytes in hexadecimal, lists taken apart.
 #include "util/text.h"
 
 #include <cstdio>
@@ -25,6 +25,18 @@ std::string text_printf(const char* format, ...) {
 
 std::string text_count(std::uint64_t count, const char* noun) {
     return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
+std::vector<std::string> text_split(std::string_view text, char separator) {
+    std::vector<std::string> parts;
+    while (true) {
+        const std::size_t end = text.find(separator);
+        parts.emplace_back(text.substr(0, end));
+        if (end == std::string_view::npos) {
+            return parts;
+        }
+        text.remove_prefix(end + 1);
+    }
 }
 
 std::string text_hex(std::span<const std::uint8_t> bytes) {

@@ -1,10 +1,12 @@
-// Formatted texts of any length.
+// Formatted texts of any length, and lists.
 #pragma once
 
 #include <cstdarg>
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace kx {
 
@@ -14,6 +16,9 @@ std::string text_vprintf(const char* format, va_list args) __attribute__((format
 
 /// "1 byte", "2 bytes".
 std::string text_count(std::uint64_t count, const char* noun);
+
+/// The parts between separators: one more than there are of these.
+std::vector<std::string> text_split(std::string_view text, char separator);
 
 /// "41 43 01".
 std::string text_hex(std::span<const std::uint8_t> bytes);
