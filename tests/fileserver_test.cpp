@@ -7,10 +7,12 @@
 #include "tests/support/temp_dir.h"
 #include "ui/msg.h"
 
+#include <fcntl.h>
 #include <filesystem>
 #include <gmock/gmock.h>
 #include <sstream>
 #include <sys/ioctl.h>
+#include <unistd.h>
 
 namespace kx {
 
@@ -47,7 +49,7 @@ TEST_F(Served, DropsHalfARequestWithoutAnswerAndGoesOn) {
     const std::tuple<std::uint8_t, const char*, const char*, const char*> rows[] = {
         {FILESERVER_GENERIC, "01AC 02 'f' 00 00000005 'ha'", "00", "dbgSave f f 2/5"},
         {FILESERVER_GENERIC, "01AC 02 'n' 00 00000005 'ha'", "00", "dbgSave n n 2/5"},
-        {FILESERVER_GENERIC, "01AC 07 00000001 00000005 'ha'", "", "dhWrite   2/5"},
+        {FILESERVER_GENERIC, "01AC 07 00000040 00000005 'ha'", "", "dhWrite   2/5"},
         {FILESERVER_GENERIC, "01AC", "", "unknown   0/0"},
         {FILESERVER_CBM, "02", "", "unknown   0/0"},
         {FILESERVER_SERIALSLAVE, "'B'", "", "unknown   0/0"},
@@ -69,6 +71,7 @@ TEST_F(Served, DropsHalfARequestWithoutAnswerAndGoesOn) {
     const auto descriptors = [] {
         return std::distance(fs::directory_iterator("/proc/self/fd"), {});
     };
+    EXPECT_EQ(dup2(open(dir.write("w", "").c_str(), O_WRONLY), 0x40), 0x40);
     const std::ptrdiff_t before = descriptors();
     for (const auto& [server, request, reply, event] : rows) {
         told.clear();
@@ -79,6 +82,7 @@ TEST_F(Served, DropsHalfARequestWithoutAnswerAndGoesOn) {
         EXPECT_FALSE(fs::exists("n"));
     }
     EXPECT_EQ(descriptors(), before);
+    EXPECT_EQ(test::read_file("w"), "ha") << "all that came of the write";
     size = 1;
     EXPECT_EQ(ask(FILESERVER_SERIALSLAVE, "'BC'"), "3F"); // is answered
 }
