@@ -166,6 +166,10 @@ int ping() {
     if (const int status = line_needs_stub(session)) {
         return status;
     }
+    if (globals.dry_run) {
+        report_done("the target on " + active_config.port_name + " would be asked for a byte");
+        return 0;
+    }
     const int configured = active_config.port_baud;
     for (const int rate : ping_rates()) {
         bool answers = false;
