@@ -198,8 +198,13 @@ void tell_text(const FileserverEvent& event, std::uint32_t milliseconds) {
     std::fflush(stdout);
 }
 
-void tell_request(const FileserverEvent& event) {
+void tell_request(const FileserverEvent& last) {
     const std::uint32_t milliseconds = clock_ms() - state.idle_ms;
+    FileserverEvent event = last;
+    if (event.result == FileserverResult::Dropped && state.in_request) {
+        // A piece that was on its way does not count there.
+        event.bytes = std::max(event.bytes, std::min(event.expected, state.moved));
+    }
     bar_end();
     state.in_request = false;
     state.requests++;
