@@ -170,6 +170,17 @@ bool look(std::string& why) {
     return false;
 }
 
+/// The first of the sections without which the loader ends the program that the file lacks; null
+/// for none.
+const char* missing_section(const IniDocument& document) {
+    constexpr const char* sections[] = {"patches", "target",  "cable",      "port",   "dropper",
+                                        "stub",    "console", "fileserver", "memory", "files"};
+    const auto missing = std::ranges::find_if(sections, [&](const char* section) {
+        return ini_find_section(document, section) == nullptr;
+    });
+    return missing != std::end(sections) ? *missing : nullptr;
+}
+
 } // namespace
 
 std::string baud_rates_text() {
@@ -217,15 +228,6 @@ std::vector<std::string> base_config_names(const std::string& type) {
     return names;
 }
 
-const char* target_missing_section(const IniDocument& document) {
-    constexpr const char* sections[] = {"patches", "target",  "cable",      "port",   "dropper",
-                                        "stub",    "console", "fileserver", "memory", "files"};
-    const auto missing = std::ranges::find_if(sections, [&](const char* section) {
-        return ini_find_section(document, section) == nullptr;
-    });
-    return missing != std::end(sections) ? *missing : nullptr;
-}
-
 int target_load(IniDocument& document) {
     if (const int status = base_find()) {
         return status;
@@ -245,7 +247,7 @@ int target_load(IniDocument& document) {
     if (const std::string type = get_string(document, "config", "type"); type != "target") {
         return report_fail(KxError::BadConfig, path + ": no target: its type is '" + type + "'");
     }
-    if (const char* const section = target_missing_section(document)) {
+    if (const char* const section = missing_section(document)) {
         return report_fail(KxError::BadConfig, path + ": no section [" + section + "]",
                            "kx lint has more");
     }

@@ -21,10 +21,9 @@ int base_find();
 bool base_find_quietly();
 
 /// Finds the base directory and loads the target into the active configuration: --target,
-/// KX_TARGET,
-/// `[targets] default`, or c64 when only a port was named. Port and baud rate are those of the
-/// options, the environment or the file. `document` is what was read. 0, or the exit status of the
-/// failure, which has been reported.
+/// KX_TARGET, `[targets] default`, or c64 when only a port was named. Port and baud rate are those
+/// of the options, the environment or the file. `document` is what was read. 0, or the exit status
+/// of the failure, which has been reported.
 int target_load(IniDocument& document);
 
 /// A value of kx.ini in the base directory that has been found; `otherwise` for none.
@@ -33,9 +32,5 @@ std::string base_setting(const char* section, const char* key, const std::string
 /// The names of the files config/NAME.ini of the base directory that has been found, sorted; with
 /// `type` ("target", "colors", "charset") only those of that type.
 std::vector<std::string> base_config_names(const std::string& type = "");
-
-/// The first of the sections without which the loader ends the program that the target file lacks;
-/// null for none.
-const char* target_missing_section(const IniDocument& document);
 
 } // namespace kx

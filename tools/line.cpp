@@ -307,6 +307,25 @@ int fail_silent(const LineTransfer& transfer) {
                     active_config.port_baud));
 }
 
+// Why a transfer failed, and what it leaves behind.
+int fail_transfer(const LineTransfer& transfer) {
+    bar_end();
+    const Failure& why = stub_last_error();
+    if (signals_pending() != 0 && why.error == ECANCELED) {
+        return fail_at_once();
+    }
+    switch (why.kind) {
+    case FailureKind::Silent:
+        return fail_silent(transfer);
+    case FailureKind::Surplus:
+        return report_fail(
+            KxError::TargetSurplus,
+            "the target sent more than was asked for; the two are out of step, reset it");
+    default:
+        return fail_gone(transfer);
+    }
+}
+
 } // namespace
 
 int line_begin(Session& session) {
@@ -397,7 +416,7 @@ int line_write(LineTransfer& transfer, std::uint32_t start, std::span<const std:
         begin_command(transfer, command.size(), 0);
         tell_command('B', {end, start});
         if (stub_write_memory(start, end, command) != 1) {
-            return line_fail(transfer);
+            return fail_transfer(transfer);
         }
         transfer.done += command.size();
         show_sent(transfer.done);
@@ -417,7 +436,7 @@ int line_read(LineTransfer& transfer, std::uint32_t start, std::span<std::uint8_
         begin_command(transfer, 0, piece.size());
         tell_command('C', {static_cast<std::uint32_t>(start + piece.size()), start});
         if (stub_read_memory(start, piece) != 1) {
-            return line_fail(transfer);
+            return fail_transfer(transfer);
         }
         transfer.done += piece.size();
         bar_update(transfer.done);
@@ -436,7 +455,7 @@ bool line_answers(std::uint32_t address) {
 
 int line_confirm(const LineTransfer& transfer) {
     begin_command(transfer, 0, 1);
-    return line_answers(transfer.harmless) ? 0 : line_fail(transfer);
+    return line_answers(transfer.harmless) ? 0 : fail_transfer(transfer);
 }
 
 int line_start(const LineTransfer& transfer, std::uint32_t address) {
@@ -447,25 +466,7 @@ int line_start(const LineTransfer& transfer, std::uint32_t address) {
         tell_command('K', {});
         stub_execute();
     }
-    return port_write_error ? line_fail(transfer) : 0;
-}
-
-int line_fail(const LineTransfer& transfer) {
-    bar_end();
-    const Failure& why = stub_last_error();
-    if (signals_pending() != 0 && why.error == ECANCELED) {
-        return fail_at_once();
-    }
-    switch (why.kind) {
-    case FailureKind::Silent:
-        return fail_silent(transfer);
-    case FailureKind::Surplus:
-        return report_fail(
-            KxError::TargetSurplus,
-            "the target sent more than was asked for; the two are out of step, reset it");
-    default:
-        return fail_gone(transfer);
-    }
+    return port_write_error ? fail_transfer(transfer) : 0;
 }
 
 std::uint64_t line_carries(std::uint32_t milliseconds) {

@@ -64,9 +64,6 @@ bool line_answers(std::uint32_t address);
 /// Sets the program counter, and executes.
 int line_start(const LineTransfer& transfer, std::uint32_t address);
 
-/// Reports why a transfer of the library's failed, and what it leaves behind.
-int line_fail(const LineTransfer& transfer);
-
 /// Bytes that the line carries one way in that time, at its baud rate.
 std::uint64_t line_carries(std::uint32_t milliseconds);
 

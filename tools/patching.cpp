@@ -10,6 +10,7 @@
 #include "tools/parse.h"
 #include "tools/report.h"
 #include "ui/msg_items.h"
+#include "util/text.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -81,7 +82,8 @@ int check_sections(const IniDocument& document, const std::vector<std::string>& 
             const std::string nearest = nearest_word(section, names);
             return report_fail(KxError::NotFound,
                                document.file_name + ": no patch '" + section + "'" +
-                                   (nearest.empty() ? "" : "; did you mean '" + nearest + "'?"));
+                                   (nearest.empty() ? "" : "; did you mean '" + nearest + "'?"),
+                               "kx patch --list has them");
         }
     }
     return 0;
@@ -89,16 +91,22 @@ int check_sections(const IniDocument& document, const std::vector<std::string>& 
 
 } // namespace
 
-int patching_apply(const std::string& patch_file, const std::vector<std::string>& sections,
-                   std::uint32_t address, std::vector<std::uint8_t>& bytes,
-                   std::vector<PatchedBy>& applied) {
+int patching_choose(const std::string& patch_file, std::vector<std::string>& sections) {
     IniDocument document;
     if (const int status = read_patch_file(patch_file, document)) {
         return status;
     }
-    const std::vector<std::string> wanted =
-        sections.empty() ? automatic_sections(document) : sections;
-    if (const int status = check_sections(document, wanted)) {
+    if (sections.empty()) {
+        sections = automatic_sections(document);
+    }
+    return check_sections(document, sections);
+}
+
+int patching_apply(const std::string& patch_file, const std::vector<std::string>& sections,
+                   std::uint32_t address, std::vector<std::uint8_t>& bytes,
+                   std::vector<PatchedBy>& applied) {
+    std::vector<std::string> wanted = sections;
+    if (const int status = patching_choose(patch_file, wanted)) {
         return status;
     }
     const PlainMemory memory(patch_file);
@@ -141,7 +149,7 @@ int patching_list(const std::string& patch_file, std::vector<PatchInfo>& patches
 std::string patching_text(const PatchedBy& patch) {
     const PatchResult& result = patch.result;
     std::string text = (result.name.empty() ? patch.section : result.name) + ": " +
-                       std::to_string(result.count) + (result.count == 1 ? " place" : " places");
+                       text_count(static_cast<std::uint64_t>(result.count), "place");
     for (const std::uint32_t& address : result.addresses) {
         text += (&address == result.addresses.data() ? ": " : " ") + address_text(address);
     }

@@ -1,4 +1,4 @@
-// Smart patches on bytes of the host: for files, and for programs before they are sent.
+// Smart patches: what a patch file has of them, and applied to bytes of the host.
 #pragma once
 
 #include "link/patch.h"
@@ -15,10 +15,15 @@ struct PatchedBy {
     PatchResult result;
 };
 
-/// Applies patches of the file `patch_file` to bytes that belong to the addresses from `address`
-/// on: those of `sections`, without any those that its section `patches_auto` lists. Uses the
-/// simulator, so not while a session is open; the active configuration is left as it was. 0, or the
-/// exit status of the failure, which has been reported; the bytes are as they were then.
+// Each that gives an int returns 0, or the exit status of the failure, which has been reported.
+
+/// Puts those that the file's section `patches_auto` lists into `sections` when it is empty. All of
+/// them must be in the file.
+int patching_choose(const std::string& patch_file, std::vector<std::string>& sections);
+
+/// Applies patches of the file to bytes that belong to the addresses from `address` on, chosen as
+/// above. Uses the simulator, so not while a session is open; the active configuration is left as
+/// it was. After a failure the bytes are as they were.
 int patching_apply(const std::string& patch_file, const std::vector<std::string>& sections,
                    std::uint32_t address, std::vector<std::uint8_t>& bytes,
                    std::vector<PatchedBy>& applied);

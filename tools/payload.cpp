@@ -5,12 +5,12 @@
 #include "core/simulator.h"
 #include "files/filetype.h"
 #include "files/loader.h"
-#include "ini/ini.h"
 #include "link/patch.h"
 #include "link/target_memory.h"
 #include "symfiles/symfiles.h"
 #include "tools/host.h"
 #include "tools/line.h"
+#include "tools/patching.h"
 #include "tools/report.h"
 #include "util/text.h"
 
@@ -92,26 +92,16 @@ int check_end(const PayloadOptions& options, const LoadedFile& loaded) {
 }
 
 int apply_patches(const PayloadOptions& options, const LoadedFile& loaded) {
-    const std::string& path = active_config.patch_file;
-    IniDocument document;
-    if (path.empty() || ini_read(path, document) != 0) {
-        return report_fail(KxError::BadConfig, path.empty()
-                                                   ? std::string("the target has no patch file")
-                                                   : path + ": cannot be read");
+    std::vector<std::string> sections = options.patches;
+    if (active_config.patch_file.ends_with('/')) { // the base directory alone
+        return report_fail(KxError::BadConfig, "the target names no patch file");
     }
-    for (const std::string& section : options.patches) {
-        if (ini_find_section(document, section) == nullptr) {
-            return report_fail(KxError::NotFound,
-                               text_printf("%s: no patch '%s'", path.c_str(), section.c_str()),
-                               "kx patch --list has them");
-        }
+    if (const int status = patching_choose(active_config.patch_file, sections)) {
+        return status;
     }
-    const auto size = static_cast<std::uint32_t>(loaded.end - loaded.start);
-    for (const std::string& section : options.patches) {
-        patch_apply_named(section, loaded.start, size);
-    }
-    if (options.patch) {
-        patch_apply_defaults(loaded.start, size);
+    for (const std::string& section : sections) {
+        patch_apply_named(section, loaded.start,
+                          static_cast<std::uint32_t>(loaded.end - loaded.start));
     }
     return 0;
 }
