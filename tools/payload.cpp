@@ -133,7 +133,7 @@ int patch(const PayloadOptions& options, Payload& payload) {
     if (changed == 0) {
         report_warning(payload.name + ": no patch applies to it");
     } else {
-        report_done(text_printf("%s: %zu bytes patched", payload.name.c_str(), changed));
+        report_done(payload.name + ": " + text_count(changed, "byte") + " patched");
     }
     return 0;
 }

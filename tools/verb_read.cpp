@@ -149,11 +149,9 @@ int give(const Reading& reading, std::uint32_t milliseconds) {
         return status;
     }
     if (state.output != "-") {
-        report_done(text_printf("%s: %zu bytes read from %s-%s in %s", state.output.c_str(),
-                                reading.bytes.size(),
-                                line_address_text(reading.range.first).c_str(),
-                                line_address_text(reading.range.end - 1).c_str(),
-                                line_rate_text(reading.bytes.size(), milliseconds).c_str()));
+        report_done(state.output + ": " + text_count(reading.bytes.size(), "byte") + " read from " +
+                    memory_text({reading.range}) + " in " +
+                    line_rate_text(reading.bytes.size(), milliseconds));
     }
     return 0;
 }

@@ -52,7 +52,7 @@ int tell(const Payload& payload, const Comparison& comparison) {
         globals.verbose > 0 ? comparison.first.size() : std::min(SHOWN, comparison.first.size());
     fill_json(payload, comparison, shown);
     if (comparison.count == 0) {
-        report_detail(text_printf("%llu bytes equal", size));
+        report_detail(text_count(size, "byte") + " equal");
         return 0;
     }
     for (std::size_t i = 0; i < shown; i++) {
