@@ -99,9 +99,10 @@ void bar_update(std::uint64_t done, const std::string& note) {
         return;
     }
     std::string line = state.title + "  " + (note.empty() ? numbers(done, elapsed) : note);
-    line.resize(std::min(line.size(), columns() - 1)); // a line that wraps cannot be taken away
+    const std::size_t room = columns() - 1; // a line that wraps cannot be taken away
+    line.resize(std::min(line.size(), room));
     const std::size_t width = line.size();
-    line.resize(std::max(width, state.width), ' '); // blanks, for terminals that know no codes
+    line.resize(std::clamp(state.width, width, room), ' '); // for terminals that know no codes
     std::fprintf(stderr, "\r%s", line.c_str());
     std::fflush(stderr);
     state.shown = true;
@@ -110,7 +111,7 @@ void bar_update(std::uint64_t done, const std::string& note) {
 
 void bar_hide() {
     if (state.shown) {
-        std::fprintf(stderr, "\r%*s\r", static_cast<int>(state.width), "");
+        std::fprintf(stderr, "\r%*s\r", static_cast<int>(std::min(state.width, columns() - 1)), "");
         state.shown = false;
         state.width = 0;
         state.drawn_ms.reset();

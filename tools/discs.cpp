@@ -119,6 +119,10 @@ int read_host_file(Disc& disc, const std::string& path, const DiscsPut& how,
 /// The files of another image that the pattern stands for.
 int read_image_files(Disc& disc, const std::string& image, const std::string& pattern,
                      const DiscsPut& how, std::vector<Source>& sources) {
+    if (how.lock || !how.type.empty()) {
+        return report_fail_usage("--lock and --type are for files of the host, not " + image + ":" +
+                                 pattern);
+    }
     const auto from = std::make_shared<Disc>();
     std::vector<int> numbers;
     if (const int status = discs_open(*from, image, DiscAccess::Read)) {

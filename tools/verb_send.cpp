@@ -207,8 +207,12 @@ int run_run() {
     Session session;
     Payload payload;
     state.serving.directory = state.serve.value;
-    const bool serves = state.serve.given || state.serving.console;
-    if (const int status = serves ? serve_check(state.serving) : 0) {
+    const ServeOptions& serving = state.serving;
+    const bool serves = state.serve.given || serving.console;
+    if (!serves && (serving.read_only || serving.writable || serving.anywhere)) {
+        return report_fail_usage("--read-only, --writable and --anywhere go with --serve");
+    }
+    if (const int status = serves ? serve_check(serving) : 0) {
         return status;
     }
     if (const int status = prepare(session, payload)) {
@@ -217,7 +221,7 @@ int run_run() {
     if (const int status = find_start(payload)) {
         return status;
     }
-    if (const int status = serves ? serve_prepare(session, state.serving) : 0) {
+    if (const int status = serves ? serve_prepare(session, serving) : 0) {
         return status;
     }
     if (globals.dry_run) {
@@ -233,7 +237,7 @@ int run_run() {
     }
     if (status == 0) {
         tell_sent(payload, milliseconds, start_text(payload, "started"));
-        status = serves ? serve_run(session, state.serving) : 0;
+        status = serves ? serve_run(session, serving) : 0;
     }
     line_close(session);
     return status;

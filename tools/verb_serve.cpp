@@ -60,7 +60,7 @@ int run() {
 extern const Verb verb_serve = {
     .name = "serve",
     .alias = nullptr,
-    .synopsis = "[DIR]",
+    .synopsis = "[DIR] [-r | -w] [--once] [--console]",
     .summary = "host directory to the running target",
     .options = options,
     .run = run,
