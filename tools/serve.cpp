@@ -352,7 +352,9 @@ int end(int status) {
 
 int signal_status() {
     const int signal = signals_pending();
-    return signal == 0 || signal == SIGINT ? 0 : 128 + signal;
+    return signal == 0 || signal == SIGINT
+               ? 0
+               : report_interrupted(signal, "interrupted: the serving has ended");
 }
 
 int serve_until_end(Session& session, const ServeOptions& options) {

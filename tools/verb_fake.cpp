@@ -362,7 +362,7 @@ int serve() {
         fake_step(state.target, STEP_MS);
         signal = signals_take();
     }
-    return signal == SIGINT ? 0 : 128 + signal;
+    return signal == SIGINT ? 0 : report_interrupted(signal, "interrupted: the target is gone");
 }
 
 void fill_json(int status) {
