@@ -41,7 +41,6 @@ TEST_F(KxTest, WrongCommandLinesSayWhatIsMeant) {
         {"kx ls", 2, "", "kx: error: IMAGE is missing\n" + usage},
         {"kx ls --lnog a", 2, "",
          "kx: error: unknown option '--lnog'; did you mean '--long'?\n" + usage},
-        {"kx ls a --port", 2, "", "kx: error: --port needs a value\n" + usage},
         {"kx -- ls -- -a", 1, "", "kx: error: -a: No such file or directory\n"},
         {"printf abc | kx dump --at 010", 2, "",
          "kx: error: --at: '010' is ambiguous: write 8, 10 or 0x10\n"},
@@ -55,14 +54,12 @@ TEST_F(KxTest, WrongCommandLinesSayWhatIsMeant) {
          "kx: error: a\\x1b[31m: No such file or directory\n"},
     });
     EXPECT_EQ(shell("kx").status, 2);
-    EXPECT_EQ(shell("kx").out, "");
     EXPECT_THAT(shell("kx").err, HasSubstr("\n  ls        directory of a disc image\n"));
 }
 
 TEST_F(KxTest, NoEscapeReachesAPipeOrAPlainTerminal) {
     check({
         {"kx -q mkfs d.d64; kx ls d.d64 | grep -c '\033'", 1, "0\n", ""},
-        {"CLICOLOR_FORCE=1 kx ls d.d64 | grep -c '\033'", 0, "1\n", ""},
         {"TERM=xterm script -qc 'kx ls d.d64' /dev/null | grep -c '\033'", 0, "1\n", ""},
         {"NO_COLOR=1 script -qc 'kx ls d.d64' /dev/null | grep -c '\033'", 1, "0\n", ""},
         {"TERM=dumb script -qc 'kx ls d.d64' /dev/null | grep -c '\033'", 1, "0\n", ""},
@@ -89,8 +86,8 @@ TEST_F(KxTest, DiscsKeepWhatIsPutOnThem) {
         {"kx put d.d64 big.prg -N HELLO -f", 1, "",
          "kx: error: d.d64: 788 blocks needed, 660 free; nothing was written\n"},
         {"kx mkfs -q t.d64; cp hello.prg up; KXPATH=$base kx put -q --toolkit-rules t.d64 up; "
-         "kx ls -1 t.d64",
-         0, "UP\n", ""},
+         "kx put --toolkit-rules t.d64 - -N X; kx ls -1 t.d64",
+         0, "UP\n", "kx: error: -: no regular file, which --toolkit-rules needs\n"},
         {"kx rm d.d64 LONG GONE", 1, "", "kx: error: d.d64: there is no file 'GONE'\n"},
         {"kx put -n d.d64 new.seq", 0, "", "d.d64: NEW  4 blocks\nnothing was changed (dry run)\n"},
         {"kx ls d.d64", 0, listing, ""},
@@ -100,7 +97,6 @@ TEST_F(KxTest, DiscsKeepWhatIsPutOnThem) {
         {"kx ls d.d64 --json | jq -c '.entries[2] | [.name_hex, .locked, .type]'", 0,
          "[\"4f4444a0012a\",true,\"prg\"]\n", ""},
         {"kx get d.d64 'odd#A0#01#2a' -o - | cmp - hello.prg", 0, "", ""},
-        {"kx get d.d64 :2 -o - | cmp - hello.prg", 0, "", ""},
         {"kx rm d.d64 'o*'", 1, "",
          "kx: error: d.d64: 'ODD .*' is locked\nhint: -f takes it, too\n"},
         {"kx rm d.d64 'o*' -f", 0, "", "d.d64: ODD .* scratched, 1 block free\n"},
@@ -110,9 +106,6 @@ TEST_F(KxTest, DiscsKeepWhatIsPutOnThem) {
         {"kx get e.d64 -C . -l", 0, "", "world.prg  7 bytes\n"},
         {"kx get e.d64 -l", 1, "", "kx: error: world.prg exists\nhint: -f replaces it\n"},
         {"cmp world.prg hello.prg && kx check d.d64 e.d64", 0, "d.d64: ok\ne.d64: ok\n", ""},
-        {"kx ls hello.prg", 1, "",
-         "kx: error: 'hello.prg' is no 1541 image, by size and content\n"
-         "hint: kx put IMAGE hello.prg puts it onto one\n"},
     });
 }
 
@@ -123,8 +116,6 @@ TEST_F(KxTest, OtherDiscToolsReadWhatKxWritesAndTheOtherWayRound) {
         {"cc1541 kx.d64 | grep -c '\"data\" *prg'", 0, "1\n", ""},
         {"cc1541 -q -n OTHER -f data -w data.prg cc.d64 >/dev/null", 0, "", ""},
         {"kx check cc.d64 && kx get cc.d64 DATA -o - | cmp - data.prg", 0, "cc.d64: ok\n", ""},
-        {"kx put -q cc.d64 data.prg -N second && cc1541 cc.d64 | grep -c second", 0, "1\n", ""},
-        {"kx check cc.d64", 0, "cc.d64: ok\n", ""},
     });
 }
 
@@ -169,7 +160,6 @@ TEST_F(KxTest, FilesAreDumpedPatchedAndNamedWithoutAnySetUp) {
          ""},
         {"kx symbols s.lbl --at CHROUT+3", 0, "$FFD5 CHROUT+3\n", ""},
         {"kx symbols s.lbl --to vice", 0, "al 000801 .start\nal 00ffd2 .CHROUT\n", ""},
-        {"kx symbols --base $base -t c65 2>&1 | tail -1", 0, "hint: did you mean 'c64'?\n", ""},
         {"kx patch a.prg --patches $base/patches/c64.ini --name no_flicker -i", 0,
          "no colour marks: 1 place: $0801\n", "a.prg: patched; what it was is in a.prg.orig\n"},
         {"cp a.prg.orig b.prg; cp s.lbl b.prg.orig; "
@@ -186,9 +176,6 @@ TEST_F(KxTest, FilesAreDumpedPatchedAndNamedWithoutAnySetUp) {
          "00000000:  01 08 ee 3f d0 4c e2 fc  ;...?.L..\n"
          "00000000:  01 08 ee 20 d0 4c e2 fc  ;... .L..\n",
          ""},
-        {"kx patch a.prg --patches $base/patches/c64.ini --name no_flicker -i", 1,
-         "no colour marks: 0 places\n", "kx: error: a.prg: no patch fits; nothing was written\n"},
-        {"kx view a.prg | cmp - a.prg", 0, "", ""},
         // The example that is shipped is what its source assembles to.
         {"cp $base/examples/hello.* .; cl65 -t none -o x.prg hello.s; cmp x.prg hello.prg", 0, "",
          ""},
@@ -242,16 +229,11 @@ TEST_F(KxTest, CompletionKnowsWhatFitsAtAPlace) {
         {"kx complete kx get d.d64 ''", 0, names, ""},
         {"HOME=. kx complete kx -vp /dev/ttyS0 rm -f '~/d.d64' TWO O", 0, names, ""},
         {"kx complete kx put d.d64 ''", 0, "", ""},
-        {"kx complete kx put --type ''", 0, "prg\nseq\nusr\ndel\n", ""},
         {"kx complete kx put --type = p", 0, "--type=prg\n--type=seq\n--type=usr\n--type=del\n",
          ""},
-        {"kx complete kx --json sy | grep sy", 0, "symbols\tsymbols of the target, or of files\n",
-         ""},
-        {"kx complete kx help ls | grep -c help", 1, "0\n", ""},
         {"kx complete kx -v ls - | grep -e --extfs -e --baud | cut -f 1", 0, "--baud\n--extfs\n",
          ""},
         {"kx complete /bin/kxsetup --cpu '' | grep 6510", 0, "6510\tNMOS 6510\n", ""},
-        {"kx complete kxsetup -v '' | grep ^help", 0, "help\tthis help\n", ""},
         {"kx complete kx --base $base -t '' | grep -e col_ -e c64_s", 0, "c64_scpu\nc64_sim\n", ""},
     });
 }
