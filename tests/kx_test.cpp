@@ -7,7 +7,6 @@ namespace kx::test {
 namespace {
 
 using testing::HasSubstr;
-using testing::Not;
 
 /// A line for the shell, and what it is to print: all of it.
 struct Line {
