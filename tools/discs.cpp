@@ -198,9 +198,10 @@ int fail_put(const Disc& disc, const std::vector<Source>& sources, int free) {
     for (const Source& source : sources) {
         needed += source.blocks;
     }
-    const std::string why =
-        needed > free ? text_count(needed, "block") + " needed, " + std::to_string(free) + " free"
-                      : without_stop(disc.failure.text); // in the directory
+    const std::string why = needed > free
+                                ? text_count(static_cast<std::uint64_t>(needed), "block") +
+                                      " needed, " + std::to_string(free) + " free"
+                                : without_stop(disc.failure.text); // in the directory
     return report_fail(KxError::NoRoom, disc.path + ": " + why + "; nothing was written");
 }
 
@@ -376,7 +377,8 @@ void discs_tell_written(Disc& disc, const std::vector<int>& written) {
     Json array = Json::array();
     for (const int number : written) {
         const DiscEntry& entry = disc_entries(disc)[static_cast<std::size_t>(number)];
-        report_done(disc.path + ": " + entry.text + "  " + text_count(entry.blocks, "block"));
+        report_done(disc.path + ": " + entry.text + "  " +
+                    text_count(static_cast<std::uint64_t>(entry.blocks), "block"));
         array.append(discs_entry_json(entry));
     }
     report_json().set("image", disc.path);

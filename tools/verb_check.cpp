@@ -48,7 +48,8 @@ int repair(Disc& disc, Json& json) {
     if (const int status = discs_commit(disc)) {
         return status;
     }
-    report_line(ascii_escape(disc.path) + ": " + text_count(done.count, "change"));
+    report_line(ascii_escape(disc.path) + ": " +
+                text_count(static_cast<std::uint64_t>(done.count), "change"));
     return globals.dry_run ? report_status(KxError::Damaged) : 0;
 }
 
@@ -58,7 +59,9 @@ int look(Disc& disc, Json& json) {
     print_lines(disc.path, findings, json, state.repair ? "left" : "lines");
     json.set("problems", findings.count);
     report_line(ascii_escape(disc.path) + ": " +
-                (findings.count == 0 ? "ok" : text_count(findings.count, "problem")));
+                (findings.count == 0
+                     ? "ok"
+                     : text_count(static_cast<std::uint64_t>(findings.count), "problem")));
     return findings.count == 0 ? 0 : report_status(KxError::Damaged);
 }
 

@@ -159,8 +159,8 @@ int run() {
     report_json().set("files", files.size());
     report_json().set("findings", std::move(array));
     if (errors + warnings > 0 && !globals.json) {
-        report_done(text_count(errors, "file") + " with errors, " +
-                    text_count(warnings, "warning"));
+        report_done(text_count(static_cast<std::uint64_t>(errors), "file") + " with errors, " +
+                    text_count(static_cast<std::uint64_t>(warnings), "warning"));
     }
     return errors > 0 || (state.warnings == "error" && warnings > 0) ? 1 : unread;
 }

@@ -43,7 +43,9 @@ int run() {
         return status;
     }
     discs_tell_written(disc, written);
-    report_done(state.image + ": " + text_count(disc_info(disc).blocks_free, "block") + " free");
+    report_done(state.image + ": " +
+                text_count(static_cast<std::uint64_t>(disc_info(disc).blocks_free), "block") +
+                " free");
     return 0;
 }
 

@@ -48,7 +48,7 @@ int run() {
                               disc.failure.reason == DiscReason::Locked ? "-f takes it, too" : "");
         }
         done.push_back(state.image + ": " + entry.text + " scratched, " +
-                       text_count(entry.blocks, "block") + " free");
+                       text_count(static_cast<std::uint64_t>(entry.blocks), "block") + " free");
         files.append(discs_entry_json(entry));
     }
     if (const int status = discs_commit(disc)) {
