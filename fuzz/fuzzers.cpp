@@ -329,11 +329,11 @@ int change_image(Change change, const std::string& name) {
 /// a.d64 with the files A and B, which the input damages or not.
 void make_image(FuzzedDataProvider& input) {
     Disc disc;
-    const std::vector<std::uint8_t> bytes(700, 'x');
-    disc_create(disc, "a.d64", {.tracks = input.PickValueInArray({35, 40, 42})});
-    disc_write(disc, {.name = {'A'}, .bytes = bytes});
-    disc_write(disc, {.name = {'B'}, .bytes = bytes});
+    disc_create(disc, "../a.d64", {.tracks = input.PickValueInArray({35, 40, 42})});
     check(disc_commit(disc) == 1, "a disc can be made");
+    put("host", std::string(700, 'x'));
+    check(change_disc(Write, 0, "A") == 1, "a first file can be written");
+    check(change_disc(Write, 0, "B") == 1, "and a second one");
     std::string image = get("a.d64");
     while (input.ConsumeBool()) { // first and next block of A, map, the slots of A and B
         const auto at = input.PickValueInArray({0x15000U, 0x15A00U, 0x16544U, 0x16600U, 0x16620U});
@@ -348,9 +348,9 @@ void make_image(FuzzedDataProvider& input) {
 void disc(FuzzedDataProvider& input) {
     const bool whole = input.ConsumeBool();
     d64_dos_mode = whole || input.ConsumeBool() ? 1 : 0;
-    make_image(input);
     fs::create_directory("in");
     fs::current_path("in");
+    make_image(input);
     Look before = look();
     for (int steps = 0; steps < 12 && input.remaining_bytes() > 0; steps++) {
         const auto change = static_cast<Change>(input.ConsumeIntegralInRange<int>(Write, Repair));
