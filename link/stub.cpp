@@ -9,11 +9,13 @@
 #include <cerrno>
 #include <ctime>
 #include <initializer_list>
+#include <vector>
 
 namespace kx {
 
 namespace {
 
+constexpr std::size_t HEAD_MAX = 2 + 4 * 4; // bytes of a command before its data
 constexpr std::size_t BURST = 256; // bytes at once: more than a serial line brings in a millisecond
 constexpr int BURST_WAITS = 8;     // after one
 
@@ -47,36 +49,33 @@ bool is_tellable(std::size_t length) {
     return tellable;
 }
 
-// "A", the letter and the arguments, each of as many bytes as an address needs, lowest first.
-// False when they could not be sent.
-bool send_command(char letter, std::initializer_list<std::uint32_t> arguments) {
-    std::uint8_t bytes[2 + 4 * 4] = {'A', static_cast<std::uint8_t>(letter)};
-    std::size_t length = 2;
-    for (std::uint32_t argument : arguments) {
-        for (int bit = 0; bit < active_config.addr_bits && bit < 32; bit += 8) {
-            bytes[length++] = static_cast<std::uint8_t>(argument >> bit);
-        }
-    }
+// "A", the letter and the arguments, each of as many bytes as an address needs, lowest first, and
+// the command's data: in one write, as each one wakes the far end up. False when they could not be
+// sent.
+bool send_command(char letter, std::initializer_list<std::uint32_t> arguments,
+                  std::span<const std::uint8_t> data = {}) {
     if (!port_is_open()) {
         state.failure = {"command", FailureKind::System, ENOTCONN};
         return false;
     }
+    std::vector<std::uint8_t> bytes = {'A', static_cast<std::uint8_t>(letter)};
+    bytes.reserve(HEAD_MAX + data.size());
+    for (std::uint32_t argument : arguments) {
+        for (int bit = 0; bit < active_config.addr_bits && bit < 32; bit += 8) {
+            bytes.push_back(static_cast<std::uint8_t>(argument >> bit));
+        }
+    }
+    bytes.insert(bytes.end(), data.begin(), data.end());
     port_write_error = false;
-    port_write_block({bytes, length});
+    port_write_block(bytes);
     if (port_write_error) {
         port_failed("command");
     }
     return !port_write_error;
 }
 
-int send_data(bool sent, std::span<const std::uint8_t> bytes) {
-    if (sent) {
-        port_write_block(bytes);
-        if (port_write_error) {
-            port_failed("data");
-        }
-    }
-    sent = sent && !port_write_error;
+// What a command with data comes to.
+int finish_write(bool sent) {
     port_write_error = false;
     return sent ? 1 : -1;
 }
@@ -126,10 +125,13 @@ int receive_data(bool sent, std::span<std::uint8_t> bytes) {
     return received && !surplus ? 1 : -1;
 }
 
-bool send_image_command(char letter, const ImagePlace& place, std::size_t length) {
+bool send_image_command(char letter, const ImagePlace& place, std::size_t length,
+                        std::span<const std::uint8_t> data = {}) {
     return send_command(
-        letter, {static_cast<std::uint32_t>(place.track), static_cast<std::uint32_t>(place.sector),
-                 static_cast<std::uint32_t>(place.byte), static_cast<std::uint32_t>(length)});
+        letter,
+        {static_cast<std::uint32_t>(place.track), static_cast<std::uint32_t>(place.sector),
+         static_cast<std::uint32_t>(place.byte), static_cast<std::uint32_t>(length)},
+        data);
 }
 
 } // namespace
@@ -158,7 +160,7 @@ int stub_write_memory(std::uint32_t start, std::uint32_t end, std::span<const st
     if (bytes.empty()) {
         return 1;
     }
-    return is_tellable(bytes.size()) ? send_data(send_command('B', {end, start}), bytes) : -1;
+    return is_tellable(bytes.size()) ? finish_write(send_command('B', {end, start}, bytes)) : -1;
 }
 
 int stub_read_memory(std::uint32_t start, std::span<std::uint8_t> bytes) {
@@ -178,7 +180,7 @@ void stub_execute() {
 }
 
 int stub_write_image(const ImagePlace& place, std::span<const std::uint8_t> bytes) {
-    return send_data(send_image_command('L', place, bytes.size()), bytes);
+    return finish_write(send_image_command('L', place, bytes.size(), bytes));
 }
 
 int stub_read_image(const ImagePlace& place, std::span<std::uint8_t> bytes) {

@@ -29,10 +29,10 @@ int stub_read_memory(std::uint32_t start, std::span<std::uint8_t> bytes);
 void stub_set_pc(std::uint32_t address);
 void stub_execute();
 
-/// Why the last command that failed did. The step is "command" (it could not be sent), "data" (nor
-/// what follows it) or "answer". Silent: the target took or sent no byte in time. Surplus: it sent
-/// more than was asked for. Gone: it has hung up. System: with ENOTCONN the port is not open, with
-/// EINVAL the command cannot tell so many bytes, with ECANCELED the waiting was given up.
+/// Why the last command that failed did. The step is "command" (it or its data could not be sent)
+/// or "answer". Silent: the target took or sent no byte in time. Surplus: it sent more than was
+/// asked for. Gone: it has hung up. System: with ENOTCONN the port is not open, with EINVAL the
+/// command cannot tell so many bytes, with ECANCELED the waiting was given up.
 const Failure& stub_last_error();
 
 /// How long a byte of an answer is waited for, in polls of the input a millisecond apart; 0 or less
