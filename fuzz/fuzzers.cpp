@@ -1,25 +1,13 @@
 // The fuzzers: each takes an input apart, hands it to the library, and checks what must hold.
 // Before them the frame, behind them what runs the one that the environment's KX_FUZZER names.
-#include "charsets/charset.h"
-#include "core/active_config.h"
-#include "core/config/config.h"
-#include "core/simulator.h"
-#include "files/d64.h"
 #include "files/disc.h"
 #include "files/imgfile.h"
-#include "files/loader.h"
-#include "fileserver/fileserver.h"
 #include "ini/ini.h"
-#include "link/patch.h"
-#include "link/port.h"
-#include "link/stub.h"
-#include "link/target_memory.h"
 #include "setup/templates.h"
+#include "tests/fresh.h"
 #include "tools/parse.h"
 #include "tools/verbs.h"
 #include "ui/con.h"
-#include "ui/msg.h"
-#include "util/clock.h"
 #include "util/fd.h"
 #include "util/signals.h"
 
@@ -35,6 +23,7 @@
 #include <set>
 #include <sstream>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
@@ -52,13 +41,11 @@ struct State {
 State state;
 
 /// Whether `body` would have ended the program, by exit with any status.
-bool ends(const std::function<void()>& body) {
-    try {
-        body();
-        return false;
-    } catch (const ProgramEnd&) {
-        return true;
-    }
+bool ends(const std::function<void()>& body) try {
+    body();
+    return false;
+} catch (const ProgramEnd&) {
+    return true;
 }
 
 /// Stops the fuzzer with `what` unless `holds`.
@@ -409,6 +396,25 @@ void servers(FuzzedDataProvider& input) {
     check(tree() == outside, "nothing outside the root is changed");
 }
 
+/// What goes over a line that brings it back is what comes, in order, and nothing behind it.
+void console(FuzzedDataProvider& input) {
+    check(mkfifo("line", 0600) == 0, "a line can be had");
+    active_config.console = CONSOLE_SERIAL;
+    active_config.console_port = "line";
+    target_console_init();
+    while (input.ConsumeBool()) {
+        const auto word = input.ConsumeIntegral<std::uint16_t>();
+        serial_console_putw(word);
+        check(serial_console_getw() == word, "a word comes back");
+    }
+    const std::string text = input.ConsumeRandomLengthString(4000);
+    serial_console_puts(text);
+    std::size_t count = 0;
+    for (; target_console_poll_byte() != 0; count++) {
+    }
+    check(count == text.size(), "each character of a text is a byte, and none of them zero");
+}
+
 /// A read succeeds when exactly its bytes have come, and holds them then.
 void stub(FuzzedDataProvider& input) {
     active_config.addr_bits = input.ConsumeIntegralInRange<std::uint8_t>(11, 32);
@@ -424,9 +430,9 @@ void stub(FuzzedDataProvider& input) {
 }
 
 const std::map<std::string, void (*)(FuzzedDataProvider& input)> fuzzers = {
-    {"charset", charset}, {"config", config}, {"disc", disc},       {"ini", ini},
-    {"keys", keys},       {"kx", kx_words},   {"loader", loader},   {"patch", patch},
-    {"servers", servers}, {"stub", stub},     {"symbols", symbols},
+    {"charset", charset}, {"config", config},   {"console", console}, {"disc", disc},
+    {"ini", ini},         {"keys", keys},       {"kx", kx_words},     {"loader", loader},
+    {"patch", patch},     {"servers", servers}, {"stub", stub},       {"symbols", symbols},
 };
 
 /// An empty directory, the library's modules as at program start, and no descriptor left open.
@@ -438,17 +444,12 @@ void run(FuzzedDataProvider& input) {
     signals_ignore_failed_writes();
     clock_set_source([] { return state.now_ms; });
     msg_set_output(MSG_QUIET);
-    active_config_reset();
-    charset_reset();
-    d64_reset();
-    sim_shutdown();
-    sym_table_free(sym_store);
     sym_table_new(&sym_store);
     verbosity.silent = 1;
     const int lowest = Fd(dup(STDERR_FILENO)).get();
     const char* const name = std::getenv("KX_FUZZER");
     fuzzers.at(name != nullptr ? name : "")(input);
-    fileserver_reset(); // closes the root
+    fresh();
     check(Fd(dup(STDERR_FILENO)).get() == lowest, "no descriptor stays open");
     fs::remove_all(path);
     state = {};
