@@ -44,6 +44,11 @@ int compare_payload(Payload& payload, Comparison& comparison) {
     return 0;
 }
 
+std::string compare_count_text(const Comparison& comparison, std::uint64_t size) {
+    return std::to_string(comparison.count) + " of " + text_count(size, "byte") +
+           (comparison.count == 1 ? " differs" : " differ");
+}
+
 std::string compare_text(const Difference& difference) {
     std::string text =
         text_printf("%s: file %02X, target %02X", line_address_text(difference.address).c_str(),

@@ -22,6 +22,9 @@ constexpr std::size_t COMPARE_MAX = 65536;
 /// been reported; that they differ is none.
 int compare_payload(Payload& payload, Comparison& comparison);
 
+/// "17 of 40550 bytes differ"
+std::string compare_count_text(const Comparison& comparison, std::uint64_t size);
+
 /// "$080D: file A9, target 00  (START)"
 std::string compare_text(const Difference& difference);
 

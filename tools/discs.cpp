@@ -205,6 +205,12 @@ int fail_put(const Disc& disc, const std::vector<Source>& sources, int free) {
     return report_fail(KxError::NoRoom, disc.path + ": " + why + "; nothing was written");
 }
 
+/// An image is read and replaced as a whole file.
+int fail_standard() {
+    return report_fail(KxError::Usage, "-: an image is a file, not standard input or output",
+                       "./- is a file of that name");
+}
+
 /// The image file's name without its ending, as far as a disc's name can have it.
 std::string name_for_disc(Disc& disc, const std::string& path) {
     std::string host = host_name(path);
@@ -235,6 +241,9 @@ int discs_fail(const Disc& disc, const std::string& hint, const std::string& aft
 
 int discs_open(Disc& disc, const std::string& path, DiscAccess access,
                const std::string& missing_hint) {
+    if (path == "-") {
+        return fail_standard();
+    }
     if (disc_open(disc, path, access) == 1) {
         return 0;
     }
@@ -264,6 +273,9 @@ int discs_set_label(Disc& disc, const DiscsLabel& label) {
 }
 
 int discs_create(Disc& disc, const std::string& path, const DiscsFormat& format) {
+    if (path == "-") {
+        return fail_standard();
+    }
     if (const int status = host_may_write(path, format.replace)) {
         return status;
     }

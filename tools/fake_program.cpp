@@ -130,7 +130,7 @@ void take_status(FakeDialog& dialog, const Protocol& protocol, std::uint8_t stat
             put_number(dialog.out, false, size - std::min(size, protocol.save_less));
         }
         dialog.out.insert(dialog.out.end(), dialog.saved.begin(), dialog.saved.end());
-        end(dialog, reply, true, text_printf("%u bytes sent", size));
+        end(dialog, reply, true, text_count(size, "byte") + " sent");
     } else if (!saves && !protocol.big && status == protocol.changed) {
         end(dialog, reply, true, "directory changed");
     } else {
@@ -145,7 +145,8 @@ void take_number(FakeDialog& dialog, const Protocol& protocol, FakeReply& reply)
     const bool result = protocol.big && verb != "load";
     if (result && number != 0) { // -1
         const bool ok = verb == "dir" && dialog.records > 0;
-        end(dialog, reply, ok, ok ? text_printf("%u entries", dialog.records) : "refused (-1)");
+        end(dialog, reply, ok,
+            ok ? text_count(dialog.records, "entry", "entries") : "refused (-1)");
     } else if (result && verb == "cd") {
         end(dialog, reply, true, "directory changed");
     } else if (result) {
@@ -171,7 +172,7 @@ std::size_t take_data(FakeDialog& dialog, std::span<const std::uint8_t> bytes) {
 
 void end_data(FakeDialog& dialog, FakeReply& reply) {
     if (dialog.phase == Phase::Data) {
-        end(dialog, reply, true, text_printf("%zu bytes", dialog.data.size()));
+        end(dialog, reply, true, text_count(dialog.data.size(), "byte"));
         return;
     }
     dialog.records++;
@@ -297,14 +298,14 @@ void fake_dialog_tick(FakeDialog& dialog, FakeReply& reply) {
         const std::string hex = text_hex(std::span(dialog.data).first(shown));
         const std::size_t size = dialog.data.size();
         end(dialog, reply, true,
-            text_printf("%zu bytes in answer%s%s%s", size, size > 0 ? ": " : "", hex.c_str(),
-                        size > shown ? " ..." : ""));
+            text_count(size, "byte") + " in answer" + (size > 0 ? ": " : "") + hex +
+                (size > shown ? " ..." : ""));
         reply.data.clear(); // no file
     } else if (fake_dialog_is_on(dialog) && silence > PATIENCE) {
         end(dialog, reply, false,
-            dialog.left > 0 ? text_printf("the host fell silent, %llu bytes missing",
-                                          static_cast<unsigned long long>(dialog.left))
-                            : "no answer");
+            dialog.left > 0
+                ? "the host fell silent, " + text_count(dialog.left, "byte") + " missing"
+                : "no answer");
         reply.data.clear();
     }
 }

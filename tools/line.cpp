@@ -246,8 +246,8 @@ void begin_command(const LineTransfer& transfer, std::size_t writes, std::size_t
 // Failures ---------------------------------------------------------------------------------------
 
 std::string so_far(const LineTransfer& transfer) {
-    return text_printf("%llu of %llu bytes %s", static_cast<unsigned long long>(transfer.done),
-                       static_cast<unsigned long long>(transfer.total), transfer.verb);
+    return std::to_string(transfer.done) + " of " + text_count(transfer.total, "byte") + " " +
+           transfer.verb;
 }
 
 // What has not gone out never will: closing need not wait for it. Bytes that the target waits for

@@ -14,6 +14,7 @@
 #include "ui/col.h"
 #include "ui/msg_items.h"
 #include "util/ascii.h"
+#include "util/text.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -404,8 +405,8 @@ void check_patch_count(Lint& lint) {
                 std::strtol(value_of(lint, section.name, length).c_str(), nullptr, 0);
             if (static_cast<long>(there) != wanted) {
                 add(lint, "count", section.line, Severity::Error,
-                    "[" + section.name + "] " + stem + " has " + std::to_string(there) +
-                        " bytes, " + length + " is " + std::to_string(wanted));
+                    "[" + section.name + "] " + stem + " has " + text_count(there, "byte") + ", " +
+                        length + " is " + std::to_string(wanted));
             }
         }
     }

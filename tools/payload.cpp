@@ -83,12 +83,10 @@ int check_end(const PayloadOptions& options, const LoadedFile& loaded) {
     return loaded.end <= most
                ? 0
                : report_fail(KxError::NoRoom,
-                             text_printf("%s: %llu bytes from %s on do not fit, memory ends at %s; "
-                                         "nothing was sent",
-                                         options.file.c_str(),
-                                         static_cast<unsigned long long>(loaded.end - loaded.start),
-                                         line_address_text(loaded.start).c_str(),
-                                         line_address_text(most - 1).c_str()));
+                             options.file + ": " + text_count(loaded.end - loaded.start, "byte") +
+                                 " from " + line_address_text(loaded.start) +
+                                 " on do not fit, memory ends at " + line_address_text(most - 1) +
+                                 "; nothing was sent");
 }
 
 int apply_patches(const PayloadOptions& options, const LoadedFile& loaded) {

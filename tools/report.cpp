@@ -119,7 +119,10 @@ std::string one_line(std::string_view text) {
 }
 
 void keep_error(const std::string& text) {
-    state.told += (state.told.empty() ? "" : "; ") + one_line(text);
+    const std::string line = one_line(text);
+    if (state.told.find(line) == std::string::npos) { // the loader says some things twice
+        state.told += (state.told.empty() ? "" : "; ") + line;
+    }
 }
 
 // What the library tells is for those who look for something.

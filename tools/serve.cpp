@@ -65,15 +65,30 @@ std::string directory_of(const ServeOptions& options) {
     return options.directory.empty() ? "." : options.directory;
 }
 
+std::string current_directory() {
+    char directory[PATH_MAX];
+    return getcwd(directory, sizeof directory) != nullptr ? directory : "";
+}
+
 // The directory becomes the root that no request leaves.
 int use_directory(const ServeOptions& options) {
-    char real[PATH_MAX];
     const std::string path = directory_of(options);
-    if (chdir(path.c_str()) != 0 || getcwd(real, sizeof real) == nullptr) {
+    std::string real;
+    if (chdir(path.c_str()) != 0 || (real = current_directory()).empty()) {
         return host_fail(path, errno);
     }
     active_config.fileserver_root = options.anywhere ? "" : real;
     return 0;
+}
+
+const char* protocol_tag() {
+    return fileserver_get_tag(static_cast<std::int8_t>(active_config.fileserver));
+}
+
+// "/home/me/c64 (cbm, read-only)"
+std::string serving_text() {
+    return text_printf("%s (%s, %s)", current_directory().c_str(), protocol_tag(),
+                       active_config.fileserver_read_only ? "read-only" : "writable");
 }
 
 int find_patience(const ServeOptions& options, int& milliseconds) {
@@ -147,7 +162,7 @@ std::string outcome(const FileserverEvent& event, std::uint32_t milliseconds) {
         break;
     }
     if (event.entries > 0) {
-        return text_printf("%u entries", event.entries);
+        return text_count(event.entries, "entry", "entries");
     }
     if (event.expected == 0 && event.bytes == 0) {
         return event.why.empty() ? "ok" : event.why;
@@ -266,7 +281,7 @@ void tell_unknown() {
     if (state.unknown == 0 || (!over && state.unknown < UNKNOWN_MAX)) {
         return;
     }
-    const char* protocol = fileserver_get_tag(static_cast<std::int8_t>(active_config.fileserver));
+    const char* const protocol = protocol_tag();
     report_warning(text_count(state.unknown, "byte") + " of no " + protocol + " request (" +
                    text_hex(state.unknown_bytes) +
                    (state.unknown > state.unknown_bytes.size() ? " ...)" : ")"));
@@ -318,22 +333,16 @@ void begin(const ServeOptions& options) {
     state.once = options.once;
     state.idle_ms = clock_ms();
     const bool open = active_config.fileserver_root.empty();
-    char directory[PATH_MAX] = "";
-    if (getcwd(directory, sizeof directory) == nullptr) {
-        directory[0] = '\0';
-    }
     if (open) {
         report_warning("the target may name any file of this host (--anywhere)");
     }
-    report_done(text_printf("serving %s (%s, %s) to the target on %s at %d baud; Ctrl-C ends",
-                            directory,
-                            fileserver_get_tag(static_cast<std::int8_t>(active_config.fileserver)),
-                            active_config.fileserver_read_only ? "read-only" : "writable",
-                            active_config.port_name.c_str(), active_config.port_baud));
+    report_done(text_printf("serving %s to the target on %s at %d baud; Ctrl-C ends",
+                            serving_text().c_str(), active_config.port_name.c_str(),
+                            active_config.port_baud));
     if (globals.json) {
         Json json;
         json.set("event", "ready");
-        json.set("directory", directory);
+        json.set("directory", current_directory());
         json.set("device", active_config.port_name);
         report_event(json);
     }
@@ -423,6 +432,17 @@ int serve_prepare(const Session& session, const ServeOptions& options) {
     return fileserver_start() == 0
                ? 0
                : report_fail_library(KxError::HostFile, "", "the directory cannot be opened");
+}
+
+int serve_dry_run() {
+    Json& json = report_json();
+    json.set("directory", current_directory());
+    json.set("protocol", protocol_tag());
+    json.set("read_only", active_config.fileserver_read_only);
+    json.set("device", active_config.port_name);
+    json.set("baud", active_config.port_baud);
+    report_done(serving_text() + " would be served");
+    return 0;
 }
 
 int serve_run(Session& session, const ServeOptions& options) {

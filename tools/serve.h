@@ -28,6 +28,9 @@ int serve_check(const ServeOptions& options);
 /// Sets what needs no line, after `line_begin`. The directory becomes the current one.
 int serve_prepare(const Session& session, const ServeOptions& options);
 
+/// Tells, after that, what would be served.
+int serve_dry_run();
+
 /// Serves on the line that `line_connect` opened, until a signal ends it. 0 for Ctrl-C.
 int serve_run(Session& session, const ServeOptions& options);
 

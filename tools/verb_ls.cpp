@@ -154,6 +154,11 @@ int list_extfs() {
 }
 
 int run() {
+    if (state.extfs && (!state.patterns.empty() || state.numbers || state.long_form ||
+                        state.names_only || state.map || state.all || state.lower)) {
+        return report_fail_usage(
+            "--extfs has a form of its own: no PATTERN or option goes with it");
+    }
     Disc disc;
     if (const int status = discs_open(disc, state.image, DiscAccess::Read)) {
         return status;

@@ -126,13 +126,13 @@ void fill_json(const Reading& reading, std::uint32_t milliseconds) {
     Json& json = report_json();
     json.set("start", reading.range.first);
     json.set("end", reading.range.end);
-    json.set("bytes", reading.bytes.size());
+    json.set("bytes", reading.range.end - reading.range.first);
     json.set("milliseconds", milliseconds);
     if (!state.output.empty()) {
         json.set("file", state.output);
-        return;
+    } else if (!globals.dry_run) {
+        json.set("hex", json_hex(reading.bytes));
     }
-    json.set("hex", json_hex(reading.bytes));
 }
 
 int give(const Reading& reading, std::uint32_t milliseconds) {
@@ -174,6 +174,7 @@ int prepare(Session& session, Reading& reading) {
 }
 
 int tell_dry_run(const Reading& reading) {
+    fill_json(reading, 0);
     report_done(memory_text(reading.parts) + " would be read" +
                 (state.output.empty() ? "" : " into " + state.output));
     return 0;

@@ -108,10 +108,8 @@ int verify(Payload& payload) {
     }
     const Difference& first = comparison.first.front();
     return report_fail(KxError::Differs,
-                       text_printf("%s: %s of %llu bytes differ after sending, the first at ",
-                                   payload.name.c_str(), std::to_string(comparison.count).c_str(),
-                                   static_cast<unsigned long long>(payload_size(payload))) +
-                           compare_text(first),
+                       payload.name + ": " + compare_count_text(comparison, payload_size(payload)) +
+                           " after sending, the first at " + compare_text(first),
                        "is there RAM at these addresses?");
 }
 
@@ -225,7 +223,8 @@ int run_run() {
         return status;
     }
     if (globals.dry_run) {
-        return tell_dry_run(payload);
+        tell_dry_run(payload);
+        return serves ? serve_dry_run() : 0;
     }
     if (const int status = line_connect(session, state.wait)) {
         return status;

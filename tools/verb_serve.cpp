@@ -43,9 +43,7 @@ int run() {
         return status;
     }
     if (globals.dry_run) {
-        report_done((state.serving.directory.empty() ? "." : state.serving.directory) +
-                    " would be served");
-        return 0;
+        return serve_dry_run();
     }
     if (const int status = line_connect(session, state.wait)) {
         return status;

@@ -29,6 +29,14 @@ constexpr Option options[] = {
     {"--wait", &state.wait, "", "wait for a line that is in use or not there"},
 };
 
+void fill_json(const Payload& payload) {
+    Json& json = report_json();
+    json.set("file", state.file.file);
+    json.set("start", payload.start);
+    json.set("end", payload.end);
+    json.set("bytes", payload_size(payload));
+}
+
 void fill_json(const Payload& payload, const Comparison& comparison, std::size_t shown) {
     Json first = Json::array();
     for (std::size_t i = 0; i < shown; i++) {
@@ -39,15 +47,13 @@ void fill_json(const Payload& payload, const Comparison& comparison, std::size_t
         json.set("target", difference.target);
         first.append(std::move(json));
     }
-    Json& json = report_json();
-    json.set("file", state.file.file);
-    json.set("bytes", payload_size(payload));
-    json.set("differences", comparison.count);
-    json.set("first", std::move(first));
+    fill_json(payload);
+    report_json().set("differences", comparison.count);
+    report_json().set("first", std::move(first));
 }
 
 int tell(const Payload& payload, const Comparison& comparison) {
-    const auto size = static_cast<unsigned long long>(payload_size(payload));
+    const std::uint64_t size = payload_size(payload);
     const std::size_t shown =
         globals.verbose > 0 ? comparison.first.size() : std::min(SHOWN, comparison.first.size());
     fill_json(payload, comparison, shown);
@@ -58,8 +64,7 @@ int tell(const Payload& payload, const Comparison& comparison) {
     for (std::size_t i = 0; i < shown; i++) {
         report_line(ascii_escape(compare_text(comparison.first[i])));
     }
-    report_line(text_printf("%llu of %llu bytes differ",
-                            static_cast<unsigned long long>(comparison.count), size));
+    report_line(compare_count_text(comparison, size));
     return 1;
 }
 
@@ -80,6 +85,7 @@ int run() {
         return status;
     }
     if (globals.dry_run) {
+        fill_json(payload);
         report_done(payload.name + " would be compared with " + memory_text(payload.parts));
         return 0;
     }

@@ -23,8 +23,11 @@ std::string text_printf(const char* format, ...) {
     return text;
 }
 
-std::string text_count(std::uint64_t count, const char* noun) {
-    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+std::string text_count(std::uint64_t count, const char* noun, const char* plural) {
+    return std::to_string(count) + " " +
+           (count == 1          ? std::string(noun)
+            : plural != nullptr ? std::string(plural)
+                                : std::string(noun) + "s");
 }
 
 std::vector<std::string> text_split(std::string_view text, char separator) {

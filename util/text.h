@@ -15,7 +15,7 @@ std::string text_printf(const char* format, ...) __attribute__((format(printf, 1
 std::string text_vprintf(const char* format, va_list args) __attribute__((format(printf, 1, 0)));
 
 /// "1 byte", "2 bytes".
-std::string text_count(std::uint64_t count, const char* noun);
+std::string text_count(std::uint64_t count, const char* noun, const char* plural = nullptr);
 
 /// The parts between separators: one more than there are of these.
 std::vector<std::string> text_split(std::string_view text, char separator);
