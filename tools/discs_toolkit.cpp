@@ -3,9 +3,12 @@
 
 #include "charsets/charset.h"
 #include "core/active_config.h"
+#include "files/d64.h"
 #include "files/disc.h"
+#include "files/filetype.h"
 #include "files/imgfile.h"
 #include "tools/base.h"
+#include "tools/discs.h"
 #include "tools/global.h"
 #include "tools/host.h"
 #include "tools/report.h"
@@ -40,8 +43,7 @@ int load_charsets() {
     return 0;
 }
 
-/// Runs `work` with the image open; it gives the library's 1 or -1, or 0 after a failure that has
-/// been reported, all of which have one exit status.
+/// Runs `work` with the image open; it gives the library's 1 or -1.
 int with_image(const std::string& path, bool writing,
                const std::function<int(ImageHandle& image)>& work) {
     if (globals.dry_run) {
@@ -51,48 +53,40 @@ int with_image(const std::string& path, bool writing,
     if (const int status = load_charsets()) {
         return status;
     }
+    Disc disc; // refuses what is none
+    if (const int status = discs_open(disc, path, DiscAccess::Read)) {
+        return status;
+    }
     report_json().set("image", path);
     ImageHandle image;
     if (image_open(image, path, false, writing) != 1) {
         return report_fail_library(KxError::HostFile, "", path + ": cannot be opened");
     }
-    std::fflush(stdout); // which is for data: what the library says there of entries is none
+    image.type = FILETYPE_D64; // whatever its name
+    std::fflush(stdout);       // which is for data: what the library says there of entries is none
     const Fd out(dup(STDOUT_FILENO)), nothing(open("/dev/null", O_WRONLY | O_CLOEXEC));
     dup2(nothing.get(), STDOUT_FILENO);
     const int result = work(image);
     image_close(image);
     std::fflush(stdout);
     dup2(out.get(), STDOUT_FILENO);
-    if (result == 0) {
-        return report_status(KxError::HostFile);
-    }
     return result == 1 ? 0 : report_fail_library(KxError::HostFile, path + ": ", "failed");
 }
 
-/// Looks for the names as the library does. False, reported, when one is none or, unless
-/// `locked_too`, of a locked file: the library itself minds no locks.
-bool have_files(const ImageHandle& image, const std::string& path,
-                const std::vector<std::string>& names, bool locked_too) {
-    Disc disc;
-    disc.image = image;
-    for (const std::string& name : names) {
-        const auto entry = std::ranges::find_if(disc_entries(disc), [&](const DiscEntry& each) {
-            return each.type != 0 && each.text == name;
-        });
-        if (entry == disc_entries(disc).end()) {
-            report_fail(KxError::NotFound,
-                        text_printf("%s: there is no file '%s'", path.c_str(), name.c_str()));
-            return false;
-        }
-        if (entry->locked && !locked_too) {
-            report_fail(KxError::Locked,
-                        text_printf("%s: '%s' is locked", path.c_str(), name.c_str()),
-                        "-f takes it, too");
-            return false;
-        }
+/// The entry with the number, as the library finds it in its listings' style.
+class Numbered {
+public:
+    explicit Numbered(int number) : name(text_printf("%02x", number)), style_(d64_ls_style) {
+        d64_ls_style = 1;
     }
-    return true;
-}
+    ~Numbered() { d64_ls_style = style_; }
+    Numbered(const Numbered&) = delete;
+    Numbered& operator=(const Numbered&) = delete;
+    const std::string name;
+
+private:
+    int style_;
+};
 
 /// Whether the library can read the host file; it finds out when its name stands on the disc.
 int check_file(const std::string& file) {
@@ -105,50 +99,12 @@ int check_file(const std::string& file) {
                : host_read_part(file, 0, 1, head);
 }
 
-/// Where the named files go, or all that the image has.
-std::vector<std::string> host_paths(const ImageHandle& image, const std::vector<std::string>& names,
-                                    const std::string& directory, const std::string& output) {
-    std::vector<std::string> paths;
-    std::ranges::transform(names, std::back_inserter(paths), [&](const std::string& name) {
-        return !output.empty() ? output : directory + "/" + host_name(name) + ".prg";
-    });
-    Disc disc;
-    disc.image = image;
-    for (const DiscEntry& entry : disc_entries(disc)) {
-        if (names.empty() && entry.start.track != 0) {
-            paths.push_back(directory + "/" + entry.host_name);
-        }
-    }
-    return paths;
-}
-
 } // namespace
 
-int toolkit_get(const std::string& image_path, const std::vector<std::string>& names,
-                const std::string& directory, const std::string& output, bool replace) {
-    if (output == "-" || (!output.empty() && names.size() != 1)) {
-        return report_fail(KxError::Usage, "-o takes one NAME and a file");
-    }
+int toolkit_get(const std::string& image_path, int number, const std::string& path) {
+    const Numbered entry(number);
     return with_image(image_path, false, [&](ImageHandle& image) {
-        const std::vector<std::string> paths = host_paths(image, names, directory, output);
-        if (!have_files(image, image_path, names, true)) {
-            return 0;
-        }
-        if (std::ranges::any_of(paths, [&](const std::string& path) {
-                return host_may_write(path, replace) != 0;
-            })) {
-            return 0;
-        }
-        if (names.empty() && (chdir(directory.c_str()) != 0 || imgfile_extract_all(image) != 1)) {
-            return -1;
-        }
-        for (std::size_t i = 0; i < paths.size(); i++) {
-            if (!names.empty() && imgfile_extract_file(image, names[i], paths[i]) != 1) {
-                return -1;
-            }
-            report_done(paths[i]);
-        }
-        return 1;
+        return imgfile_extract_file(image, entry.name, path);
     });
 }
 
@@ -175,20 +131,10 @@ int toolkit_put(const std::string& image_path, const std::vector<std::string>& f
     });
 }
 
-int toolkit_rm(const std::string& image_path, const std::vector<std::string>& names,
-               bool locked_too) {
-    return with_image(image_path, true, [&](ImageHandle& image) {
-        if (!have_files(image, image_path, names, locked_too)) {
-            return 0;
-        }
-        for (const std::string& name : names) {
-            if (imgfile_delete_file(image, name) != 1) {
-                return -1;
-            }
-            report_done(std::string(image_path).append(": ").append(name).append(" scratched"));
-        }
-        return 1;
-    });
+int toolkit_rm(const std::string& image_path, int number) {
+    const Numbered entry(number);
+    return with_image(image_path, true,
+                      [&](ImageHandle& image) { return imgfile_delete_file(image, entry.name); });
 }
 
 } // namespace kx

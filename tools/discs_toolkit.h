@@ -8,16 +8,14 @@
 
 namespace kx {
 
-/// All files without names, scratched ones included, into the directory; or the named ones, which
-/// is one when `output` is given. Without `replace` nothing is copied when one is there already.
-int toolkit_get(const std::string& image, const std::vector<std::string>& names,
-                const std::string& directory, const std::string& output, bool replace);
+/// The file of that number to `path`; one that is there is replaced.
+int toolkit_get(const std::string& image, int number, const std::string& path);
 
 /// The files under their own names without ".prg"; the only one under `name` unless that is empty.
 int toolkit_put(const std::string& image, const std::vector<std::string>& files,
                 const std::string& name);
 
-/// Of a locked one none is scratched without `locked_too`.
-int toolkit_rm(const std::string& image, const std::vector<std::string>& names, bool locked_too);
+/// The file of that number, locked or not.
+int toolkit_rm(const std::string& image, int number);
 
 } // namespace kx

@@ -73,9 +73,12 @@ int find_address(const PayloadOptions& options, int type, std::uint32_t& address
         return report_fail(KxError::Usage,
                            options.file + ": it goes to its own addresses, --at means nothing");
     }
-    return parse_address(options.at, sym_store, address, error) == 0
-               ? 0
-               : report_fail(KxError::Usage, "--at: " + error);
+    if (parse_address(options.at, sym_store, address, error) != 0) {
+        return report_fail(KxError::Usage, "--at: " + error);
+    }
+    return address != 0 || is_raw
+               ? 0 // a loader takes 0 for the file's own address
+               : report_fail(KxError::Usage, "--at: a program cannot go to $0000");
 }
 
 int check_end(const PayloadOptions& options, const LoadedFile& loaded) {

@@ -9,7 +9,7 @@
 #include "util/text.h"
 
 #include <algorithm>
-#include <map>
+#include <filesystem>
 #include <set>
 
 namespace kx {
@@ -86,24 +86,37 @@ void warn(const Disc& disc, const DiscEntry& entry) {
     }
 }
 
-/// One file. An error does not keep the others from being copied.
-int copy(Disc& disc, const Job& job, Json& files) {
-    const DiscEntry& entry = disc_entries(disc)[static_cast<std::size_t>(job.number)];
+/// The file's bytes to its path. 0 or the exit status.
+int write_file(Disc& disc, const Job& job, std::uint64_t& size) {
+    if (state.toolkit_rules) {
+        std::error_code unknown;
+        const int status = toolkit_get(state.image, job.number, job.path);
+        size = status == 0 ? std::filesystem::file_size(job.path, unknown) : 0;
+        return status;
+    }
     std::vector<std::uint8_t> bytes;
-    warn(disc, entry);
     if (disc_read(disc, job.number, bytes) != 1) {
         return discs_fail(disc);
     }
-    if (const int status = host_write(job.path, bytes, state.replace)) {
+    size = bytes.size();
+    return host_write(job.path, bytes, state.replace);
+}
+
+/// One file. An error does not keep the others from being copied.
+int copy(Disc& disc, const Job& job, Json& files) {
+    const DiscEntry& entry = disc_entries(disc)[static_cast<std::size_t>(job.number)];
+    std::uint64_t size = 0;
+    warn(disc, entry);
+    if (const int status = write_file(disc, job, size)) {
         return status;
     }
     if (job.path == "-") {
         return 0;
     }
-    report_done(job.path + "  " + text_count(bytes.size(), "byte"));
+    report_done(job.path + "  " + text_count(size, "byte"));
     Json json = discs_entry_json(entry);
     json.set("file", job.path);
-    json.set("bytes", bytes.size());
+    json.set("bytes", size);
     files.append(std::move(json));
     return 0;
 }
@@ -134,11 +147,8 @@ int run() {
     if (state.directory.empty()) {
         state.directory = ".";
     }
-    if (state.toolkit_rules && (state.bare || state.lower)) {
-        return report_fail_usage("--toolkit-rules has names of its own: no --bare, no --lower");
-    }
-    if (state.toolkit_rules) {
-        return toolkit_get(state.image, state.names, state.directory, state.output, state.replace);
+    if (state.toolkit_rules && state.output == "-") {
+        return report_fail_usage("--toolkit-rules writes files, not standard output");
     }
     Disc disc;
     std::vector<int> numbers;

@@ -148,7 +148,8 @@ int list_extfs() {
     if (image_open(image, state.image, false, false) != 1) {
         return report_fail_library(KxError::HostFile, "", state.image + ": cannot be opened");
     }
-    imgfile_list_directory(image, stdout);
+    d64_read_directory(image); // whatever its name
+    d64_list_directory(stdout);
     image_close(image);
     return 0;
 }

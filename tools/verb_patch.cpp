@@ -1,8 +1,10 @@
 // kx patch: smart patches on a program file.
 #include "core/active_config.h"
+#include "link/target_memory.h"
 #include "tools/base.h"
 #include "tools/global.h"
 #include "tools/host.h"
+#include "tools/parse.h"
 #include "tools/patching.h"
 #include "tools/report.h"
 #include "tools/verbs.h"
@@ -25,6 +27,7 @@ struct State {
     std::vector<std::string> names;
     std::string patches;
     bool list = false;
+    std::uint64_t memory_end = 0x10000; // a 6502's, unless a target's is known
 };
 State state;
 
@@ -40,10 +43,14 @@ constexpr Option options[] = {
 };
 
 int find_patch_file() {
+    if (!state.patches.empty() && globals.target.empty()) {
+        return 0;
+    }
     IniDocument document;
-    if (const int status = state.patches.empty() ? target_load(document) : 0) {
+    if (const int status = target_load(document)) {
         return status;
     }
+    state.memory_end = std::uint64_t{mem_top()} + 1;
     if (state.patches.empty()) {
         state.patches = active_config.patch_file;
     }
@@ -135,6 +142,12 @@ int patch_file() {
     const std::uint32_t address = prg ? get16le(before.data()) : 0;
     const std::ptrdiff_t head = prg ? 2 : 0;
     std::vector<std::uint8_t> after(before.begin() + head, before.end());
+    if (prg && address + after.size() > state.memory_end) {
+        return report_fail(KxError::NoRoom,
+                           state.file + ": " + text_count(after.size(), "byte") + " from " +
+                               address_text(address) + " on do not fit, memory ends at " +
+                               address_text(state.memory_end - 1) + "; nothing was patched");
+    }
     std::vector<PatchedBy> applied;
     if (const int status = patching_apply(state.patches, state.names, address, after, applied)) {
         return status;

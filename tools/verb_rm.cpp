@@ -27,31 +27,38 @@ constexpr Option options[] = {
      "scratch as the toolkit's library does, not as a drive"},
 };
 
-int run() {
+/// Nothing is scratched when one of the files may not be.
+int check_locks(Disc& disc, const std::vector<int>& numbers) {
+    for (const int number : numbers) {
+        const DiscEntry& entry = disc_entries(disc)[static_cast<std::size_t>(number)];
+        if (entry.locked && !state.locked_too) {
+            return report_fail(KxError::Locked, disc.path + ": '" + entry.text + "' is locked",
+                               "-f takes it, too");
+        }
+    }
+    return 0;
+}
+
+int scratch(Disc& disc, int number) {
     if (state.toolkit_rules) {
-        return toolkit_rm(state.image, state.names, state.locked_too);
+        return toolkit_rm(state.image, number);
     }
-    Disc disc;
-    std::vector<int> numbers;
-    if (const int status = discs_open(disc, state.image, DiscAccess::Change)) {
-        return status;
-    }
-    if (const int status = discs_select(disc, state.names, numbers)) {
-        return status;
-    }
+    return disc_delete(disc, number, true) == 1 ? 0 : discs_fail(disc);
+}
+
+int scratch_all(Disc& disc, const std::vector<int>& numbers) {
     std::vector<std::string> done;
     Json files = Json::array();
     for (const int number : numbers) {
         const DiscEntry entry = disc_entries(disc)[static_cast<std::size_t>(number)];
-        if (disc_delete(disc, number, state.locked_too) != 1) {
-            return discs_fail(disc,
-                              disc.failure.reason == DiscReason::Locked ? "-f takes it, too" : "");
+        if (const int status = scratch(disc, number)) {
+            return status;
         }
         done.push_back(state.image + ": " + entry.text + " scratched, " +
                        text_count(static_cast<std::uint64_t>(entry.blocks), "block") + " free");
         files.append(discs_entry_json(entry));
     }
-    if (const int status = discs_commit(disc)) {
+    if (const int status = state.toolkit_rules ? 0 : discs_commit(disc)) {
         return status;
     }
     for (const std::string& line : done) {
@@ -59,7 +66,28 @@ int run() {
     }
     report_json().set("image", state.image);
     report_json().set("files", std::move(files));
-    report_json().set("blocks_free", disc_info(disc).blocks_free);
+    return 0;
+}
+
+int run() {
+    Disc disc;
+    std::vector<int> numbers;
+    const DiscAccess access = state.toolkit_rules ? DiscAccess::Read : DiscAccess::Change;
+    if (const int status = discs_open(disc, state.image, access)) {
+        return status;
+    }
+    if (const int status = discs_select(disc, state.names, numbers)) {
+        return status;
+    }
+    if (const int status = check_locks(disc, numbers)) {
+        return status;
+    }
+    if (const int status = scratch_all(disc, numbers)) {
+        return status;
+    }
+    if (!state.toolkit_rules) { // which leave the free counts as they are
+        report_json().set("blocks_free", disc_info(disc).blocks_free);
+    }
     return 0;
 }
 
