@@ -424,9 +424,9 @@ void fail_line(FakeTarget& target) {
         tell(target, {.kind = "line", .words = "takes no more bytes", .hex = "", .ok = false});
         return;
     }
-    fake_line_close(target.line);
     drop_all(target);
     tell(target, {.kind = "line", .words = "hung up", .hex = "", .ok = false});
+    fake_line_close(target.line);
 }
 
 void replug(FakeTarget& target) {

@@ -37,7 +37,8 @@ struct FakeSettings {
     std::vector<FakeRequest> requests;
 };
 
-/// What is told of a target: `kind` is "command", "request", "unknown" or "line".
+/// What is told of a target: `kind` is "command", "request", "unknown" or "line". That a line goes
+/// is told while its device's name is still its own.
 struct FakeEvent {
     const char* kind;
     std::string words;       // "read   $0801-$0802     1 byte"; a name in it as it was given

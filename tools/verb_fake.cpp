@@ -48,6 +48,7 @@ struct State {
 
     FakeTarget target;
     std::string target_name;
+    bool linked = false;
     std::uint32_t started_ms = 0;
     unsigned commands_seen = 0;
     unsigned requests_seen = 0;
@@ -231,7 +232,7 @@ int fill(FakeTarget& target) {
 }
 
 int make_link(const std::string& device) {
-    if (state.link.empty()) {
+    if (state.link.empty() || !state.target.line.master.is_open()) {
         return 0;
     }
     // One that a killed fake has left is replaced, nothing else is.
@@ -241,15 +242,17 @@ int make_link(const std::string& device) {
         std::string_view(old, static_cast<std::size_t>(length)).starts_with("/dev/pts/")) {
         unlink(state.link.c_str());
     }
-    return symlink(device.c_str(), state.link.c_str()) == 0
-               ? 0
-               : report_fail(errno == EEXIST ? KxError::Exists : KxError::HostFile,
-                             state.link + ": " + std::strerror(errno));
+    state.linked = symlink(device.c_str(), state.link.c_str()) == 0;
+    return state.linked ? 0
+                        : report_fail(errno == EEXIST ? KxError::Exists : KxError::HostFile,
+                                      state.link + ": " + std::strerror(errno));
 }
 
+// Before the line goes: the system gives its device's name to the next pseudo-terminal of anybody.
 void remove_link() {
-    if (!state.link.empty()) {
+    if (state.linked) {
         unlink(state.link.c_str());
+        state.linked = false;
     }
 }
 
@@ -279,8 +282,9 @@ void tell_event(const FakeEvent& event) {
     state.commands_seen += kind == "command" ? 1 : 0;
     state.requests_seen += kind == "request" ? 1 : 0;
     if (kind == "line" && event.ok) { // it is back, with a new device
-        remove_link();
         make_link(event.words);
+    } else if (kind == "line" && state.target.settings.failure != FakeFailure::Stuck) {
+        remove_link();
     }
     if (state.log) {
         globals.json ? tell_json(event) : tell_text(event);
@@ -397,8 +401,8 @@ int run() {
     signals_catch();
     const int status = state.command.empty() ? serve() : run_command();
     fill_json(status);
-    fake_close(target);
     remove_link();
+    fake_close(target);
     if (state.command.empty()) {
         report_done(text_count(state.commands_seen, "command") + ", " +
                     text_count(state.requests_seen, "request"));
