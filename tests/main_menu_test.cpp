@@ -50,8 +50,8 @@ TEST_F(MainMenu, BottomLineTellsWhatIsChosenAndWhatEscapeDoes) {
         terminal.wait_until([&] { return terminal.row(row.rows - 1) == row.line; }, row.line);
         const bool covered = row.line[0] == ' ' && row.line[1] == ' ';
         const int last = row.rows - 1;
-        EXPECT_EQ(terminal.looks({{1, last}, {row.cols - 2, last}, {row.cols - 1, last}}),
-                  covered ? "7/4+ 7/4+ 7/0" : "2/1 2/1 7/0");
+        terminal.wait_looks({{1, last}, {row.cols - 2, last}, {row.cols - 1, last}},
+                            covered ? "7/4+ 7/4+ 7/0" : "2/1 2/1 7/0");
     }
 }
 
@@ -61,7 +61,8 @@ TEST_F(MainMenu, ChangesOfSizeLeaveAllThatIsOpenWhereItStands) {
         Terminal terminal(80, 25);
         start(terminal);
         terminal.type(keys);
-        terminal.wait_for(keys.empty() ? "ESC leaves" : "ESC back");
+        terminal.wait_for(std::string(keys.empty() ? " ESC leaves and writes" : " ESC back") +
+                          "  target none, col_kx, map_ascii  crsr to scroll\n");
         const std::string found = terminal.screen();
         const std::size_t last_row = found.find(" ESC");
         const std::string larger =

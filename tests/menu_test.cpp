@@ -176,7 +176,7 @@ TEST(Menu, AndBoxGiveBackTheColoursTheyFound) {
         return con_getkey();
     });
     terminal.wait_for("item 2");
-    EXPECT_EQ(terminal.cursor(), "39,11") << "parked";
+    terminal.wait_until([&] { return terminal.cursor() == "39,11"; }, "a parked cursor");
     terminal.type("\r");
     terminal.wait_for("|box");
     terminal.type("x");

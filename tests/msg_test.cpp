@@ -204,10 +204,10 @@ TEST(Progress, HasItsColoursOnAScreen) {
         return 0;
     });
     terminal.wait_for("[error] |");
-    EXPECT_EQ(terminal.looks({{1, 0}, {2, 0}, {4, 0}, {2, 1}, {7, 1}, {1, 2}, {12, 2}, {13, 2}}),
-              "7/2 0/1 7/2 0/5 7/2 0/6 0/6 7/0");
-    EXPECT_EQ(terminal.looks({{10, 6}, {42, 6}, {43, 6}, {47, 6}, {48, 6}, {49, 6}}),
-              "0/4 0/4 0/7 0/7 7/0 0/4");
+    terminal.wait_looks({{1, 0}, {2, 0}, {4, 0}, {2, 1}, {7, 1}, {1, 2}, {12, 2}, {13, 2}},
+                        "7/2 0/1 7/2 0/5 7/2 0/6 0/6 7/0");
+    terminal.wait_looks({{10, 6}, {42, 6}, {43, 6}, {47, 6}, {48, 6}, {49, 6}},
+                        "0/4 0/4 0/7 0/7 7/0 0/4");
 }
 
 TEST(Progress, StaysBehindATitleOfWideCharactersThatLeavesRoom) {

@@ -186,7 +186,7 @@ TEST_F(Setup, FirstRunThroughEveryEntry) {
     terminal.type(DOWN); // had the box gone, this would move the menu
     pick(terminal, " " + times(5, UP) + "\r", "Famicom");
     pick(terminal, DOWN + "\r", "all red");
-    EXPECT_EQ(terminal.looks({{27, 11}}), "1/0") << "applied at once";
+    terminal.wait_looks({{27, 11}}, "1/0"); // applied at once
     fs::remove(base.path + "config/col_red.ini");
     pick(terminal, "\r", "all red"); // the list opens where it was left
     EXPECT_THAT(terminal.screen(), testing::Not(HasSubstr("warning:"))) << "nothing but the menu";

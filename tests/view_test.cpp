@@ -170,7 +170,7 @@ TEST(Viewer, ShowsAShortFileWhatItGainsAndFollowsTheTerminalsSize) {
     expect_row(terminal, 5, "alf \u00fc line");
     terminal.resize(60, 3);
     terminal.wait_until([&] { return terminal.screen() == "\n\n\n"; }, "a cleared screen");
-    EXPECT_EQ(terminal.looks({{0, 1}}), "7/4");
+    terminal.wait_looks({{0, 1}}, "7/4");
     terminal.resize(40, 12);
     terminal.wait_for("lines 1-10 of 5000 -");
     expect_row(terminal, 10, "ine 10");

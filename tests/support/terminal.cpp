@@ -205,6 +205,10 @@ void Terminal::wait_until(const std::function<bool()>& condition, const std::str
     }
 }
 
+void Terminal::wait_looks(const std::vector<std::pair<int, int>>& cells, const std::string& want) {
+    wait_until([&] { return looks(cells) == want; }, want);
+}
+
 int Terminal::wait_exit() {
     wait_until([&] { return report_->exited >= 0; }, "the end of the child");
     take_all();

@@ -44,6 +44,8 @@ public:
 
     void wait_for(const std::string& text); // until a row of the screen holds it
     void wait_until(const std::function<bool()>& condition, const std::string& what);
+    /// Until the cells have these `looks`: what is drawn may come in pieces.
+    void wait_looks(const std::vector<std::pair<int, int>>& cells, const std::string& want);
     /// Until the child has ended: its exit status, or 128 + the signal that ended it.
     int wait_exit();
 
