@@ -79,8 +79,11 @@ std::string FarEnd::ask(const std::string& request, bool hang_up) {
     result = handle(port_getc());
     unread = 0;
     std::uint8_t dropped[256];
-    while (port_wait_data(0) && (sent < request.size() || port_has_data() != 0)) {
-        unread += port_read_waiting(dropped);
+    bool all = false, there = true; // `all` was sent before the line was looked at
+    for (std::size_t got = 1; there && (got > 0 || !all); unread += got) {
+        all = sent == request.size();
+        there = port_wait_data(0);
+        got = port_read_waiting(dropped);
     }
     port_write_block({reinterpret_cast<const std::uint8_t*>(mark.data()), mark.size()});
     target.join();

@@ -16,7 +16,6 @@ struct KxShell : testing::Test {
     RunOptions options = {.env = {{"HOME", "/nonexistent"},
                                   {"XDG_DATA_HOME", ""},
                                   {"KXPATH", ""},
-                                  {"NO_COLOR", ""},
                                   {"base", KX_SOURCE_DIR "/base"}},
                           .cwd = dir.path()};
 

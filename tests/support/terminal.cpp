@@ -39,7 +39,8 @@ int exit_code(pid_t pid) {
 // What the runner of the tests has set must not change what a program shows.
 void prepare_child(const RunOptions& options) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    for (const char* name : {"LC_ALL", "LC_CTYPE", "LINES", "COLUMNS", "ESCDELAY", "KXPATH"}) {
+    for (const char* name : {"LC_ALL", "LC_CTYPE", "LINES", "COLUMNS", "ESCDELAY", "NO_COLOR",
+                             "KXPATH", "KX_PORT", "KX_TARGET", "KX_BAUD"}) {
         unsetenv(name);
     }
     setenv("LANG", "C.UTF-8", 1);
