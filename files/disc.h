@@ -151,15 +151,16 @@ void disc_set_charset(Disc& disc, bool lower);
 
 /// Codes of a text: its characters in the disc's character set, "#xx" for any code in hexadecimal,
 /// "##" for "#". In `disc_file_name` a text that a drive takes for something else is BadName:
-/// empty, with `*?,:"` or with `$` or `@` first; as "#xx" these pass. Both refuse more than 16
-/// codes and characters that the set lacks.
+/// empty, with `*?,:"` or with `$` or `@` first; as "#xx", or behind "#a0", these pass. Both refuse
+/// more than 16 codes and characters that the set lacks.
 int disc_codes(Disc& disc, std::string_view text, DiscName& name);
 int disc_file_name(Disc& disc, std::string_view text, DiscName& name);
 
 /// The numbers of the files that `pattern` stands for, in the order of the directory: ":N" is the
 /// entry of that number, anything else a name as for `disc_codes`, in which "?" stands for any
-/// code and "*" for all that may follow. A pattern without these two that is no file's codes may
-/// be the text of one, if of one only (Ambiguous). NoFile when there is none.
+/// code and "*" for all that may follow. One that is no file's codes may be those before a 0xA0, as
+/// for a drive; without these two it may be the text of a file, if of one only (Ambiguous). NoFile
+/// when there is none.
 int disc_match(Disc& disc, std::string_view pattern, std::vector<int>& numbers);
 
 /// The number of the file with these codes; -1 when there is none.

@@ -75,6 +75,23 @@ int parse(ImageHandle& image, const std::string_view text, std::string_view wild
     return 1;
 }
 
+/// What stands before a shifted blank: a drive does not look behind it.
+std::string_view looked_at(std::string_view text) {
+    for (std::string_view rest = text; !rest.empty();) {
+        const std::size_t at = text.size() - rest.size();
+        Item item;
+        if (rest[0] != '#') {
+            rest.remove_prefix(1);
+        } else if (!take_code(rest, item)) {
+            break;
+        }
+        if (item.code == DISC_PADDING && at > 0) {
+            return text.substr(0, at);
+        }
+    }
+    return text;
+}
+
 constexpr const char* too_long = "it has more than 16 characters";
 
 int to_name(ImageHandle& image, std::string_view text, DiscName& name) {
@@ -91,8 +108,8 @@ int to_name(ImageHandle& image, std::string_view text, DiscName& name) {
     return 1;
 }
 
-bool fits(const std::vector<Item>& items, const DiscName& name) {
-    const std::size_t length = disc_name_length(name);
+/// `length` of the name's codes count.
+bool fits(const std::vector<Item>& items, const DiscName& name, std::size_t length) {
     for (std::size_t i = 0; i < items.size(); i++) {
         if (items[i].wildcard == '*') {
             return true; // as for a drive, whatever is behind it
@@ -102,6 +119,11 @@ bool fits(const std::vector<Item>& items, const DiscName& name) {
         }
     }
     return items.size() == length;
+}
+
+/// Codes before a shifted blank, which ends the name for a drive.
+std::size_t shown_length(const DiscName& name) {
+    return static_cast<std::size_t>(std::ranges::find(name, DISC_PADDING) - name.begin());
 }
 
 int match_number(Disc& disc, std::string_view digits, std::vector<int>& numbers) {
@@ -149,7 +171,10 @@ int disc_codes(Disc& disc, std::string_view text, DiscName& name) {
 }
 
 int disc_file_name(Disc& disc, std::string_view text, DiscName& name) {
-    return check_text(disc.image, text) == 1 ? to_name(disc.image, text, name) : -1;
+    if (check_text(disc.image, looked_at(text)) != 1 || to_name(disc.image, text, name) != 1) {
+        return -1;
+    }
+    return name[0] != DISC_PADDING ? 1 : fail_name(disc.image, text, "it is empty");
 }
 
 int disc_match(Disc& disc, std::string_view pattern, std::vector<int>& numbers) {
@@ -159,13 +184,16 @@ int disc_match(Disc& disc, std::string_view pattern, std::vector<int>& numbers) 
     }
     std::vector<Item> items;
     const bool parsed = parse(disc.image, pattern, "*?", items) == 1;
-    for (const DiscEntry& entry : disc_entries(disc)) {
-        if (parsed && entry.raw_type != 0 && fits(items, entry.name)) {
-            numbers.push_back(entry.number);
+    // What no name is in full may be one up to a shifted blank, as for a drive.
+    for (const auto length : {disc_name_length, shown_length}) {
+        for (const DiscEntry& entry : disc_entries(disc)) {
+            if (parsed && entry.raw_type != 0 && fits(items, entry.name, length(entry.name))) {
+                numbers.push_back(entry.number);
+            }
         }
-    }
-    if (!numbers.empty()) {
-        return 1;
+        if (!numbers.empty()) {
+            return 1;
+        }
     }
     const bool wild = std::any_of(items.begin(), items.end(),
                                   [](const Item& item) { return item.wildcard != 0; });

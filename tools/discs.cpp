@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <iterator>
 #include <memory>
 #include <unistd.h>
@@ -47,6 +48,17 @@ std::string without_stop(std::string text) {
     return text;
 }
 
+/// "a.d64: in use", of "image 'a.d64' is in use": the file comes first.
+std::string about(const std::string& path, const std::string& text) {
+    const std::string shown = ascii_escape(path);
+    for (const std::string& front : {"image '" + shown + "' is ", "'" + shown + "' is "}) {
+        if (text.starts_with(front)) {
+            return path + ": " + text.substr(front.size());
+        }
+    }
+    return (text.find(shown) != std::string::npos ? "" : path + ": ") + text;
+}
+
 /// A text that is meant as it is, not with codes in hexadecimal.
 std::string literal(std::string_view text) {
     std::string typed;
@@ -78,6 +90,15 @@ int blocks_of(std::size_t bytes) {
     return std::max(1, static_cast<int>((bytes + DATA_BYTES - 1) / DATA_BYTES));
 }
 
+/// As many codes of a typed name as a disc's name has.
+std::string cut(const std::string& typed) {
+    std::size_t at = 0;
+    for (std::size_t codes = 0; codes < DiscName().size() && at < typed.size(); codes++) {
+        at += typed[at] != '#' ? 1 : typed.compare(at, 2, "##") == 0 ? 2 : 3;
+    }
+    return typed.substr(0, at);
+}
+
 /// The name that a host file gets: `-N`, or its own without directory and ending.
 int choose_name(Disc& disc, const DiscsPut& how, Source& source) {
     const std::string host = host_name(source.path);
@@ -86,14 +107,17 @@ int choose_name(Disc& disc, const DiscsPut& how, Source& source) {
     std::string name = !how.name.empty() ? how.name
                        : typed           ? literal(host.substr(0, host.size() - ending.size() - 1))
                                          : literal(host);
-    if (how.cut && how.name.empty()) {
-        name.resize(std::min(name.size(), source.file.name.size()));
-    }
+    const std::string shorter = cut(name);
+    const bool cuttable = shorter != name && disc_file_name(disc, shorter, source.file.name) == 1;
+    name = how.cut ? shorter : name;
     source.file.type = type_number(!how.type.empty() ? how.type : ending);
     if (disc_file_name(disc, name, source.file.name) == 1) {
         return 0;
     }
-    return discs_fail(disc, how.name.empty() ? "-N gives another name, --cut cuts it" : "");
+    const std::string other = how.name.empty() ? "-N gives another name" : "";
+    return discs_fail(disc, !cuttable       ? other
+                            : other.empty() ? "--cut cuts it"
+                                            : other + ", --cut cuts it");
 }
 
 int read_host_file(Disc& disc, const std::string& path, const DiscsPut& how,
@@ -235,8 +259,7 @@ int discs_fail(const Disc& disc, const std::string& hint, const std::string& aft
     const DiscFailure& failure = disc.failure;
     const bool host = failure.reason == DiscReason::Host;
     const std::string text = host ? host_why(disc.path, failure.error) : without_stop(failure.text);
-    const bool named = host || text.find(ascii_escape(disc.path)) != std::string::npos;
-    return report_fail(code_of(failure), (named ? "" : disc.path + ": ") + text + after, hint);
+    return report_fail(code_of(failure), (host ? text : about(disc.path, text)) + after, hint);
 }
 
 int discs_open(Disc& disc, const std::string& path, DiscAccess access,
@@ -275,6 +298,11 @@ int discs_set_label(Disc& disc, const DiscsLabel& label) {
 int discs_create(Disc& disc, const std::string& path, const DiscsFormat& format) {
     if (path == "-") {
         return fail_standard();
+    }
+    std::error_code unknown;
+    const auto there = std::filesystem::status(path, unknown);
+    if (std::filesystem::exists(there) && !std::filesystem::is_regular_file(there)) {
+        return report_fail(KxError::BadType, path + ": no regular file");
     }
     if (const int status = host_may_write(path, format.replace)) {
         return status;
@@ -324,14 +352,15 @@ int discs_select(Disc& disc, const std::vector<std::string>& patterns, std::vect
 }
 
 std::string discs_typed_name(Disc& disc, const DiscEntry& entry) {
-    std::string typed;
+    std::string typed = disc_name_length(entry.name) == 0 ? ":" + std::to_string(entry.number) : "";
     for (std::size_t i = 0; i < disc_name_length(entry.name); i++) {
         const char c = i < entry.text.size() ? entry.text[i] : '.';
         DiscName name;
         // Control characters are none of a text; the rest would mean something else.
-        const bool plain =
-            ascii_is_print(c) && std::string_view("#*?:").find(c) == std::string::npos &&
-            disc_codes(disc, std::string(1, c), name) == 1 && name[0] == entry.name[i];
+        const std::string_view special = i == 0 ? "#*?:,\"$@" : "#*?:,\"";
+        const bool plain = ascii_is_print(c) && special.find(c) == std::string::npos &&
+                           disc_codes(disc, std::string(1, c), name) == 1 &&
+                           name[0] == entry.name[i];
         typed += plain ? std::string(1, c) : text_printf("#%02x", entry.name[i]);
     }
     return typed;

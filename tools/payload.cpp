@@ -208,7 +208,7 @@ int payload_load(const PayloadOptions& options, Payload& payload) {
     if (payload.parts.empty()) {
         return report_fail(KxError::NotFound,
                            options.file + (payload.bytes.empty()
-                                               ? ": there is nothing behind its load address"
+                                               ? ": there is nothing in it to be sent"
                                                : ": nothing of it is in the memory map"));
     }
     warn_io(payload);

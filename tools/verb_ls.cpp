@@ -64,15 +64,22 @@ int choose_entries(Disc& disc, std::vector<DiscEntry>& chosen) {
     return 0;
 }
 
+/// In 18 columns, as a drive lists it: the quote closes at the first shifted blank.
+std::string quoted_name(const DiscEntry& entry) {
+    const auto end =
+        static_cast<std::size_t>(std::ranges::find(entry.name, DISC_PADDING) - entry.name.begin());
+    std::string text = entry.text;
+    text.resize(entry.name.size() + 1, ' ');
+    return "\"" + ascii_escape(text.substr(0, end)) + "\"" + ascii_escape(text.substr(end + 1));
+}
+
 /// As a C-64 shows it: blocks, name, "*" for a file that was never closed, type, "<" for a lock.
 std::string entry_line(Disc& disc, const DiscEntry& entry) {
-    const auto length = static_cast<int>(disc_name_length(entry.name));
     const auto mark = [](bool set, const char* text) {
         return set ? report_paint(stdout, Paint::Warning, text) : " ";
     };
     std::string line = state.numbers ? text_printf("%3d  ", entry.number) : "";
-    line += text_printf("%-4d \"%s\"%*s", entry.blocks, ascii_escape(entry.text).c_str(),
-                        16 - length, "");
+    line += text_printf("%-4d ", entry.blocks) + quoted_name(entry);
     line += is_scratched(entry) ? " ---"
                                 : mark(!entry.closed, "*") + discs_type(entry) +
                                       (entry.locked ? mark(true, "<") : "");
