@@ -6,6 +6,7 @@
 #include "tests/support/far_end.h"
 #include "tests/support/temp_dir.h"
 #include "ui/msg.h"
+#include "util/clock.h"
 
 #include <fcntl.h>
 #include <filesystem>
@@ -90,6 +91,12 @@ TEST_F(Served, DropsHalfARequestWithoutAnswerAndGoesOn) {
 TEST_F(Served, DropsWhatStillComesOfAStoppedRequest) {
     fileserver_set_stop([] { return fileserver_last_request().bytes > 0; });
     const std::string rest(100000, '\xAC'); // 0x186A0
+    static const std::atomic<std::size_t>* sent;
+    sent = &far.sent;
+    clock_set_source([] { // stands still until all has been sent: the line is not quiet before
+        static std::uint32_t now;
+        return *sent == 100009 ? now += 10 : now;
+    });
     EXPECT_EQ(ask(FILESERVER_GENERIC, "01AC 02 'f' 00 000186A0 '" + rest + "'"), "00");
     EXPECT_EQ(far.unread, 0U);
     EXPECT_THAT(told, testing::MatchesRegex("dbgSave f f [0-9]+/100000 0 x stopped\n"));

@@ -6,7 +6,6 @@
 #include "fileserver/fileserver.h"
 #include "link/port.h"
 
-#include <atomic>
 #include <chrono>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -52,7 +51,7 @@ FarEnd::~FarEnd() {
 
 std::string FarEnd::ask(const std::string& request, bool hang_up) {
     std::string answer;
-    std::atomic<std::size_t> sent = 0;
+    sent = 0;
     std::atomic<bool> arrived = false; // all of a request that ends in a hang-up: nothing is lost
     std::thread target([&] {
         const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);

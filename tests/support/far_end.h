@@ -3,6 +3,7 @@
 
 #include "tests/support/pty.h"
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 
@@ -27,7 +28,8 @@ public:
 
     std::function<int(std::uint8_t)> handle; // fileserver_handle_byte, to begin with
     int result = 0;
-    std::size_t unread = 0; // bytes of the last request that nobody read
+    std::atomic<std::size_t> sent = 0; // bytes of the last request
+    std::size_t unread = 0;            // bytes of the last request that nobody read
 
 private:
     Pty pty_;
