@@ -24,8 +24,8 @@ constexpr int BITS_PER_BYTE = 10; // start, eight, stop
 // as a device's buffer holds.
 constexpr std::size_t LET_AT = 512;
 constexpr auto LET_FOR = std::chrono::microseconds(300);
-// On a busy machine the host gets some 13 KiB in at once. It is not to think the line dead before
-// they have gone at a slow pace.
+// On a busy machine the host gets some 13 KiB in at once, all that the system holds. It is not to
+// think the line dead while they go at a slow pace, and may write what has become free.
 constexpr auto SHUT_MAX = std::chrono::seconds(4);
 constexpr int IDLE_LETS = 100; // in vain, and the next one has time
 constexpr int IDLE_WAIT_MS = 5;
@@ -70,7 +70,7 @@ std::size_t bytes_waiting(int fd) {
 // writes many kilobytes in the time that a sleeper takes to wake up.
 void let_host_write(FakeLine& line) {
     const std::size_t before = bytes_waiting(line.master.get());
-    if (before >= LET_AT) {
+    if (before >= LET_AT && Clock::now() - line.let < SHUT_MAX) {
         return;
     }
     line.let = Clock::now();
@@ -131,9 +131,7 @@ void fake_line_wait(FakeLine& line, bool reads, bool writes, int milliseconds, i
 
 std::size_t fake_line_read(FakeLine& line, std::span<std::uint8_t> bytes) {
     const std::size_t waiting = bytes_waiting(line.master.get());
-    const bool overdue = line.baud != 0 && !line.stopped && Clock::now() - line.let > SHUT_MAX;
-    const std::size_t paced = overdue ? waiting : pace_room(line, line.in, waiting);
-    const std::size_t room = std::min(paced, bytes.size());
+    const std::size_t room = std::min(pace_room(line, line.in, waiting), bytes.size());
     const ssize_t got = room > 0 ? read(line.master.get(), bytes.data(), room) : 0;
     const auto count = static_cast<std::size_t>(std::max<ssize_t>(got, 0));
     pace_took(line, line.in, count);

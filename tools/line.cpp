@@ -46,8 +46,12 @@ constexpr std::size_t COMMAND_BYTES = 1024;
 // second at most, and adapters that know no baud rate are read as fast as they are.
 constexpr std::uint32_t READ_DOUBLES_MS = 250;
 
+// What the system takes at most before it has gone out.
+constexpr std::uint64_t HELD_MAX = 16384;
+
 struct State {
-    std::uint64_t done = 0; // of the transfer under way
+    std::uint64_t done = 0;     // of the transfer under way
+    std::uint32_t limit_ms = 0; // for the target to take or send a byte
     std::uint32_t began_ms = 0;
     std::uint64_t line_began = 0;
     std::uint64_t command = 0;  // bytes of the command under way
@@ -208,7 +212,7 @@ bool stop_waiting(std::uint32_t waited_ms) {
         show_sent(state.done);
         return signals_count() > 1;
     }
-    const std::uint32_t left = globals.timeout_ms - std::min(globals.timeout_ms, waited_ms);
+    const std::uint32_t left = state.limit_ms - std::min(state.limit_ms, waited_ms);
     bar_update(state.done, text_printf("waiting for the target (%u s left, Ctrl-C gives up)",
                                        (left + 999) / 1000));
     return signals_count() > 0;
@@ -233,6 +237,16 @@ void tell_command(char letter, std::initializer_list<std::uint32_t> arguments) {
     report_detail(std::string(1, letter) + "  " + text_hex(head));
 }
 
+// How long the target may take or send nothing: while what was written before is on its way, it
+// can do neither.
+void set_limits(std::uint64_t on_the_way) {
+    const std::uint64_t milliseconds = std::min(on_the_way, HELD_MAX) * 1000 * BITS_PER_BYTE /
+                                       static_cast<std::uint64_t>(active_config.port_baud);
+    state.limit_ms = globals.timeout_ms + static_cast<std::uint32_t>(milliseconds);
+    stub_set_timeout(static_cast<int>(state.limit_ms));
+    serial_set_write_limit(static_cast<int>(state.limit_ms));
+}
+
 // A command of `writes` data bytes to the target, or one that is answered by `reads`.
 void begin_command(const LineTransfer& transfer, std::size_t writes, std::size_t reads) {
     state.done = transfer.done;
@@ -241,6 +255,8 @@ void begin_command(const LineTransfer& transfer, std::size_t writes, std::size_t
     state.command = command_size() + writes;
     state.line_end = port_line.written + state.command;
     state.reads = reads;
+    const std::uint64_t written = port_line.written - state.line_began;
+    set_limits(written - std::min(written, line_carries(clock_ms() - state.began_ms)));
 }
 
 // Failures ---------------------------------------------------------------------------------------
@@ -311,7 +327,8 @@ int fail_silent(const LineTransfer& transfer) {
 int fail_transfer(const LineTransfer& transfer) {
     bar_end();
     const Failure& why = stub_last_error();
-    if (signals_pending() != 0 && why.error == ECANCELED) {
+    const bool given_up = why.error == ECANCELED || why.kind == FailureKind::Silent;
+    if (signals_pending() != 0 && given_up) {
         return fail_at_once();
     }
     switch (why.kind) {
@@ -364,8 +381,7 @@ int line_connect(Session& session, bool wait) {
         port_close();
         return report_fail(KxError::PortNotSerial, device + ": " + std::strerror(error));
     }
-    stub_set_timeout(static_cast<int>(globals.timeout_ms));
-    serial_set_write_limit(static_cast<int>(globals.timeout_ms));
+    set_limits(0);
     stub_set_stop(stop_waiting);
     serial_set_write_stop(stop_waiting);
     return 0;
@@ -455,7 +471,11 @@ bool line_answers(std::uint32_t address) {
 
 int line_confirm(const LineTransfer& transfer) {
     begin_command(transfer, 0, 1);
-    return line_answers(transfer.harmless) ? 0 : fail_transfer(transfer);
+    if (!line_answers(transfer.harmless)) {
+        return fail_transfer(transfer);
+    }
+    set_limits(0);
+    return 0;
 }
 
 int line_start(const LineTransfer& transfer, std::uint32_t address) {
