@@ -156,7 +156,7 @@ bool look(std::string& why) {
             continue;
         }
         if (is_base(place.path)) {
-            active_config.base_dir = place.path + "/";
+            active_config.base_dir = place.path + (place.path.ends_with('/') ? "" : "/");
             report_detail("base directory " + place.path + " (" + place.what + ")");
             return true;
         }

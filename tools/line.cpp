@@ -22,6 +22,7 @@
 #include <ctime>
 #include <fcntl.h>
 #include <filesystem>
+#include <poll.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
 #include <termios.h>
@@ -152,11 +153,14 @@ int interrupted() {
     return report_interrupted(signals_pending(), "interrupted: nothing was done");
 }
 
-int lock_or_wait(const Session& session, bool wait, Fd& fd) {
+// Waiting anew for a line that was there: a signal then is its caller's affair.
+enum class LineWait { No, Yes, Again };
+
+int lock_or_wait(const Session& session, LineWait wait, Fd& fd) {
     const std::string& device = active_config.port_name;
     PortFailure failure;
     for (bool told = false; try_lock(device, fd, failure) != 0; told = true) {
-        if (!wait || !is_waited_for(failure.code)) {
+        if (wait == LineWait::No || !is_waited_for(failure.code)) {
             const bool named = failure.code == KxError::PortMissing;
             return report_fail(failure.code,
                                failure.text + (named ? " (" + port_origin(session) + ")" : ""),
@@ -167,7 +171,7 @@ int lock_or_wait(const Session& session, bool wait, Fd& fd) {
         }
         usleep(WAIT_LOOK_MS * 1000);
         if (signals_pending() != 0) {
-            return interrupted();
+            return wait == LineWait::Again ? 128 + signals_pending() : interrupted();
         }
     }
     return 0;
@@ -343,6 +347,27 @@ int fail_transfer(const LineTransfer& transfer) {
     }
 }
 
+int connect(Session& session, LineWait wait) {
+    if (const int status = check_config(session)) {
+        return status;
+    }
+    signals_catch();
+    Fd fd;
+    if (const int status = lock_or_wait(session, wait, fd)) {
+        return status;
+    }
+    const std::string& device = active_config.port_name;
+    if (port_adopt(std::move(fd), device, active_config.port_baud) != 1) {
+        const int error = port_last_error().error;
+        port_close();
+        return report_fail(KxError::PortNotSerial, device + ": " + std::strerror(error));
+    }
+    set_limits(0);
+    stub_set_stop(stop_waiting);
+    serial_set_write_stop(stop_waiting);
+    return 0;
+}
+
 } // namespace
 
 int line_begin(Session& session) {
@@ -367,24 +392,12 @@ int line_begin(Session& session) {
 }
 
 int line_connect(Session& session, bool wait) {
-    if (const int status = check_config(session)) {
-        return status;
-    }
-    signals_catch();
-    Fd fd;
-    if (const int status = lock_or_wait(session, wait, fd)) {
-        return status;
-    }
-    const std::string& device = active_config.port_name;
-    if (port_adopt(std::move(fd), device, active_config.port_baud) != 1) {
-        const int error = port_last_error().error;
-        port_close();
-        return report_fail(KxError::PortNotSerial, device + ": " + std::strerror(error));
-    }
-    set_limits(0);
-    stub_set_stop(stop_waiting);
-    serial_set_write_stop(stop_waiting);
-    return 0;
+    return connect(session, wait ? LineWait::Yes : LineWait::No);
+}
+
+int line_reconnect(Session& session) {
+    port_close();
+    return connect(session, LineWait::Again);
 }
 
 int line_needs_stub(const Session& session) {
@@ -407,6 +420,11 @@ int line_lock_console(const Session& session, const std::string& device, Fd& fd)
     }
     ioctl(fd.get(), TIOCNXCL); // the library opens it again
     return 0;
+}
+
+bool line_has_gone() {
+    pollfd line = {.fd = port_line.fd, .events = 0, .revents = 0};
+    return poll(&line, 1, 0) > 0;
 }
 
 void line_disconnect() {

@@ -24,6 +24,13 @@ int line_begin(Session& session);
 /// had. Signals are noted from here on (tools/signals.h).
 int line_connect(Session& session, bool wait);
 
+/// Closes the session's line, which has gone, and waits until it is back. That a signal ended the
+/// waiting is not told.
+int line_reconnect(Session& session);
+
+/// Whether the open line's device is there no more.
+bool line_has_gone();
+
 /// Whether the target's memory can be reached at all.
 int line_needs_stub(const Session& session);
 

@@ -39,6 +39,10 @@ int store(const Option& option, const std::vector<std::string>& texts, std::stri
         error = name + " needs a value";
         return -1;
     }
+    if (option.names[0] == '[' && holds<std::string*>(option) && texts.back().empty()) {
+        error = name.substr(1, name.find(']') - 1) + " is empty";
+        return -1;
+    }
     if (auto* const* flag = std::get_if<bool*>(&option.target)) {
         **flag = true;
     } else if (auto* const* optional = std::get_if<OptionalText*>(&option.target)) {

@@ -198,10 +198,12 @@ std::vector<PortEntry> port_list(const std::string& root, bool all) {
 
 PortHolder port_list_holder(const std::string& root, const std::string& device) {
     const std::string wanted = resolved(root + device);
-    // A program that has locked it goes before one that only has it open.
+    // A program that has locked it goes before one that only has it open. A shell's lock is named
+    // after the program that took it for the shell, and has ended.
     const int locker = find_locker(root, wanted);
-    if (locker != 0) {
-        return {locker, process_name(root, locker)};
+    const std::string locked_by = locker != 0 ? process_name(root, locker) : "";
+    if (!locked_by.empty()) {
+        return {locker, locked_by};
     }
     for (const fs::path& process : entries(root + "/proc")) {
         const int pid = number_of(process.filename());

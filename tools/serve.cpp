@@ -99,7 +99,7 @@ int find_patience(const ServeOptions& options, int& milliseconds) {
         milliseconds = 0;
     } else if (!options.patience.empty()) {
         if (parse_seconds(options.patience, given, error) != 0) {
-            return report_fail(KxError::Usage, "--patience: " + error);
+            return report_fail(KxError::Usage, "--patience: " + error + ", nor 0");
         }
         milliseconds = static_cast<int>(given);
     }
@@ -147,7 +147,8 @@ std::string part_text(std::uint64_t bytes, std::uint64_t all) {
 
 // A reason of the system in the words of the fileservers.
 std::string reason(const std::string& why) {
-    return why.empty() ? "failed" : why == std::strerror(ENOENT) ? "not found" : why;
+    const bool missing = why == std::strerror(ENOENT) || why == std::strerror(ENOTDIR);
+    return why.empty() ? "failed" : missing ? "not found" : why;
 }
 
 std::string outcome(const FileserverEvent& event, std::uint32_t milliseconds) {
@@ -220,11 +221,15 @@ void tell_request(const FileserverEvent& last) {
         // A piece that was on its way does not count there.
         event.bytes = std::max(event.bytes, std::min(event.expected, state.moved));
     }
+    const bool gone = event.result == FileserverResult::Dropped && line_has_gone();
+    if (gone) {
+        event.why = "the line is gone";
+    }
     bar_end();
     state.in_request = false;
     state.requests++;
     (is_save(event) ? state.bytes_in : state.bytes_out) += event.bytes;
-    state.ended = state.ended || state.once;
+    state.ended = state.ended || (state.once && !gone); // else the lost line ends it
     globals.json ? tell_json(event, milliseconds) : tell_text(event, milliseconds);
 }
 
@@ -311,7 +316,8 @@ bool stops_serving() {
     }
     if (state.dropped && signals_pending() == SIGINT && signals_count() == 1) {
         signals_take(); // it was for the request; the next one ends the serving
-        report_done("the request is dropped; Ctrl-C again ends");
+        report_done(std::string("the request is dropped") +
+                    (state.ended ? "" : "; Ctrl-C again ends"));
     }
     state.dropped = false;
     return state.ended || signals_pending() != 0;
@@ -320,8 +326,7 @@ bool stops_serving() {
 // The line has gone: waits until there is one again. Ends with a signal.
 bool reconnect(Session& session) {
     report_warning("the line " + active_config.port_name + " has gone; waiting for it");
-    port_close();
-    if (line_connect(session, true) != 0) {
+    if (line_reconnect(session) != 0) {
         return false;
     }
     report_done("the line is back");

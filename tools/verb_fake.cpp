@@ -192,6 +192,10 @@ int load_memory(const std::string& argument) {
     const bool raw = sign != std::string::npos &&
                      parse_address(argument.substr(sign + 1), nullptr, address, error) == 0;
     const std::string path = raw ? argument.substr(0, sign) : argument;
+    if (!raw && sign != std::string::npos && access(argument.c_str(), F_OK) != 0 &&
+        access(argument.substr(0, sign).c_str(), F_OK) == 0) {
+        return fail_usage("--load " + argument + ": " + error);
+    }
     std::vector<std::uint8_t> bytes;
     if (const int status = read_to_fit(path, memory.size() + 2, bytes)) {
         return status;
