@@ -51,10 +51,11 @@ TEST_F(KxLine, EveryFailureHasItsTextCodeAndStatus) {
         const char* err; // of this on standard error
     };
     // Root may open anything: the row is played by nobody, with copies that nobody can reach.
-    const std::string refused = std::string("chmod 755 .; cp $(command -v kx) .; cp -R $KXPATH b; "
-                                            "kx fake -- sh -c 'chmod 0 $KX_PORT; ") +
-                                (geteuid() == 0 ? "setpriv --reuid 65534 --clear-groups" : "") +
-                                " ./kx --base b --json read 1'";
+    const std::string refused =
+        std::string("cp $(command -v kx) .; cp -R $KXPATH b; chmod -R a+rX .; "
+                    "kx fake -- sh -c 'chmod 0 $KX_PORT; ") +
+        (geteuid() == 0 ? "setpriv --reuid 65534 --clear-groups" : "") +
+        " ./kx --base b --json read 1'";
     const Row rows[] = {
         {"kx -p ./x --json read 1", 4, "port-missing", "./x: no such device (--port)\nhint: "},
         {refused.c_str(), 4, "port-permission", "kx: error: PORT: no permission ("},

@@ -72,7 +72,7 @@ for page in kxsetup.1 kx-init.1 kx.1 $verbs kx.ini.5 kx-target.5 kx-colors.5 kx-
     listed "$page" | sort -u >"$work/listed"
     known "$page" | sed '/^[A-Z]/!s/^\([^ ]*\) .*/&\n\1 /' | sort -u >"$work/known"
     diff -U 0 --label "$page" --label code "$work/listed" "$work/known" || wrong=1
-    MANWIDTH=80 man --warnings -l "doc/man/$page" 2>&1 >"$work/text" | grep . && wrong=1
+    MANWIDTH=80 MAN_KEEP_FORMATTING='' man --warnings -l "doc/man/$page" 2>&1 >"$work/text" | grep . && wrong=1
     grep -q 'SEE ALSO' "$work/text" || wrong=1
 done
 # The list of commands in kx.1, and what each one does.
