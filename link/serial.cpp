@@ -153,17 +153,19 @@ int set_up(SerialLine& line, long baud) {
     return 1;
 }
 
-// Waits until the device takes bytes again; false when it did not in time.
+// Waits until the device takes bytes again; false when it did not in time. What counts is the time
+// of the looks: that in which this process was stopped is none of the device's.
 bool wait_writable(SerialLine& line) {
-    const std::uint32_t start = clock_ms();
     const auto limit = static_cast<std::uint32_t>(std::max(state.write_limit_ms, 0));
-    for (std::uint32_t waited = 0; waited < limit; waited = clock_ms() - start) {
+    std::uint32_t waited = 0;
+    while (waited < limit) {
         if (serial_stops_write(line, waited)) {
             return false;
         }
-        const std::uint32_t look = state.write_stop != nullptr ? WRITE_LOOK_MS : limit;
+        const std::uint32_t began = clock_ms(), look = std::min(WRITE_LOOK_MS, limit - waited);
         pollfd wait = {line.fd, POLLOUT, 0};
-        const int ready = poll(&wait, 1, static_cast<int>(std::min(look, limit - waited)));
+        const int ready = poll(&wait, 1, static_cast<int>(look));
+        waited += std::min(look, clock_ms() - began);
         if (ready > 0) {
             return true;
         }

@@ -56,9 +56,12 @@ std::string numbers(std::uint64_t done, std::uint32_t elapsed_ms) {
     const double part = std::min(1.0, static_cast<double>(done) / static_cast<double>(state.total));
     const auto full = static_cast<std::size_t>(part * CELLS);
     std::string text = std::string(full, '#') + std::string(CELLS - full, '.');
-    text += text_printf("  %.1f/%.1f KiB  %2d %%  %.2f KiB/s", kib,
-                        static_cast<double>(state.total) / KIB, static_cast<int>(part * 100),
-                        rate / KIB);
+    text += state.total < 1024
+                ? text_printf("  %llu/%llu bytes", static_cast<unsigned long long>(done),
+                              static_cast<unsigned long long>(state.total))
+                : text_printf("  %.1f/%.1f KiB  %2d %%  %.2f KiB/s", kib,
+                              static_cast<double>(state.total) / KIB, static_cast<int>(part * 100),
+                              rate / KIB);
     if (done > 0 && done < state.total) {
         const long left = std::lround(static_cast<double>(state.total - done) / rate);
         text += text_printf("  %ld:%02ld left", left / 60, left % 60);

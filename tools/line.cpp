@@ -58,6 +58,7 @@ struct State {
     std::uint64_t command = 0;  // bytes of the command under way
     std::uint64_t line_end = 0; // bytes on the line when it will have gone
     std::size_t reads = 0;      // bytes of its answer
+    bool told = false;          // that a signal has come
 };
 State state;
 
@@ -212,6 +213,10 @@ bool stop_waiting(std::uint32_t waited_ms) {
     const bool silent = waited_ms >= SILENCE_SHOWN_MS &&
                         line_carries(clock_ms() - state.began_ms) >=
                             port_line.written - state.line_began + line_carries(SILENCE_SHOWN_MS);
+    if (signals_count() == 1 && !state.told) {
+        state.told = true;
+        report_done("the command under way is ended first; Ctrl-C again ends at once");
+    }
     if (!silent) {
         show_sent(state.done);
         return signals_count() > 1;
@@ -339,9 +344,7 @@ int fail_transfer(const LineTransfer& transfer) {
     case FailureKind::Silent:
         return fail_silent(transfer);
     case FailureKind::Surplus:
-        return report_fail(
-            KxError::TargetSurplus,
-            "the target sent more than was asked for; the two are out of step, reset it");
+        return line_fail_surplus();
     default:
         return fail_gone(transfer);
     }
@@ -485,6 +488,12 @@ bool line_answers(std::uint32_t address) {
     std::uint8_t byte = 0;
     tell_command('C', {address + 1, address});
     return stub_read_memory(address, {&byte, 1}) == 1;
+}
+
+int line_fail_surplus() {
+    return report_fail(
+        KxError::TargetSurplus,
+        "the target sent more than was asked for; the two are out of step, reset it");
 }
 
 int line_confirm(const LineTransfer& transfer) {

@@ -68,6 +68,9 @@ int line_confirm(const LineTransfer& transfer);
 /// The same, without a report: `stub_last_error` has why not.
 bool line_answers(std::uint32_t address);
 
+/// Reports that the target sends what nobody asked for. The exit status.
+int line_fail_surplus();
+
 /// Sets the program counter, and executes.
 int line_start(const LineTransfer& transfer, std::uint32_t address);
 

@@ -143,7 +143,7 @@ int tell_answer(int configured, std::uint32_t milliseconds) {
 }
 
 // Reading is the whole test there is: the stub answers nothing else.
-int ping_rate(Session& session, bool& answers, std::uint32_t& milliseconds) {
+int ping_rate(Session& session, bool& answers, bool& surplus, std::uint32_t& milliseconds) {
     if (const int status = line_connect(session, false)) {
         return status;
     }
@@ -152,6 +152,8 @@ int ping_rate(Session& session, bool& answers, std::uint32_t& milliseconds) {
     answers = line_answers(ping_address());
     milliseconds = clock_ms() - started;
     const bool gone = !answers && stub_last_error().kind == FailureKind::Gone;
+    // At a wrong rate it is noise.
+    surplus = surplus || (!answers && stub_last_error().kind == FailureKind::Surplus);
     line_disconnect();
     return gone
                ? report_fail(KxError::LineLost, "the line " + active_config.port_name + " has gone")
@@ -167,15 +169,17 @@ int ping() {
         return status;
     }
     if (globals.dry_run) {
+        report_json().set("device", active_config.port_name);
         report_done("the target on " + active_config.port_name + " would be asked for a byte");
         return 0;
     }
     const int configured = active_config.port_baud;
+    bool surplus = false;
     for (const int rate : ping_rates()) {
         bool answers = false;
         std::uint32_t milliseconds = 0;
         active_config.port_baud = rate;
-        if (const int status = ping_rate(session, answers, milliseconds)) {
+        if (const int status = ping_rate(session, answers, surplus, milliseconds)) {
             return status;
         }
         if (answers) {
@@ -184,6 +188,9 @@ int ping() {
         if (signals_pending() != 0) {
             return report_interrupted(signals_pending(), "interrupted");
         }
+    }
+    if (surplus) {
+        return line_fail_surplus();
     }
     return report_fail(KxError::TargetSilent,
                        "no answer from the target on " + active_config.port_name + " at " +
