@@ -15,6 +15,7 @@
 
 #include <cstdio>
 #include <poll.h>
+#include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -27,11 +28,12 @@ constexpr char PREFIX = 'T' - '@';
 
 struct State {
     bool open = false;
-    bool gone = false;     // its line, which has been told
-    bool terminal = false; // its settings are to be put back
-    bool prefix = false;   // the prefix key was typed
-    bool leaves = false;   // and then q, perhaps while a request was under way
-    Fd lock;               // the line's device
+    bool gone = false;         // its line, which has been told
+    bool terminal = false;     // its settings are to be put back
+    bool after_return = false; // the target has sent one
+    bool prefix = false;       // the prefix key was typed
+    bool leaves = false;       // and then q, perhaps while a request was under way
+    Fd lock;                   // the line's device
     termios saved = {};
     EndingRestorer ending; // for as long as there are settings to put back
 };
@@ -66,8 +68,12 @@ void show_text() {
         if (byte == 0) {
             break;
         }
+        const bool ends_line = byte == '\n' && state.after_return; // of two characters
+        state.after_return = byte == '\r';
         if (byte == '\r') { // a C-64 ends its lines so
             text += '\n';
+        } else if (ends_line) {
+            continue;
         } else if ((byte & 0x80) == 0) {
             text += byte;
         } else { // graphics and capitals of PETSCII, which no terminal knows
@@ -77,6 +83,7 @@ void show_text() {
     if (text.empty()) {
         return;
     }
+    text = ascii_escape(text, "\n\t\b");
     if (globals.json) {
         Json json;
         json.set("event", "console");
@@ -85,7 +92,7 @@ void show_text() {
         return;
     }
     bar_hide();
-    std::fputs(ascii_escape(text, "\n\t\b").c_str(), stdout);
+    std::fputs(text.c_str(), stdout);
     std::fflush(stdout);
 }
 
@@ -126,12 +133,24 @@ bool take_keys() {
     return false;
 }
 
+/// Whether the path is that of the line's device.
+bool is_line(const std::string& path) {
+    struct stat console = {}, line = {};
+    return stat(path.c_str(), &console) == 0 && stat(active_config.port_name.c_str(), &line) == 0 &&
+           S_ISCHR(line.st_mode) && console.st_rdev == line.st_rdev;
+}
+
 } // namespace
 
 int console_check(const Session& session) {
     if (active_config.console != CONSOLE_SERIAL) {
         return report_fail(KxError::BadConfig, session.target + ": it names no debug console",
                            "[console] name must be serial");
+    }
+    if (is_line(device())) {
+        return report_fail(KxError::BadConfig, session.target +
+                                                   ": [console] port and [port] name " +
+                                                   "are one device, " + device());
     }
     // The library ends the program when it cannot open the line.
     return globals.dry_run ? 0 : line_lock_console(session, device(), state.lock);

@@ -21,6 +21,7 @@
 #include <filesystem>
 #include <functional>
 #include <iterator>
+#include <set>
 #include <unistd.h>
 
 namespace kx {
@@ -99,6 +100,30 @@ int check_file(const std::string& file) {
                : host_read_part(file, 0, 1, head);
 }
 
+/// The files that are on the disc; none when it cannot be read.
+std::set<int> numbers_of(const std::string& image_path) {
+    Disc disc;
+    std::set<int> numbers;
+    if (disc_open(disc, image_path, DiscAccess::Read) == 1) {
+        for (const DiscEntry& entry : disc_entries(disc)) {
+            if (entry.raw_type != 0) {
+                numbers.insert(entry.number);
+            }
+        }
+    }
+    return numbers;
+}
+
+/// Says what has come since, also before a failure: it stays.
+void tell_new(const std::string& image_path, const std::set<int>& before) {
+    Disc disc;
+    std::vector<int> written;
+    std::ranges::set_difference(numbers_of(image_path), before, std::back_inserter(written));
+    if (disc_open(disc, image_path, DiscAccess::Read) == 1) {
+        discs_tell_written(disc, written);
+    }
+}
+
 } // namespace
 
 int toolkit_get(const std::string& image_path, int number, const std::string& path) {
@@ -118,17 +143,27 @@ int toolkit_put(const std::string& image_path, const std::vector<std::string>& f
             return status;
         }
     }
-    return with_image(image_path, true, [&](ImageHandle& image) {
-        for (const std::string& file : files) {
-            std::string own = host_name(file);
-            own.erase(host_ending(file) == "prg" ? own.size() - 4 : own.size());
-            if (imgfile_write_file(image, file, name.empty() ? own : name) != 1) {
+    std::vector<std::string> names;
+    for (const std::string& file : files) {
+        const std::string own = host_name(file);
+        const std::size_t ending = host_ending(file) == "prg" ? 4 : 0;
+        names.push_back(!name.empty() ? name : own.substr(0, own.size() - ending));
+        if (names.back().size() > DiscName().size()) {
+            return report_fail(KxError::Usage,
+                               "'" + names.back() + "' is no name: it has more than 16 characters");
+        }
+    }
+    const std::set<int> before = numbers_of(image_path);
+    const int status = with_image(image_path, true, [&](ImageHandle& image) {
+        for (std::size_t i = 0; i < files.size(); i++) {
+            if (imgfile_write_file(image, files[i], names[i]) != 1) {
                 return -1;
             }
-            report_done(image_path + ": " + (name.empty() ? own : name));
         }
         return 1;
     });
+    tell_new(image_path, before);
+    return status;
 }
 
 int toolkit_rm(const std::string& image_path, int number) {

@@ -50,13 +50,21 @@ private:
     bool ready_ = false;
 };
 
+bool is_patch(const IniSection& section) {
+    return ini_find_item(section, "mlen") != nullptr;
+}
+
 int read_patch_file(const std::string& path, IniDocument& document) {
     if (access(path.c_str(), R_OK) != 0) {
         return report_fail(KxError::BadConfig, host_why(path, errno));
     }
-    return ini_read(path, document) == 0
-               ? 0
-               : report_fail(KxError::BadConfig, path + ": no patches in it");
+    bool found = false;
+    if (ini_read(path, document) == 0) {
+        for (const IniSection& section : document.sections) {
+            found = found || is_patch(section);
+        }
+    }
+    return found ? 0 : report_fail(KxError::BadConfig, path + ": no patches in it");
 }
 
 /// The sections that `patches_auto` lists.
@@ -135,15 +143,14 @@ int patching_list(const std::string& patch_file, std::vector<PatchInfo>& patches
     }
     const std::vector<std::string> automatic = automatic_sections(document);
     for (const IniSection& section : document.sections) {
-        if (ini_find_item(section, "mlen") != nullptr) {
+        if (is_patch(section)) {
             PatchInfo patch{std::string(section.name), "", false};
             ini_get_string(document, patch.name, section.name, "name");
             patch.automatic = std::ranges::count(automatic, patch.section) > 0;
             patches.push_back(patch);
         }
     }
-    return !patches.empty() ? 0
-                            : report_fail(KxError::BadConfig, patch_file + ": no patches in it");
+    return 0;
 }
 
 std::string patching_text(const PatchedBy& patch) {

@@ -6,6 +6,7 @@
 #include "tools/host.h"
 #include "tools/parse.h"
 #include "tools/patching.h"
+#include "tools/payload.h"
 #include "tools/report.h"
 #include "tools/verbs.h"
 #include "util/ascii.h"
@@ -132,6 +133,11 @@ int write_result(const std::vector<std::uint8_t>& before, const std::vector<std:
 
 int patch_file() {
     std::vector<std::uint8_t> before;
+    PayloadOptions program;
+    program.file = state.file;
+    if (const int status = state.file == "-" ? 0 : payload_check(program)) {
+        return status;
+    }
     if (const int status = host_read(state.file, before)) {
         return status;
     }
@@ -183,7 +189,7 @@ int run() {
 extern const Verb verb_patch = {
     .name = "patch",
     .alias = nullptr,
-    .synopsis = "FILE [-o FILE | -i] [-f] [--name SECTION]... [--patches FILE]",
+    .synopsis = "FILE [-o FILE | -i] [-f] [--name SECTION]... [--patches FILE] | --list",
     .summary = "smart patches on a program file",
     .options = options,
     .run = run,

@@ -92,7 +92,8 @@ int run() {
         }
     }
     if (file == "-" && isatty(STDIN_FILENO) != 0) {
-        return report_fail_usage("FILE is missing");
+        return report_fail_usage(state.words.empty() ? "FILE is missing"
+                                                     : "standard input is this terminal");
     }
     if (isatty(STDOUT_FILENO) == 0) {
         return host_copy(file);
