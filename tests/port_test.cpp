@@ -220,6 +220,17 @@ TEST_F(Port, TellsWhyItFailed) {
     port_write_block(Bytes(1 << 20));
     EXPECT_TRUE(port_write_error);
     EXPECT_EQ(port_last_error().kind, FailureKind::Silent);
+    serial_set_write_limit(SERIAL_WRITE_LIMIT_MS); // an hour in which the host was stopped is none
+    clock_set_source([] { return fake.now += 3600000; });
+    static auto& far_end = target;
+    serial_set_write_stop([](std::uint32_t waited_ms) {
+        if (waited_ms > 0) {
+            far_end.take(8192);
+        }
+        return false;
+    });
+    port_write_block(Bytes(1 << 15));
+    EXPECT_FALSE(port_write_error);
     target.hang_up();
     EXPECT_EQ(port_getc(), 0);
     EXPECT_STREQ(port_last_error().step, "read");
