@@ -450,7 +450,14 @@ TEST_F(D64, HeldImageOfATargetThatDoesNotAnswer) {
         settings.failure_after = after;
         test::FakeThread target(settings);
         connect(target.device());
-        stub_set_sleep([] { std::this_thread::yield(); }); // of the ten seconds for a byte
+        static const std::atomic<unsigned>* steps;
+        steps = &target.steps;
+        stub_set_timeout(20); // polls for a byte, and the target has its turn in most
+        stub_set_sleep([] {
+            for (const unsigned before = *steps; *steps == before;) {
+                std::this_thread::yield();
+            }
+        });
         testing::internal::CaptureStderr();
         EXPECT_EQ(image_open(image, "d64", true, true), -1);
         EXPECT_THAT(testing::internal::GetCapturedStderr(),

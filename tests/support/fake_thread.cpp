@@ -15,6 +15,7 @@ FakeThread::FakeThread(const FakeSettings& settings) {
     thread_ = std::thread([this] {
         while (!ended_) {
             fake_step(target, 5); // the time-out is for the end of the test
+            ++steps;
         }
     });
 }

@@ -20,6 +20,7 @@ public:
     void stop(); // the target stands still and can be looked at
 
     FakeTarget target;
+    std::atomic<unsigned> steps = 0; // that it has made; one at least every five milliseconds
     /// The heads of its commands in hexadecimal; to be read when the last one has been answered.
     std::vector<std::string> commands;
 

@@ -54,7 +54,7 @@ std::string FarEnd::ask(const std::string& request, bool hang_up) {
     sent = 0;
     std::atomic<bool> arrived = false; // all of a request that ends in a hang-up: nothing is lost
     std::thread target([&] {
-        const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        const auto limit = std::chrono::steady_clock::now() + std::chrono::minutes(1);
         while (pty_.master >= 0 && !answer.ends_with(mark)) {
             const bool sending = sent < request.size();
             pollfd line = {pty_.master, static_cast<short>(sending ? POLLIN | POLLOUT : POLLIN), 0};

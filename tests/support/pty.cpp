@@ -39,7 +39,7 @@ void Pty::send(const std::vector<std::uint8_t>& bytes) const {
 
 std::string Pty::take(std::size_t count) const {
     std::vector<std::uint8_t> taken;
-    for (pollfd line = {master, POLLIN, 0}; taken.size() < count && poll(&line, 1, 10000) > 0;) {
+    for (pollfd line = {master, POLLIN, 0}; taken.size() < count && poll(&line, 1, 60000) > 0;) {
         std::uint8_t bytes[4096];
         const ssize_t got = read(master, bytes, sizeof bytes);
         taken.insert(taken.end(), bytes, bytes + std::max<ssize_t>(got, 0));

@@ -30,7 +30,7 @@ struct Pty {
     Pty& operator=(const Pty&) = delete;
 
     void send(const std::vector<std::uint8_t>& bytes) const; // from the far end
-    /// Waits until `count` bytes have come to the far end; a test failure after ten seconds.
+    /// Waits until `count` bytes have come to the far end; a test failure after a minute.
     /// Returns all that have, as hex() writes them.
     std::string take(std::size_t count) const;
     void hang_up(); // closes the far end

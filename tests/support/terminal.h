@@ -23,7 +23,7 @@ struct RunOptions {
     std::string cwd = "."; // the test's own
 };
 
-/// Waits for conditions, never for times: every `wait_` fails the test after ten seconds and
+/// Waits for conditions, never for times: every `wait_` fails the test after a minute and
 /// prints the screen.
 class Terminal {
 public:
@@ -76,7 +76,8 @@ private:
     pid_t keeper_ = 0;
 };
 
-/// Runs a program without a terminal, standard input from /dev/null, to its end: a minute at most.
+/// Runs a program without a terminal, standard input from /dev/null, to its end: five minutes at
+/// most.
 struct Outcome {
     int status; // exit status, or 128 + signal
     std::string out, err;
