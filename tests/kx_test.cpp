@@ -194,9 +194,8 @@ TEST_F(KxTest, LintFindsWhatTheLoaderSwallows) {
          "error: [memory] n1: $0000-$0001 belongs to n0, which comes first [region]"},
         {"[config]", ";",
          "error: no section [config]: kxsetup ends with this file in its directory [section]"},
-        {"type=target", "type=targte",
-         "error: [config] type is 'targte': nobody lists this file; target, colors and charset are "
-         "listed, did you mean 'target'? [type]"},
+        {"baud=38400\n", "",
+         "error: no baud rate in [port]; 9600, 19200, 38400, 57600 or 115200 [baud]"},
         {"num=11", "num=11\n[patches_auto]\nn0=prt",
          "error: [patches_auto] n0: there is no section [prt], did you mean 'port'? [section]"},
         {"addr=0", "addr",

@@ -186,20 +186,6 @@ int check_baud(long baud, const std::string& origin) {
                                  baud_rates_text() + " can");
 }
 
-// What the files say of the port.
-int check_config(const Session& session) {
-    const ActiveConfig& config = active_config;
-    if (config.port_type != PORT_SERIAL) {
-        return report_fail(KxError::BadConfig,
-                           session.target + ": no line: [cable] name is " + config.cable_tag);
-    }
-    if (config.port_name.empty()) {
-        return report_fail(KxError::PortMissing, "no port is named (" + port_origin(session) + ")",
-                           "give -p DEVICE; see kx ports");
-    }
-    return check_baud(config.port_baud, "[port] baud in " + session.target);
-}
-
 // Waiting ----------------------------------------------------------------------------------------
 
 // What the system and an adapter have taken is on its way yet, for seconds at a slow line's pace.
@@ -351,7 +337,7 @@ int fail_transfer(const LineTransfer& transfer) {
 }
 
 int connect(Session& session, LineWait wait) {
-    if (const int status = check_config(session)) {
+    if (const int status = line_check(session)) {
         return status;
     }
     signals_catch();
@@ -392,6 +378,19 @@ int line_begin(Session& session) {
         }
     }
     return 0;
+}
+
+int line_check(const Session& session) {
+    const ActiveConfig& config = active_config;
+    if (config.port_type != PORT_SERIAL) {
+        return report_fail(KxError::BadConfig,
+                           session.target + ": no line: [cable] name is " + config.cable_tag);
+    }
+    if (config.port_name.empty()) {
+        return report_fail(KxError::PortMissing, "no port is named (" + port_origin(session) + ")",
+                           "give -p DEVICE; see kx ports");
+    }
+    return check_baud(config.port_baud, "[port] baud in " + session.target);
 }
 
 int line_connect(Session& session, bool wait) {

@@ -20,6 +20,9 @@ namespace kx {
 /// of `globals.symbols` come behind the target's.
 int line_begin(Session& session);
 
+/// Whether the target's files name a line that can be had; its device is not looked at.
+int line_check(const Session& session);
+
 /// Opens the session's line. `wait`: for a device that is in use, or not there, until it can be
 /// had. Signals are noted from here on (tools/signals.h).
 int line_connect(Session& session, bool wait);

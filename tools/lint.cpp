@@ -18,6 +18,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <iterator>
 #include <unistd.h>
 
@@ -268,17 +269,19 @@ void check_tag(Lint& lint) {
 }
 
 void check_baud(Lint& lint) {
-    for (const char* const section : {"port", "console"}) {
-        const ScanItem* const item = scan_find(lint.scan, section, "baud");
-        if (lint.type != "target" || item == nullptr) {
+    for (const char* const name : {"port", "console"}) {
+        const ScanSection* const section = scan_section(lint.scan, name);
+        if (lint.type != "target" || section == nullptr) {
             continue;
         }
-        const long baud = std::strtol(item->value.c_str(), nullptr, 0);
+        const ScanItem* const item = scan_find(lint.scan, name, "baud");
+        const std::string value = item != nullptr ? item->value : "";
+        const long baud = std::strtol(value.c_str(), nullptr, 0);
         const bool usual = std::ranges::count(baud_rates, baud) > 0;
-        if (!usual && !(baud == 0 && std::string_view(section) == "console") &&
+        if (!usual && !(baud == 0 && section->name == "console") &&
             value_of(lint, "cable", "name") != "none") {
-            add(lint, "baud", item->line, Severity::Error,
-                (item->value.empty() ? "no" : item->value) + " baud cannot be set; " +
+            add(lint, "baud", item != nullptr ? item->line : section->line, Severity::Error,
+                (value.empty() ? "no baud rate in [port]; " : value + " baud cannot be set; ") +
                     baud_rates_text());
         }
     }
@@ -307,6 +310,21 @@ void check_one_number(Lint& lint, const ScanItem& item, const std::string& text,
     }
 }
 
+/// The widths that addresses are masked to.
+void check_width(Lint& lint) {
+    const ScanSection* const section = scan_section(lint.scan, "target");
+    if (lint.type != "target" || section == nullptr) {
+        return;
+    }
+    const ScanItem* const item = scan_find(lint.scan, "target", "addrbits");
+    const std::string value = item != nullptr ? item->value : "";
+    const long bits = std::strtol(value.c_str(), nullptr, 0);
+    if (std::ranges::count(std::to_array<long>({8, 16, 24, 32}), bits) == 0) {
+        add(lint, "number", item != nullptr ? item->line : section->line, Severity::Error,
+            "[target] addrbits is '" + value + "', not 8, 16, 24 or 32: addresses are not masked");
+    }
+}
+
 void check_number(Lint& lint) {
     struct Row {
         const char* section;
@@ -318,7 +336,7 @@ void check_number(Lint& lint) {
         {"port", "addr", 0, 0xFFFF},           {"port", "maxspeed", INT32_MIN, INT32_MAX},
         {"port", "sendblocklen", 1, 0xFFFFFF}, {"port", "recvblocklen", 1, 0xFFFFFF},
         {"stub", "endianess", 0, 255},         {"fileserver", "readonly", 0, 1},
-        {"target", "cpuregs", 0, 255},         {"target", "addrbits", 0, 32},
+        {"target", "cpuregs", 0, 255},         {"target", "addrbits", 0, INT32_MAX},
         {"target", "bankbits", 0, 255},        {"patches", "autoload", 0, 1},
         {"port", "baud", 0, INT32_MAX},        {"console", "baud", 0, INT32_MAX},
     };
@@ -446,10 +464,12 @@ bool read_region(Lint& lint, const ScanItem& item, std::vector<Region>& regions)
     return true;
 }
 
-void check_regions(Lint& lint, const std::vector<Region>& regions) {
-    const long bits = std::strtol(value_of(lint, "target", "addrbits").c_str(), nullptr, 0);
-    const std::uint64_t top =
-        bits == 8 || bits == 16 || bits == 24 ? (std::uint64_t{1} << bits) - 1 : UINT32_MAX;
+long target_bits(const Lint& lint, const char* key) {
+    return std::strtol(value_of(lint, "target", key).c_str(), nullptr, 0);
+}
+
+void check_regions(Lint& lint, const std::vector<Region>& regions, std::uint64_t top) {
+    const long bank_bits = std::clamp(target_bits(lint, "bankbits"), 0L, 32L);
     for (const Region& region : regions) {
         const std::string where = place(*region.item);
         if (region.last < region.base) {
@@ -460,7 +480,12 @@ void check_regions(Lint& lint, const std::vector<Region>& regions) {
         if (region.base > top || region.last > top) {
             add(lint, "region", region.item->line, Severity::Error,
                 where + ": above " + address_text(top) + ", the last address of " +
-                    std::to_string(bits) + " bits");
+                    std::to_string(target_bits(lint, "addrbits")) + " bits");
+        }
+        if (std::uint64_t{region.bank} >> bank_bits != 0) {
+            add(lint, "region", region.item->line, Severity::Warning,
+                where + ": bank " + std::to_string(region.bank) + ", and [target] bankbits is " +
+                    std::to_string(bank_bits));
         }
         for (const Region& other : regions) {
             if (&other < &region && other.bank == region.bank && region.base <= other.last &&
@@ -474,15 +499,23 @@ void check_regions(Lint& lint, const std::vector<Region>& regions) {
     }
 }
 
-void check_gaps(Lint& lint, std::vector<Region> regions) {
+/// An address is looked for in all banks.
+void check_gaps(Lint& lint, std::vector<Region> regions, std::uint64_t top) {
     std::ranges::sort(regions, {}, &Region::base);
-    for (std::size_t i = 1; i < regions.size(); i++) {
-        const std::uint64_t next = regions[i - 1].last + 1;
-        if (regions[i].bank == regions[i - 1].bank && regions[i].base > next) {
-            add(lint, "region", regions[i].item->line, Severity::Note,
-                address_text(next) + "-" + address_text(regions[i].base - 1) +
+    std::uint64_t next = 0;
+    const auto tell = [&](const Region& region, std::uint64_t end) {
+        if (next < end) {
+            add(lint, "region", region.item->line, Severity::Note,
+                address_text(next) + "-" + address_text(end - 1) +
                     " belongs to no region and is never accessed");
         }
+    };
+    for (const Region& region : regions) {
+        tell(region, region.base);
+        next = std::max(next, region.last + 1);
+    }
+    if (!regions.empty() && top < UINT32_MAX) {
+        tell(regions.back(), top + 1);
     }
 }
 
@@ -493,8 +526,11 @@ void check_region(Lint& lint) {
             read_region(lint, item, regions);
         }
     }
-    check_regions(lint, regions);
-    check_gaps(lint, regions);
+    const long bits = target_bits(lint, "addrbits");
+    const std::uint64_t top =
+        bits == 8 || bits == 16 || bits == 24 ? (std::uint64_t{1} << bits) - 1 : UINT32_MAX;
+    check_regions(lint, regions, top);
+    check_gaps(lint, regions, top);
 }
 
 // Files that are named -----------------------------------------------------------------------
@@ -514,6 +550,13 @@ void check_file(Lint& lint) {
         } else if (lint.type == "target" && item.section == "patches" && item.key == "data" &&
                    !item.value.empty()) {
             check_path(lint, item, item.value, Severity::Error);
+        } else if (lint.type == "target" && item.section == "fileserver" && item.key == "root" &&
+                   item.value.starts_with('/')) { // another one counts from where a program runs
+            std::error_code unknown;
+            if (!std::filesystem::is_directory(item.value, unknown)) {
+                add(lint, "file", item.line, Severity::Warning,
+                    place(item) + ": there is no directory " + item.value);
+            }
         } else if (lint.type == "main" && item.key != "num") {
             check_path(lint, item, "config/" + item.value + ".ini",
                        listed ? Severity::Warning : Severity::Error);
@@ -593,9 +636,10 @@ void lint_file(const LintFile& file, std::vector<LintFinding>& findings) {
     Lint lint{file, lint_scan(file.text), "", findings};
     lint.type = host_name(file.path) == "kx.ini" ? "main" : value_of(lint, "config", "type");
     constexpr void (*checks[])(Lint&) = {
-        check_section,      check_type,        check_desc,   check_name, check_runon,  check_blank,
-        check_length,       check_dup,         check_tag,    check_baud, check_number, check_count,
-        check_patches_auto, check_patch_count, check_region, check_file, check_colour};
+        check_section, check_type,   check_desc,         check_name,        check_runon,
+        check_blank,   check_length, check_dup,          check_tag,         check_baud,
+        check_number,  check_count,  check_patches_auto, check_patch_count, check_width,
+        check_region,  check_file,   check_colour};
     for (const auto check : checks) {
         check(lint);
     }

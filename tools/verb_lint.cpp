@@ -36,6 +36,14 @@ constexpr Option options[] = {
 
 constexpr const char* severities[] = {"note", "warning", "error"}; // in the order of LintSeverity
 
+std::string rules_text() {
+    std::string text;
+    for (const char* const rule : lint_rules()) {
+        text += (text.empty() ? "" : ", ") + std::string(rule);
+    }
+    return text;
+}
+
 int check_rules(const std::vector<std::string>& rules) {
     const std::vector<std::string> known(lint_rules().begin(), lint_rules().end());
     for (const std::string& rule : rules) {
@@ -43,7 +51,8 @@ int check_rules(const std::vector<std::string>& rules) {
             const std::string nearest = nearest_word(rule, known);
             return report_fail(KxError::Usage,
                                "there is no rule '" + rule + "'" +
-                                   (nearest.empty() ? "" : "; did you mean '" + nearest + "'?"));
+                                   (nearest.empty() ? "" : "; did you mean '" + nearest + "'?"),
+                               nearest.empty() ? "there are " + rules_text() : "");
         }
     }
     return 0;
@@ -64,7 +73,7 @@ int find_files(std::vector<LintFile>& files) {
         }
     }
     for (const std::string& word : state.files) {
-        const std::string shown = text_printf("config/%s.ini", word.c_str());
+        const std::string shown = "config/" + word + (word.ends_with(".ini") ? "" : ".ini");
         const bool of_base = has_base && access(word.c_str(), F_OK) != 0 &&
                              word.find('/') == std::string::npos &&
                              access((base + shown).c_str(), F_OK) == 0;

@@ -148,7 +148,8 @@ int prepare(Session& session, Payload& payload) {
     if (const int status = payload_load(state.file, payload)) {
         return status;
     }
-    return line_needs_stub(session);
+    const int status = line_needs_stub(session);
+    return status != 0 ? status : line_check(session);
 }
 
 std::string start_text(const Payload& payload, const char* verb) {

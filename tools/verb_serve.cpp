@@ -43,7 +43,8 @@ int run() {
         return status;
     }
     if (globals.dry_run) {
-        return serve_dry_run();
+        const int status = line_check(session);
+        return status != 0 ? status : serve_dry_run();
     }
     if (const int status = line_connect(session, state.wait)) {
         return status;
