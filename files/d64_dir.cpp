@@ -324,11 +324,12 @@ DiscEntry* d64_find_text(ImageHandle& image, const std::string& text) {
 
 DiscEntry* d64_entry(ImageHandle& image, int number) {
     const std::span<DiscEntry> entries = d64_entries(d64_disc(image));
-    if (number < 0 || static_cast<std::size_t>(number) >= entries.size()) {
+    const bool slot = number >= 0 && static_cast<std::size_t>(number) < entries.size();
+    DiscEntry* entry = slot ? &entries[static_cast<std::size_t>(number)] : nullptr;
+    if (entry == nullptr || (entry->raw_type == 0 && entry->name[0] == 0)) { // never used
         d64_fail(image, DiscReason::NoFile, "there is no entry %d.", number);
         return nullptr;
     }
-    DiscEntry* entry = &entries[static_cast<std::size_t>(number)];
     if (entry->raw_type == 0) {
         d64_fail(image, DiscReason::NoFile,
                  "entry %d was scratched, which cannot be taken back: its blocks may be in use.",

@@ -129,7 +129,8 @@ std::size_t shown_length(const DiscName& name) {
 int match_number(Disc& disc, std::string_view digits, std::vector<int>& numbers) {
     int number = -1;
     const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
-    if (error != std::errc() || end != digits.data() + digits.size() || digits[0] == '-') {
+    const bool octal = digits.size() > 1 && digits[0] == '0'; // to some
+    if (error != std::errc() || end != digits.data() + digits.size() || digits[0] == '-' || octal) {
         return d64_fail(disc.image, DiscReason::BadName, "':%s' is no entry's number.",
                         ascii_escape(digits).c_str());
     }

@@ -4,6 +4,7 @@
 #include "core/active_config.h"
 #include "core/config/config.h"
 #include "tools/global.h"
+#include "tools/host.h"
 #include "tools/nearest.h"
 #include "tools/parse.h"
 #include "tools/report.h"
@@ -105,10 +106,12 @@ int no_such_target(const std::string& name, const std::string& path) {
     const std::string why = std::strerror(errno);
     const std::string nearest = nearest_word(name, base_config_names("target"));
     const std::string others = some_targets();
-    const bool of_file = globals.target.empty() && environment("KX_TARGET").empty() &&
-                         base_setting("targets", "default", "none") == name;
-    return report_fail(KxError::NoTarget,
-                       path + ": " + why + (of_file ? " ([targets] default of kx.ini)" : ""),
+    const char* const origin = !globals.target.empty()             ? ""
+                               : !environment("KX_TARGET").empty() ? " (KX_TARGET)"
+                               : base_setting("targets", "default", "none") == name
+                                   ? " ([targets] default of kx.ini)"
+                                   : "";
+    return report_fail(KxError::NoTarget, path + ": " + why + origin,
                        !nearest.empty() ? "did you mean '" + nearest + "'?"
                        : others.empty() ? ""
                                         : "there are " + others);
@@ -234,8 +237,13 @@ int target_load(IniDocument& document) {
     }
     const std::string name = target_name();
     if (name.empty()) {
+        const std::string main_file = active_config.base_dir + "kx.ini", some = some_targets();
+        if (exists(main_file) && access(main_file.c_str(), R_OK) != 0) {
+            return report_fail(KxError::BadConfig, host_why(main_file, errno));
+        }
         return report_fail(KxError::NoTarget, "no target is chosen",
-                           "run kxsetup, or give -t NAME (" + some_targets() + ")");
+                           "run kxsetup, or give -t NAME" +
+                               (some.empty() ? "" : " (" + some + ")"));
     }
     const std::string path = name.find('/') != std::string::npos ? name : config_path_of(name);
     if (!exists(path)) {
