@@ -108,6 +108,10 @@ struct Disc {
     DiscFailure failure;
 };
 
+/// What a file that begins so is by its first bytes, as "a CRT image, of a cartridge"; null for
+/// none of the kinds that are mistaken for discs and programs.
+const char* disc_other_file(std::string_view start);
+
 // Opening and closing.
 
 /// Reads the image at `path` whole: a 1541's of 35, 40 or 42 tracks, with or without error bytes,

@@ -93,7 +93,7 @@ void show_text() {
     }
     bar_hide();
     std::fputs(text.c_str(), stdout);
-    std::fflush(stdout);
+    report_flush();
 }
 
 // Reads of a line that has gone give nothing, as those of a silent one.

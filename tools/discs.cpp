@@ -53,7 +53,9 @@ std::string about(const std::string& path, const std::string& text) {
     const std::string shown = ascii_escape(path);
     for (const std::string& front : {"image '" + shown + "' is ", "'" + shown + "' is "}) {
         if (text.starts_with(front)) {
-            return path + ": " + text.substr(front.size());
+            const std::string what = text.substr(front.size());
+            const bool other = what.starts_with("a ") || what.starts_with("an ");
+            return path + (other ? ": no 1541 image, but " : ": ") + what;
         }
     }
     return (text.find(shown) != std::string::npos ? "" : path + ": ") + text;

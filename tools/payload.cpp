@@ -3,6 +3,7 @@
 
 #include "core/active_config.h"
 #include "core/simulator.h"
+#include "files/disc.h"
 #include "files/filetype.h"
 #include "files/loader.h"
 #include "link/patch.h"
@@ -39,7 +40,7 @@ struct Instead {
 };
 constexpr Instead instead[] = {
     {FILETYPE_DISC, "kx ls lists it, kx get takes programs out of it"},
-    {FILETYPE_SYMBOLS, "kx symbols lists it"},
+    {FILETYPE_SYMBOLS, "kx symbols lists symbols, kx lint checks settings"},
     {FILETYPE_TEXT, "kx view shows it"},
 };
 
@@ -156,6 +157,14 @@ void warn_io(const Payload& payload) {
     }
 }
 
+// What a file is that has not begun as one of its type would; null for nothing that is known.
+const char* other_file(const ProgramFile& program) {
+    char start[16] = {};
+    const bool told = program.type == FILETYPE_SID || program.type == FILETYPE_NES;
+    const std::size_t count = told ? 0 : std::fread(start, 1, sizeof start, program.file.get());
+    return disc_other_file({start, count});
+}
+
 } // namespace
 
 int payload_check(const PayloadOptions& options) {
@@ -175,7 +184,11 @@ int payload_check(const PayloadOptions& options) {
                                row.what);
         }
     }
-    return 0;
+    const char* const other = options.type.empty() ? other_file(program) : nullptr;
+    return other == nullptr
+               ? 0
+               : report_fail(KxError::Usage, options.file + ": no program, but " + other,
+                             "--type says what it is all the same");
 }
 
 int payload_load(const PayloadOptions& options, Payload& payload) {

@@ -64,6 +64,7 @@ struct State {
     bool failed = false;   // the result has an error
     bool held_off = false; // see report_held_off
     std::string told;      // error messages of the library that nobody has asked for yet
+    int out_error = 0;     // errno of the first write to standard output that failed
     bool out_color = false;
     bool err_color = false;
 };
@@ -94,7 +95,7 @@ bool wants_color(int fd) {
 
 /// A line on standard error: "kx: " and the text.
 void talk(const std::string& text) {
-    std::fflush(stdout); // on a terminal the two stay in their order
+    report_flush(); // on a terminal the two stay in their order
     bar_hide();
     std::fputs((text + "\n").c_str(), stderr);
 }
@@ -189,8 +190,8 @@ int report_end(int status) {
         state.result.set("ok", status == 0);
         std::puts(state.result.text().c_str());
     }
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        talk(std::string("kx: error: standard output: ") + std::strerror(errno));
+    if (report_flush() != 0) {
+        talk(std::string("kx: error: standard output: ") + std::strerror(state.out_error));
         return status != 0 ? status : report_status(KxError::HostFile);
     }
     return status;
@@ -263,6 +264,14 @@ void report_line(const std::string& text) {
     }
 }
 
+int report_flush() {
+    const bool failed = std::fflush(stdout) != 0 || std::ferror(stdout) != 0;
+    if (failed && state.out_error == 0) {
+        state.out_error = errno;
+    }
+    return failed ? -1 : 0;
+}
+
 Json& report_json() {
     return state.result;
 }
@@ -270,7 +279,7 @@ Json& report_json() {
 void report_event(const Json& event) {
     if (globals.json) {
         std::puts(event.text().c_str());
-        std::fflush(stdout);
+        report_flush();
     }
 }
 

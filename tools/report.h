@@ -81,6 +81,9 @@ void report_detail(const std::string& text);
 /// it must have been escaped.
 void report_line(const std::string& text);
 
+/// Writes the lines out now. 0, or -1: standard output took not all, which `report_end` tells.
+int report_flush();
+
 /// The object that --json prints, to be filled by the verb. `kx`, `command` and `ok` are there, and
 /// `error` comes by itself; `ok` is whether the exit status is 0.
 Json& report_json();

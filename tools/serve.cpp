@@ -211,7 +211,7 @@ void tell_text(const FileserverEvent& event, std::uint32_t milliseconds) {
     }
     bar_hide();
     report_line(text);
-    std::fflush(stdout);
+    report_flush();
 }
 
 void tell_request(const FileserverEvent& last) {

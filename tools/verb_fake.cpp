@@ -235,21 +235,26 @@ int fill(FakeTarget& target) {
     return 0;
 }
 
+// Where the link leads; empty when it is none.
+std::string linked_device() {
+    char device[64];
+    const ssize_t length = readlink(state.link.c_str(), device, sizeof device);
+    return {device, static_cast<std::size_t>(std::max<ssize_t>(length, 0))};
+}
+
 int make_link(const std::string& device) {
     if (state.link.empty() || !state.target.line.master.is_open()) {
         return 0;
     }
     // One that a killed fake has left is replaced, nothing else is.
-    char old[64];
-    const ssize_t length = readlink(state.link.c_str(), old, sizeof old);
-    if (length > 0 &&
-        std::string_view(old, static_cast<std::size_t>(length)).starts_with("/dev/pts/")) {
+    if (linked_device().starts_with("/dev/pts/") && access(state.link.c_str(), F_OK) != 0) {
         unlink(state.link.c_str());
     }
     state.linked = symlink(device.c_str(), state.link.c_str()) == 0;
     return state.linked ? 0
-                        : report_fail(errno == EEXIST ? KxError::Exists : KxError::HostFile,
-                                      state.link + ": " + std::strerror(errno));
+           : errno == EEXIST
+               ? report_fail(KxError::Exists, state.link + " exists", "is it another kx fake's?")
+               : report_fail(KxError::HostFile, state.link + ": " + std::strerror(errno));
 }
 
 // Before the line goes: the system gives its device's name to the next pseudo-terminal of anybody.
@@ -364,7 +369,9 @@ int serve() {
         report_event(json);
     }
     report_line("KX_PORT=" + device_path());
-    std::fflush(stdout);
+    if (report_flush() != 0) { // nobody could find it
+        return report_status(KxError::HostFile);
+    }
     int signal = 0;
     while (signal == 0) {
         fake_step(state.target, STEP_MS);
