@@ -247,8 +247,8 @@ TEST_F(KxLine, ServesADirectoryThatNoRequestLeaves) {
     fs::copy("hello.prg", "in/hello.prg");
     for (const Row& row : rows) {
         const std::string protocol = std::string(row.serve).starts_with("--p") ? row.serve : "";
-        const Outcome outcome = shell("kx fake --log " + protocol + " --request '" + row.fake +
-                                      "' -- kx serve in --once " + row.serve);
+        const Outcome outcome = shell("kx fake --log --speed 9600 " + protocol + " --request '" +
+                                      row.fake + "' -- kx serve in --once " + row.serve);
         EXPECT_EQ(outcome.status, 0) << row.fake << outcome.err;
         EXPECT_THAT(outcome.out, HasSubstr(row.line)) << row.fake;
         EXPECT_THAT(outcome.err, HasSubstr(row.reply)) << row.fake;

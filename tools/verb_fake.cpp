@@ -29,9 +29,10 @@ namespace kx {
 
 namespace {
 
-constexpr int STEP_MS = 100;  // between two looks at signals
-constexpr int QUIET_MS = 20;  // of a line on which nothing is on its way any more
-constexpr int QUIET_MAX = 50; // such pieces of time at most, when the command has ended
+constexpr int STEP_MS = 100; // between two looks at signals
+// When the command has ended.
+constexpr std::uint32_t QUIET_MS = 50;         // of a line on which nothing is on its way any more
+constexpr std::uint32_t FINISH_MAX_MS = 20000; // 13 KiB, what the host may get in, at 9600 baud
 
 struct State {
     // Of the command line.
@@ -331,11 +332,15 @@ pid_t start_command() {
 
 // Lets what is still on its way arrive.
 void finish() {
-    std::uint64_t crossed = ~std::uint64_t{0};
-    for (int i = 0; i < QUIET_MAX && crossed != state.target.line.crossed; i++) {
-        crossed = state.target.line.crossed;
+    signals_take(); // the command's
+    const std::uint32_t start = clock_ms();
+    std::uint32_t last = start; // when a byte has crossed; of a slow line not with each step
+    do {
+        const std::uint64_t crossed = state.target.line.crossed;
         fake_step(state.target, QUIET_MS);
-    }
+        last = crossed != state.target.line.crossed ? clock_ms() : last;
+    } while (clock_ms() - last < QUIET_MS && clock_ms() - start < FINISH_MAX_MS &&
+             signals_pending() == 0);
 }
 
 // Its exit status. The keyboard's Ctrl-C is the command's affair; what else would end kx is handed
