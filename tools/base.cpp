@@ -24,6 +24,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr std::size_t PATH_MOST = 255; // that the loader takes
+
 std::string environment(const char* variable) {
     const char* const value = std::getenv(variable);
     return value != nullptr ? value : "";
@@ -246,6 +248,11 @@ int target_load(IniDocument& document) {
                                (some.empty() ? "" : " (" + some + ")"));
     }
     const std::string path = name.find('/') != std::string::npos ? name : config_path_of(name);
+    if (path.size() > PATH_MOST) {
+        return report_fail(KxError::BadConfig, path + ": the path is too long, " +
+                                                   std::to_string(PATH_MOST) +
+                                                   " characters are taken");
+    }
     if (!exists(path)) {
         return no_such_target(name, path);
     }

@@ -117,9 +117,10 @@ int choose_name(Disc& disc, const DiscsPut& how, Source& source) {
         return 0;
     }
     const std::string other = how.name.empty() ? "-N gives another name" : "";
-    return discs_fail(disc, !cuttable       ? other
-                            : other.empty() ? "--cut cuts it"
-                                            : other + ", --cut cuts it");
+    const std::string shorten = cuttable ? "--cut cuts it" : "";
+    const bool both = !other.empty() && !shorten.empty();
+    return discs_fail(disc, how.options ? other + (both ? ", " : "") + shorten
+                                        : "kx put gives it another name");
 }
 
 int read_host_file(Disc& disc, const std::string& path, const DiscsPut& how,

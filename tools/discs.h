@@ -63,6 +63,7 @@ struct DiscsPut {
     bool replace = false;
     bool cut = false; // names of more than 16 codes
     bool lock = false;
+    bool options = true; // the verb has the options -N and --cut
 };
 
 /// Writes the host files, or files "IMAGE:PATTERN" of other images, into `disc`, in memory; what

@@ -88,6 +88,23 @@ int host_read_part(const std::string& path, std::uint64_t offset, std::uint64_t 
     return 0;
 }
 
+int host_open(const std::string& path, FilePtr& file) {
+    struct stat info = {};
+    if (stat(path.c_str(), &info) != 0 || S_ISREG(info.st_mode) || S_ISDIR(info.st_mode)) {
+        file = file_open(path, "rb");
+        return file != nullptr ? 0 : host_fail(path, file_last_error().error);
+    }
+    std::vector<std::uint8_t> bytes;
+    if (const int status = host_read(path, bytes)) {
+        return status;
+    }
+    file.reset(std::tmpfile());
+    const bool copied = file != nullptr &&
+                        std::fwrite(bytes.data(), 1, bytes.size(), file.get()) == bytes.size() &&
+                        std::fflush(file.get()) == 0;
+    return copied ? 0 : host_fail(path, errno);
+}
+
 int host_copy(const std::string& path) {
     const bool standard = path == "-";
     const FilePtr file = standard ? nullptr : file_open(path, "rb");

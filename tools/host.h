@@ -2,6 +2,8 @@
 // output.
 #pragma once
 
+#include "util/file.h"
+
 #include <cstdint>
 #include <span>
 #include <string>
@@ -20,6 +22,9 @@ int host_read(const std::string& path, std::vector<std::uint8_t>& bytes);
 /// At most `length` bytes from `offset` on: fewer when the file ends before.
 int host_read_part(const std::string& path, std::uint64_t offset, std::uint64_t length,
                    std::vector<std::uint8_t>& bytes);
+
+/// Opens the file to be read in any order; what comes through a pipe is read whole first.
+int host_open(const std::string& path, FilePtr& file);
 
 /// Copies the file to standard output as it comes, whatever its size.
 int host_copy(const std::string& path);

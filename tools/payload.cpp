@@ -16,6 +16,8 @@
 #include "util/text.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <sys/stat.h>
 
 namespace kx {
 
@@ -60,6 +62,18 @@ private:
 void name_type(const PayloadOptions& options, int& type) {
     const TypeName* named = std::ranges::find(types, options.type, &TypeName::name);
     type = named != std::end(types) ? named->type : type;
+}
+
+// The library takes no names with control characters, and files that can be sought in.
+int open_program(const PayloadOptions& options, ProgramFile& program) {
+    program.name = options.file;
+    program.type = filetype_from_name(host_name(options.file));
+    name_type(options, program.type);
+    if (const int status = host_open(options.file, program.file)) {
+        return status;
+    }
+    program.size = file_size(program.file.get());
+    return program.size >= 0 ? 0 : host_fail(options.file, errno);
 }
 
 int find_address(const PayloadOptions& options, int type, std::uint32_t& address) {
@@ -171,11 +185,13 @@ int payload_check(const PayloadOptions& options) {
     if (options.file == "-") {
         return report_fail(KxError::Usage, "standard input is not taken: give a FILE");
     }
-    ProgramFile program = program_open(options.file);
-    if (program.file == nullptr) {
-        return host_fail(options.file, file_last_error().error);
+    struct stat info = {};
+    ProgramFile program;
+    const bool pipe = stat(options.file.c_str(), &info) == 0 && !S_ISREG(info.st_mode) &&
+                      !S_ISDIR(info.st_mode); // can be read once
+    if (const int status = pipe ? 0 : open_program(options, program)) {
+        return status;
     }
-    name_type(options, program.type);
     const std::uint8_t bits = filetype_get_class(program.type);
     for (const Instead& row : instead) {
         if ((bits & row.class_bit) != 0) {
@@ -184,7 +200,7 @@ int payload_check(const PayloadOptions& options) {
                                row.what);
         }
     }
-    const char* const other = options.type.empty() ? other_file(program) : nullptr;
+    const char* const other = options.type.empty() && !pipe ? other_file(program) : nullptr;
     return other == nullptr
                ? 0
                : report_fail(KxError::Usage, options.file + ": no program, but " + other,
@@ -196,8 +212,10 @@ int payload_load(const PayloadOptions& options, Payload& payload) {
     std::uint32_t address = 0;
     payload = {};
     payload.name = host_name(options.file);
-    ProgramFile program = program_open(options.file);
-    name_type(options, program.type);
+    ProgramFile program;
+    if (const int status = open_program(options, program)) {
+        return status;
+    }
     if (const int status = find_address(options, program.type, address)) {
         return status;
     }

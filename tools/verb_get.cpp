@@ -132,7 +132,6 @@ int copy_all(Disc& disc, const std::vector<int>& numbers) {
         const int result = copy(disc, job, files);
         status = result != 0 ? result : status;
     }
-    report_json().set("image", state.image);
     report_json().set("files", std::move(files));
     return status;
 }
@@ -150,6 +149,7 @@ int run() {
     if (state.toolkit_rules && state.output == "-") {
         return report_fail_usage("--toolkit-rules writes files, not standard output");
     }
+    report_json().set("image", state.image);
     Disc disc;
     std::vector<int> numbers;
     if (const int status = discs_open(disc, state.image, DiscAccess::Read)) {

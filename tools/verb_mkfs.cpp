@@ -36,7 +36,8 @@ int run() {
         return status;
     }
     std::vector<int> written;
-    if (const int status = discs_put(disc, state.files, {}, written)) {
+    if (const int status =
+            discs_put(disc, state.files, {.name = "", .type = "", .options = false}, written)) {
         return status;
     }
     if (const int status = discs_commit(disc)) {

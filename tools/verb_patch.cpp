@@ -124,6 +124,10 @@ int write_result(const std::vector<std::uint8_t>& before, const std::vector<std:
     if (const int status = state.in_place ? keep(original, before) : 0) {
         return status;
     }
+    report_json().set("output", path);
+    if (state.in_place) {
+        report_json().set("original", original);
+    }
     const int status = host_write(path, after, state.in_place || state.replace);
     if (status == 0 && path != "-") {
         report_done(path + ": patched" + (state.in_place ? "; what it was is in " + original : ""));

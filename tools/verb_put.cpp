@@ -44,6 +44,7 @@ int run() {
     if (state.toolkit_rules) {
         return toolkit_put(state.image, state.files, how.name);
     }
+    report_json().set("image", state.image);
     Disc disc;
     const bool create = state.create && access(state.image.c_str(), F_OK) != 0;
     if (const int status =

@@ -136,6 +136,7 @@ void tell_sent(const Payload& payload, std::uint32_t milliseconds, const std::st
 
 /// The session and the payload; what needs no target is done first.
 int prepare(Session& session, Payload& payload) {
+    report_json().set("file", state.file.file);
     if (const int status = payload_check(state.file)) {
         return status;
     }
