@@ -35,7 +35,6 @@ TEST_F(KxTest, WrongCommandLinesSayWhatIsMeant) {
         {"kx --version", 0, "kx 0.2\n", ""},
         {"kx lss", 2, "",
          "kx: error: there is no command 'lss'; did you mean 'ls'?\nhint: kx --help lists them\n"},
-        {"kx help help | head -1", 0, "usage: kx [options] COMMAND [arguments]\n", ""},
         {"kx lss --json 2>/dev/null | jq .ok; kx --version --json", 0, "false\nkx 0.2\n", ""},
         {"kx ls", 2, "", "kx: error: IMAGE is missing\n" + usage},
         {"kx ls --lnog a", 2, "",
@@ -85,14 +84,15 @@ TEST_F(KxTest, DiscsKeepWhatIsPutOnThem) {
         {"kx put d.d64 big.prg -N HELLO -f", 1, "",
          "kx: error: d.d64: 788 blocks needed, 660 free; nothing was written\n"},
         {"kx mkfs -q t.d64; cp hello.prg up; KXPATH=$base kx put -q --toolkit-rules t.d64 up; "
-         "kx put --toolkit-rules t.d64 - -N X; kx ls -1 t.d64",
-         0, "UP\n", "kx: error: -: no regular file, which --toolkit-rules needs\n"},
+         "kx put --toolkit-rules t.d64 - -N X; kx get --toolkit-rules t.d64 'u*'",
+         0, "", "kx: error: -: no regular file, which --toolkit-rules needs\nUP.prg  254 bytes\n"},
         {"kx rm d.d64 LONG GONE", 1, "", "kx: error: d.d64: there is no file 'GONE'\n"},
         {"kx put -n d.d64 new.seq", 0, "", "d.d64: NEW  4 blocks\nnothing was changed (dry run)\n"},
         {"kx ls d.d64", 0, listing, ""},
         // Names of any codes.
         {"kx put d.d64 -q --lock hello.prg -N 'odd#a0#01#2a'", 0, "", ""},
         {"kx ls -1 d.d64", 0, "HELLO\nLONG\nODD#a0#01#2a\n", ""},
+        {"kx ls d.d64 odd | sed -n 2p", 0, "1    \"ODD\".*            PRG<\n", ""},
         {"kx ls d.d64 --json | jq -c '.entries[2] | [.name_hex, .locked, .type]'", 0,
          "[\"4f4444a0012a\",true,\"prg\"]\n", ""},
         {"kx get d.d64 'odd#A0#01#2a' -o - | cmp - hello.prg", 0, "", ""},
@@ -129,8 +129,6 @@ TEST_F(KxTest, DamageIsFoundAndRepaired) {
         {"kx check -n --repair d.d64 >/dev/null; kx check d.d64 >/dev/null", 1, "",
          "nothing was changed (dry run)\n"},
         {"kx check --repair d.d64 >/dev/null; kx check d.d64", 0, "d.d64: ok\n", ""},
-        {"{ cat d.d64; printf '\\005'; head -c 682 /dev/zero; } >e.d64; kx check --repair e.d64", 1,
-         "e.d64: block 1/0 gives error 23 when a drive reads it.\ne.d64: 1 problem\n", ""},
         // A closed del entry without blocks is a line of the listing, and no file.
         {"printf '\\200' | dd of=d.d64 bs=1 seek=91682 conv=notrunc status=none; kx get d.d64 -f",
          0, "", "A.prg  600 bytes\n"},
@@ -157,8 +155,8 @@ TEST_F(KxTest, FilesAreDumpedPatchedAndNamedWithoutAnySetUp) {
         {"{ yes | head -c 300000 | kx dump; echo $? >s; } | head -1; cat s", 0,
          "00000000:  79 0a 79 0a 79 0a 79 0a 79 0a 79 0a 79 0a 79 0a  ;y.y.y.y.y.y.y.y.\n141\n",
          ""},
+        {"KXPATH=$base kx -t c64 --json -qn read 1:2 | jq -c '[.start,.bytes]'", 0, "[1,2]\n", ""},
         {"kx symbols s.lbl --at CHROUT+3", 0, "$FFD5 CHROUT+3\n", ""},
-        {"kx symbols s.lbl --to vice", 0, "al 000801 .start\nal 00ffd2 .CHROUT\n", ""},
         {"kx patch a.prg --patches $base/patches/c64.ini --name no_flicker -i", 0,
          "no colour marks: 1 place: $0801\n", "a.prg: patched; what it was is in a.prg.orig\n"},
         {"cp a.prg.orig b.prg; cp s.lbl b.prg.orig; "
@@ -227,11 +225,6 @@ TEST_F(KxTest, CompletionKnowsWhatFitsAtAPlace) {
         {"kx complete kx get d.d64 ''", 0, names, ""},
         {"HOME=. kx complete kx -vp /dev/ttyS0 rm -f '~/d.d64' TWO O", 0, names, ""},
         {"kx complete kx put d.d64 ''", 0, "", ""},
-        {"kx complete kx put --type = p", 0, "--type=prg\n--type=seq\n--type=usr\n--type=del\n",
-         ""},
-        {"kx complete kx -v ls - | grep -e --extfs -e --baud | cut -f 1", 0, "--baud\n--extfs\n",
-         ""},
-        {"kx complete /bin/kxsetup --cpu '' | grep 6510", 0, "6510\tNMOS 6510\n", ""},
         {"kx complete kx --base $base -t '' | grep -e col_ -e c64_s", 0, "c64_scpu\nc64_sim\n", ""},
     });
 }

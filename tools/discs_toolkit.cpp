@@ -54,8 +54,9 @@ int with_image(const std::string& path, bool writing,
     if (const int status = load_charsets()) {
         return status;
     }
-    Disc disc; // refuses what is none
-    if (const int status = discs_open(disc, path, DiscAccess::Read)) {
+    Disc disc; // refuses what is none, and holds the lock that the library does not take
+    if (const int status =
+            discs_open(disc, path, writing ? DiscAccess::Change : DiscAccess::Read)) {
         return status;
     }
     report_json().set("image", path);

@@ -16,6 +16,7 @@ constexpr std::size_t PIECE = 4096;          // bytes in hand at a time
 constexpr std::size_t UNKNOWN_MAX = 16;      // bytes that are no command, told at a time
 constexpr std::size_t UNASKED_MAX = 1 << 18; // bytes waiting to be sent: a save and an answer
 constexpr auto HOST_SILENCE = std::chrono::milliseconds(500);
+constexpr auto START_SILENCE = std::chrono::milliseconds(100); // of one that has started it
 constexpr auto REPLUG_TIME = std::chrono::seconds(1);
 
 std::uint64_t memory_size(const FakeTarget& target) {
@@ -100,7 +101,8 @@ std::string pc_words(const FakeTarget& target, const char* verb) {
 void execute(FakeTarget& target) {
     target.runs++;
     target.next_request = 0;
-    target.running = true;
+    target.running = target.starting = true;
+    target.quiet_since = Clock::now();
 }
 
 struct Row {
@@ -314,7 +316,7 @@ bool host_waits(FakeTarget& target) {
     if (!fake_line_has_host(target.line)) {
         target.quiet_since = now;
     }
-    return now - target.quiet_since >= HOST_SILENCE;
+    return now - target.quiet_since >= (target.running ? START_SILENCE : HOST_SILENCE);
 }
 
 // What the program says goes out before it says more.
@@ -332,8 +334,9 @@ void run_program(FakeTarget& target) {
             end_request(target, reply);
         }
     } else if (target.next_request < target.settings.requests.size() && target.out.empty()) {
-        target.running = target.running || host_waits(target);
-        if (target.running) {
+        if ((target.running && !target.starting) || host_waits(target)) {
+            target.running = true;
+            target.starting = false;
             begin_request(target);
         }
     }

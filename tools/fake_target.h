@@ -74,8 +74,9 @@ struct FakeTarget {
     std::vector<std::uint8_t> unknown;
     FakeDialog dialog;
     std::size_t next_request = 0;
-    bool running = false;                              // requests are made
-    bool failed = false;                               // the failure of the line has happened
+    bool running = false;  // requests are made
+    bool starting = false; // but the first one only when the host that started it stays
+    bool failed = false;   // the failure of the line has happened
     std::chrono::steady_clock::time_point quiet_since; // the host has said nothing
     std::chrono::steady_clock::time_point failed_at;
 };

@@ -167,6 +167,11 @@ int run() {
         return report_fail_usage(
             "--extfs has a form of its own: no PATTERN or option goes with it");
     }
+    const int forms = (state.names_only ? 1 : 0) + (state.map ? 1 : 0) +
+                      (state.numbers || state.long_form ? 1 : 0);
+    if (forms > 1 && !globals.json) {
+        return report_fail_usage("-1, --map, and -i or -l exclude each other");
+    }
     Disc disc;
     if (const int status = discs_open(disc, state.image, DiscAccess::Read)) {
         return status;
