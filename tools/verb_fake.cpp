@@ -326,7 +326,17 @@ pid_t start_command() {
         setenv("KX_BAUD", std::to_string(state.target.settings.baud).c_str(), 1);
     }
     pid_t child = -1;
-    errno = posix_spawnp(&child, words[0], nullptr, nullptr, words.data(), environ);
+    sigset_t ignored; // by kx itself
+    sigemptyset(&ignored);
+    sigaddset(&ignored, SIGXFSZ);
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setsigdefault(&attributes, &ignored);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF);
+    errno = posix_spawnp(&child, words[0], nullptr, &attributes, words.data(), environ);
+    const int error = errno;
+    posix_spawnattr_destroy(&attributes);
+    errno = error;
     return errno == 0 ? child : -1;
 }
 

@@ -64,6 +64,14 @@ int find_range(Reading& reading) {
                                  : 0;
 }
 
+std::uint64_t size_of(const std::vector<AddressRange>& ranges) {
+    std::uint64_t sum = 0;
+    for (const AddressRange& range : ranges) {
+        sum += range.end - range.first;
+    }
+    return sum;
+}
+
 int read_parts(Reading& reading) {
     const AddressRange& range = reading.range;
     reading.bytes.resize(range.end - range.first);
@@ -75,9 +83,7 @@ int read_parts(Reading& reading) {
     }
     LineTransfer transfer;
     transfer.verb = "read";
-    for (const AddressRange& part : reading.parts) {
-        transfer.total += part.end - part.first;
-    }
+    transfer.total = size_of(reading.parts);
     bar_begin("read " + state.range, transfer.total);
     for (const AddressRange& part : reading.parts) {
         const auto bytes =
@@ -128,6 +134,14 @@ void fill_json(const Reading& reading, std::uint32_t milliseconds) {
     json.set("end", reading.range.end);
     json.set("bytes", reading.range.end - reading.range.first);
     json.set("milliseconds", milliseconds);
+    Json filled = Json::array(); // what is not the target's
+    for (const AddressRange& part : reading.left_out) {
+        Json range;
+        range.set("start", part.first);
+        range.set("end", part.end);
+        filled.append(std::move(range));
+    }
+    json.set("filled", std::move(filled));
     if (!state.output.empty()) {
         json.set("file", state.output);
     } else if (!globals.dry_run) {
@@ -149,9 +163,10 @@ int give(const Reading& reading, std::uint32_t milliseconds) {
         return status;
     }
     if (state.output != "-") {
-        report_done(state.output + ": " + text_count(reading.bytes.size(), "byte") + " read from " +
-                    memory_text({reading.range}) + " in " +
-                    line_rate_text(reading.bytes.size(), milliseconds));
+        const std::uint64_t size = size_of(reading.parts), filled = size_of(reading.left_out);
+        report_done(state.output + ": " + text_count(size, "byte") + " read from " +
+                    memory_text(reading.parts) + " in " + line_rate_text(size, milliseconds) +
+                    (filled > 0 ? "; " + text_count(filled, "byte") + " filled" : ""));
     }
     return 0;
 }
