@@ -247,8 +247,10 @@ int make_link(const std::string& device) {
     if (state.link.empty() || !state.target.line.master.is_open()) {
         return 0;
     }
-    // One that a killed fake has left is replaced, nothing else is.
-    if (linked_device().starts_with("/dev/pts/") && access(state.link.c_str(), F_OK) != 0) {
+    // One that a killed fake has left is replaced, nothing else is. The system gives its device's
+    // name out again.
+    const std::string old = linked_device();
+    if (old == device || (old.starts_with("/dev/pts/") && access(state.link.c_str(), F_OK) != 0)) {
         unlink(state.link.c_str());
     }
     state.linked = symlink(device.c_str(), state.link.c_str()) == 0;
