@@ -209,6 +209,7 @@ TEST_F(DiscTest, NamesAreCodesFirst) {
         {":7", "entry 7 was scratched, which cannot be taken back: its blocks may be in use."},
         {":8", "there is no entry 8."},
         {":x", "':x' is no entry's number."},
+        {":03", "':03' is no entry's number."},
         {"D#4", "there is no file 'D#4'."},
     };
     for (const auto& [pattern, result] : rows) {
@@ -224,6 +225,10 @@ TEST_F(DiscTest, NamesAreCodesFirst) {
     EXPECT_EQ(write("#2a#22#00", "x"), 1); // given as codes
     EXPECT_EQ(write("#2A#22#00", "x"), -1);
     EXPECT_EQ(disc.failure.reason, DiscReason::Exists);
+    EXPECT_EQ(write("Z#A0,8,1", "x"), 1); // a drive does not look behind a shifted blank
+    EXPECT_EQ(match("Z"), "8 ");
+    EXPECT_EQ(write("Z", "x"), 1);
+    EXPECT_EQ(match("Z"), "9 ");
 }
 
 TEST_F(DiscTest, NamesThatADriveRefusesAreRefused) {
@@ -242,7 +247,7 @@ TEST_F(DiscTest, NamesThatADriveRefusesAreRefused) {
         EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("' is no name: ")) << text;
         EXPECT_TRUE(read_file("named.d64") == before) << text;
     }
-    for (const char* text : {"#4", "\xC3\xA4", "\x01", "1234567890123456#41"}) {
+    for (const char* text : {"#4", "\xC3\xA4", "\x01", "1234567890123456#41", "#a0#a0"}) {
         DiscName codes;
         EXPECT_EQ(disc_file_name(disc, text, codes), -1) << text;
         EXPECT_EQ(disc.failure.reason, DiscReason::BadName) << text;

@@ -55,7 +55,7 @@ std::string about(const std::string& path, const std::string& text) {
         if (text.starts_with(front)) {
             const std::string what = text.substr(front.size());
             const bool other = what.starts_with("a ") || what.starts_with("an ");
-            return path + (other ? ": no 1541 image, but " : ": ") + what;
+            return std::string(path).append(other ? ": no 1541 image, but " : ": ").append(what);
         }
     }
     return (text.find(shown) != std::string::npos ? "" : path + ": ") + text;
