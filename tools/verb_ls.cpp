@@ -161,7 +161,7 @@ int list_extfs() {
     return 0;
 }
 
-int run() {
+int check_forms() {
     if (state.extfs && (!state.patterns.empty() || state.numbers || state.long_form ||
                         state.names_only || state.map || state.all || state.lower)) {
         return report_fail_usage(
@@ -171,6 +171,13 @@ int run() {
                       (state.numbers || state.long_form ? 1 : 0);
     if (forms > 1 && !globals.json) {
         return report_fail_usage("-1, --map, and -i or -l exclude each other");
+    }
+    return 0;
+}
+
+int run() {
+    if (const int status = check_forms()) {
+        return status;
     }
     Disc disc;
     if (const int status = discs_open(disc, state.image, DiscAccess::Read)) {
