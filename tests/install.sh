@@ -90,7 +90,7 @@ export PATH="$work/stage/bin:$PATH"
 completed() { # SHELL WORD...
     case $1 in
     bash) bash -c '. stage/share/bash-completion/completions/"$1"; COMP_WORDS=("$@") COMP_CWORD=$(($# - 1))
-        _kx kx "${!#}" "${COMP_WORDS[COMP_CWORD - 1]}"; printf "%s\n" "${COMPREPLY[@]}"' "$@" ;;
+        _kx kx "${COMP_WORDS[COMP_CWORD]#\"}" "${COMP_WORDS[COMP_CWORD - 1]}"; printf "%s\n" "${COMPREPLY[@]}"' "$@" ;;
     zsh) zsh -fc '_describe() { print -l -- $lines }; _files() { ls -d $words[CURRENT]* }
         words=("$@") CURRENT=$#; . stage/share/zsh/*/_kx' "$@" ;;
     fish) HOME=$work XDG_CONFIG_HOME='' fish -c 'set -e argv[1]
@@ -106,3 +106,4 @@ for shell in bash zsh fish; do
     *) fail "$shell completes: $found" ;;
     esac
 done
+[ "$(completed bash kx get 'a\ disc.d64' '"a')" = 'A GAME,' ] || fail "bash completes in open quotes"

@@ -6,6 +6,8 @@
 #include "tools/base.h"
 #include "tools/discs.h"
 #include "tools/global.h"
+#include "tools/host.h"
+#include "tools/lint.h"
 #include "tools/port_list.h"
 #include "tools/report.h"
 #include "tools/verbs.h"
@@ -66,6 +68,10 @@ void offer_values(const Option& option, const std::string& before) {
         for (const int rate : baud_rates) {
             offer(before + std::to_string(rate));
         }
+    } else if (std::string_view(option.value) == "RULE") {
+        for (const char* const rule : lint_rules()) {
+            offer(before + rule);
+        }
     } else if (options_lists_choices(option)) {
         for (const std::string& each : text_split(option.value, '|')) {
             offer(before + each);
@@ -97,6 +103,18 @@ void offer_names(const Line& line) {
     for (const DiscEntry& entry : disc_entries(disc)) {
         if (entry.raw_type != 0) {
             offer(discs_typed_name(disc, entry), discs_type(entry));
+        }
+    }
+}
+
+/// What `kx lint` takes beside paths: nothing where no name begins so, and a file may be meant.
+void offer_configs(const std::string& word) {
+    const std::vector<std::string> names =
+        base_find_quietly() ? base_config_names() : std::vector<std::string>();
+    const auto fits = [&](const std::string& name) { return name.starts_with(word); };
+    if (std::ranges::any_of(names, fits)) {
+        for (const std::string& name : names) {
+            offer(name);
         }
     }
 }
@@ -182,6 +200,13 @@ Line take_apart(std::span<const std::string> words) {
 void complete_kx(std::span<const std::string> words) {
     const std::string& word = words.back();
     const Line line = take_apart(words);
+    if (line.verb == verb_find("fake") && line.only_arguments) {
+        const auto command = std::ranges::find(words, "--") + 1; // which it runs
+        if (words.end() - command > 1 && host_name(*command) == "kx") {
+            complete_kx({command + 1, words.end()});
+        }
+        return;
+    }
     std::vector<std::string> arguments;
     std::string error;
     options_parse({}, global_options(), line.globals, arguments, error);
@@ -198,6 +223,8 @@ void complete_kx(std::span<const std::string> words) {
                 offer_values(*option, word.substr(0, sign + 1));
             }
         }
+    } else if (line.verb == verb_find("lint")) {
+        offer_configs(word);
     } else if (line.verb != nullptr) {
         offer_names(line);
     } else {
