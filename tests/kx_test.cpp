@@ -194,6 +194,7 @@ TEST_F(KxTest, LintFindsWhatTheLoaderSwallows) {
          "error: no section [config]: kxsetup ends with this file in its directory [section]"},
         {"baud=38400\n", "",
          "error: no baud rate in [port]; 9600, 19200, 38400, 57600 or 115200 [baud]"},
+        {"num=11", "", "error: [memory] has no num: none of its items is used [count]"},
         {"num=11", "num=11\n[patches_auto]\nn0=prt",
          "error: [patches_auto] n0: there is no section [prt], did you mean 'port'? [section]"},
         {"addr=0", "addr",

@@ -363,6 +363,17 @@ int list_index(const std::string& key) {
     return listed ? std::atoi(key.c_str() + 1) : -1;
 }
 
+/// Without their number the items of a list are none; a charset's are no list.
+void check_count_is_there(Lint& lint) {
+    for (const ScanItem& item : lint.scan.items) {
+        if (lint.type != "charset" && item.key == "n0" &&
+            scan_find(lint.scan, item.section, "num") == nullptr) {
+            add(lint, "count", item.line, Severity::Error,
+                "[" + item.section + "] has no num: none of its items is used");
+        }
+    }
+}
+
 void check_count(Lint& lint) {
     for (const ScanItem& count : lint.scan.items) {
         if (count.key != "num" || scan_find(lint.scan, count.section, "num") != &count) {
@@ -636,10 +647,10 @@ void lint_file(const LintFile& file, std::vector<LintFinding>& findings) {
     Lint lint{file, lint_scan(file.text), "", findings};
     lint.type = host_name(file.path) == "kx.ini" ? "main" : value_of(lint, "config", "type");
     constexpr void (*checks[])(Lint&) = {
-        check_section, check_type,   check_desc,         check_name,        check_runon,
-        check_blank,   check_length, check_dup,          check_tag,         check_baud,
-        check_number,  check_count,  check_patches_auto, check_patch_count, check_width,
-        check_region,  check_file,   check_colour};
+        check_section, check_type,           check_desc,  check_name,         check_runon,
+        check_blank,   check_length,         check_dup,   check_tag,          check_baud,
+        check_number,  check_count_is_there, check_count, check_patches_auto, check_patch_count,
+        check_width,   check_region,         check_file,  check_colour};
     for (const auto check : checks) {
         check(lint);
     }
