@@ -397,6 +397,21 @@ void check_count(Lint& lint) {
     }
 }
 
+/// A row that is short goes on with the codes of the one before, as one that is not there.
+void check_charset_rows(Lint& lint) {
+    constexpr std::size_t CODES = 16;
+    for (const ScanItem& item : lint.scan.items) {
+        const std::size_t there = elements(item.value).size();
+        if (lint.type == "charset" && list_index(item.key) >= 0 && there != CODES) {
+            add(lint, "count", item.line, Severity::Warning,
+                place(item) + " has " + text_count(there, "code") + ", not " +
+                    std::to_string(CODES) +
+                    (there < CODES ? ": the row before has the rest"
+                                   : ": what is more is ignored"));
+        }
+    }
+}
+
 /// What is listed there and not in the file ends a program that patches.
 void check_patches_auto(Lint& lint) {
     for (const ScanItem& item : lint.scan.items) {
@@ -647,10 +662,11 @@ void lint_file(const LintFile& file, std::vector<LintFinding>& findings) {
     Lint lint{file, lint_scan(file.text), "", findings};
     lint.type = host_name(file.path) == "kx.ini" ? "main" : value_of(lint, "config", "type");
     constexpr void (*checks[])(Lint&) = {
-        check_section, check_type,           check_desc,  check_name,         check_runon,
-        check_blank,   check_length,         check_dup,   check_tag,          check_baud,
-        check_number,  check_count_is_there, check_count, check_patches_auto, check_patch_count,
-        check_width,   check_region,         check_file,  check_colour};
+        check_section, check_type,         check_desc,         check_name,
+        check_runon,   check_blank,        check_length,       check_dup,
+        check_tag,     check_baud,         check_number,       check_count_is_there,
+        check_count,   check_charset_rows, check_patches_auto, check_patch_count,
+        check_width,   check_region,       check_file,         check_colour};
     for (const auto check : checks) {
         check(lint);
     }
