@@ -11,6 +11,7 @@
 #include "util/text.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <map>
 #include <unistd.h>
 #include <vector>
@@ -85,6 +86,10 @@ int find_files(std::vector<LintFile>& files) {
 }
 
 int check_file(LintFile& file, std::vector<LintFinding>& findings) {
+    std::error_code unknown;
+    if (state.files.empty() && std::filesystem::is_fifo(file.path, unknown)) {
+        return report_fail(KxError::HostFile, file.path + ": a pipe"); // which nobody may fill
+    }
     std::vector<std::uint8_t> bytes;
     if (const int status = host_read(file.path, bytes)) {
         return status;
