@@ -225,7 +225,6 @@ TEST_F(KxTest, CompletionKnowsWhatFitsAtAPlace) {
     check({
         {"kx complete kx get d.d64 ''", 0, names, ""},
         {"HOME=. kx complete kx -vp /dev/ttyS0 rm -f '~/d.d64' TWO O", 0, names, ""},
-        {"kx complete kx put d.d64 ''", 0, "", ""},
         {"kx complete kx --base $base -t '' | grep -e col_ -e c64_s", 0, "c64_scpu\nc64_sim\n", ""},
     });
 }
