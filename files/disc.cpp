@@ -55,19 +55,6 @@ constexpr Size sizes[] = {
 /// Larger files are not even read to see whether they look like a disc.
 constexpr std::int64_t MOST_BYTES = std::int64_t{1} << 20;
 
-} // namespace
-
-const char* disc_other_file(std::string_view start) {
-    for (const Magic& magic : magics) {
-        if (start.starts_with(magic.bytes)) {
-            return magic.what;
-        }
-    }
-    return nullptr;
-}
-
-namespace {
-
 const char* other_kind(const D64Bytes& bytes, std::int64_t size) {
     const std::string_view start(reinterpret_cast<const char*>(bytes.data()), bytes.size());
     if (const char* const what = disc_other_file(start)) {
@@ -249,6 +236,15 @@ std::string printable(const Disc& disc, std::span<const std::uint8_t> codes) {
 }
 
 } // namespace
+
+const char* disc_other_file(std::string_view start) {
+    for (const Magic& magic : magics) {
+        if (start.starts_with(magic.bytes)) {
+            return magic.what;
+        }
+    }
+    return nullptr;
+}
 
 int disc_open(Disc& disc, const std::string& path, DiscAccess access) {
     begin(disc, path, access);

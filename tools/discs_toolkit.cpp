@@ -44,8 +44,17 @@ int load_charsets() {
     return 0;
 }
 
-/// Runs `work` with the image open; it gives the library's 1 or -1.
-int with_image(const std::string& path, bool writing,
+/// Whether another program has changed the image since the entry was found.
+bool is_there(const Disc& disc, const DiscEntry* entry) {
+    const auto& all = disc_entries(disc);
+    return entry == nullptr ||
+           (static_cast<std::size_t>(entry->number) < all.size() &&
+            all[static_cast<std::size_t>(entry->number)].name == entry->name &&
+            all[static_cast<std::size_t>(entry->number)].raw_type == entry->raw_type);
+}
+
+/// Runs `work`, for an entry or none, with the image open; it gives the library's 1 or -1.
+int with_image(const std::string& path, bool writing, const DiscEntry* entry,
                const std::function<int(ImageHandle& image)>& work) {
     if (globals.dry_run) {
         return report_fail(KxError::Usage,
@@ -60,6 +69,9 @@ int with_image(const std::string& path, bool writing,
         return status;
     }
     report_json().set("image", path);
+    if (!is_there(disc, entry)) {
+        return report_fail(KxError::NotFound, path + ": " + entry->text + " is not there any more");
+    }
     ImageHandle image;
     if (image_open(image, path, false, writing) != 1) {
         return report_fail_library(KxError::HostFile, "", path + ": cannot be opened");
@@ -127,10 +139,10 @@ void tell_new(const std::string& image_path, const std::set<int>& before) {
 
 } // namespace
 
-int toolkit_get(const std::string& image_path, int number, const std::string& path) {
-    const Numbered entry(number);
-    return with_image(image_path, false, [&](ImageHandle& image) {
-        return imgfile_extract_file(image, entry.name, path);
+int toolkit_get(const std::string& image_path, const DiscEntry& entry, const std::string& path) {
+    const Numbered numbered(entry.number);
+    return with_image(image_path, false, &entry, [&](ImageHandle& image) {
+        return imgfile_extract_file(image, numbered.name, path);
     });
 }
 
@@ -155,7 +167,7 @@ int toolkit_put(const std::string& image_path, const std::vector<std::string>& f
         }
     }
     const std::set<int> before = numbers_of(image_path);
-    const int status = with_image(image_path, true, [&](ImageHandle& image) {
+    const int status = with_image(image_path, true, nullptr, [&](ImageHandle& image) {
         for (std::size_t i = 0; i < files.size(); i++) {
             if (imgfile_write_file(image, files[i], names[i]) != 1) {
                 return -1;
@@ -167,10 +179,11 @@ int toolkit_put(const std::string& image_path, const std::vector<std::string>& f
     return status;
 }
 
-int toolkit_rm(const std::string& image_path, int number) {
-    const Numbered entry(number);
-    return with_image(image_path, true,
-                      [&](ImageHandle& image) { return imgfile_delete_file(image, entry.name); });
+int toolkit_rm(const std::string& image_path, const DiscEntry& entry) {
+    const Numbered numbered(entry.number);
+    return with_image(image_path, true, &entry, [&](ImageHandle& image) {
+        return imgfile_delete_file(image, numbered.name);
+    });
 }
 
 } // namespace kx

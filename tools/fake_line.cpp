@@ -30,7 +30,7 @@ constexpr auto SHUT_MAX = std::chrono::seconds(4);
 constexpr int IDLE_LETS = 100; // in vain, and the next one has time
 constexpr int IDLE_WAIT_MS = 5;
 
-// A line that could not go on makes up for no more than this.
+// A line that could not go on makes up for no more than this, or a byte.
 constexpr auto CREDIT = std::chrono::milliseconds(50);
 
 nanoseconds byte_time(const FakeLine& line) {
@@ -49,7 +49,8 @@ std::size_t pace_room(const FakeLine& line, FakePace& pace, std::size_t waiting)
         pace.free = now;
         pace.busy = true;
     }
-    pace.free = std::max<Clock::time_point>(pace.free, now - CREDIT);
+    const nanoseconds credit = std::max<nanoseconds>(CREDIT, byte_time(line));
+    pace.free = std::max<Clock::time_point>(pace.free, now - credit);
     const auto room = (now - pace.free) / byte_time(line);
     return std::min(waiting, static_cast<std::size_t>(std::max<std::int64_t>(room, 0)));
 }

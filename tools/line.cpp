@@ -146,22 +146,24 @@ int try_lock(const std::string& device, Fd& fd, PortFailure& failure) {
     return -1;
 }
 
-bool is_waited_for(KxError code) {
-    return code == KxError::PortBusy || code == KxError::PortMissing;
+// Waiting anew for a line that was there: a signal then is its caller's affair.
+enum class LineWait { No, Yes, Again };
+
+// A device that is back is root's alone for a moment.
+bool is_waited_for(KxError code, LineWait wait) {
+    return wait != LineWait::No && (code == KxError::PortBusy || code == KxError::PortMissing ||
+                                    (code == KxError::PortPermission && wait == LineWait::Again));
 }
 
 int interrupted() {
     return report_interrupted(signals_pending(), "interrupted: nothing was done");
 }
 
-// Waiting anew for a line that was there: a signal then is its caller's affair.
-enum class LineWait { No, Yes, Again };
-
 int lock_or_wait(const Session& session, LineWait wait, Fd& fd) {
     const std::string& device = active_config.port_name;
     PortFailure failure;
     for (bool told = false; try_lock(device, fd, failure) != 0; told = true) {
-        if (wait == LineWait::No || !is_waited_for(failure.code)) {
+        if (!is_waited_for(failure.code, wait)) {
             const bool named = failure.code == KxError::PortMissing;
             return report_fail(failure.code,
                                failure.text + (named ? " (" + port_origin(session) + ")" : ""),
@@ -199,11 +201,11 @@ bool stop_waiting(std::uint32_t waited_ms) {
     const bool silent = waited_ms >= SILENCE_SHOWN_MS &&
                         line_carries(clock_ms() - state.began_ms) >=
                             port_line.written - state.line_began + line_carries(SILENCE_SHOWN_MS);
-    if (signals_count() == 1 && !state.told) {
-        state.told = true;
-        report_done("the command under way is ended first; Ctrl-C again ends at once");
-    }
     if (!silent) {
+        if (signals_count() == 1 && !state.told) {
+            state.told = true;
+            report_done("the command under way is ended first; a second signal ends at once");
+        }
         show_sent(state.done);
         return signals_count() > 1;
     }
@@ -407,6 +409,11 @@ int line_needs_stub(const Session& session) {
                ? 0
                : report_fail(KxError::BadConfig, session.target + ": no stub that kx can speak to",
                              "[stub] name must be c64rr");
+}
+
+int line_check_stub(const Session& session) {
+    const int status = line_needs_stub(session);
+    return status != 0 ? status : line_check(session);
 }
 
 int line_lock_console(const Session& session, const std::string& device, Fd& fd) {

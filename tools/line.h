@@ -37,6 +37,9 @@ bool line_has_gone();
 /// Whether the target's memory can be reached at all.
 int line_needs_stub(const Session& session);
 
+/// That, and what line_check looks at.
+int line_check_stub(const Session& session);
+
 /// Checks the debug console's line and opens `device` without changing anything of it. Programs
 /// that lock keep out until `fd` is closed.
 int line_lock_console(const Session& session, const std::string& device, Fd& fd);

@@ -171,12 +171,38 @@ void warn_io(const Payload& payload) {
     }
 }
 
-// What a file is that has not begun as one of its type would; null for nothing that is known.
-const char* other_file(const ProgramFile& program) {
+// What of the program the target's memory has.
+int find_parts(const PayloadOptions& options, Payload& payload) {
+    std::vector<AddressRange> left_out;
+    payload.parts = memory_parts({payload.start, payload.end}, left_out);
+    if (payload.parts.empty()) {
+        return report_fail(KxError::NotFound,
+                           options.file + (payload.bytes.empty()
+                                               ? ": there is nothing in it to be sent"
+                                               : ": nothing of it is in the memory map"));
+    }
+    warn_io(payload);
+    if (!left_out.empty()) {
+        report_warning(payload.name + ": " + memory_text(left_out) +
+                       " is left out (not in the memory map)");
+    }
+    return 0;
+}
+
+// Refuses what begins as something else than a program, unless its type has been told.
+int check_content(const PayloadOptions& options, const ProgramFile& program) {
+    if (!options.type.empty() || program.type == FILETYPE_SID || program.type == FILETYPE_NES) {
+        return 0;
+    }
     char start[16] = {};
-    const bool told = program.type == FILETYPE_SID || program.type == FILETYPE_NES;
-    const std::size_t count = told ? 0 : std::fread(start, 1, sizeof start, program.file.get());
-    return disc_other_file({start, count});
+    std::rewind(program.file.get());
+    const std::size_t count = std::fread(start, 1, sizeof start, program.file.get());
+    std::rewind(program.file.get());
+    const char* const other = disc_other_file({start, count});
+    return other == nullptr
+               ? 0
+               : report_fail(KxError::Usage, options.file + ": no program, but " + other,
+                             "--type says what it is all the same");
 }
 
 } // namespace
@@ -200,11 +226,7 @@ int payload_check(const PayloadOptions& options) {
                                row.what);
         }
     }
-    const char* const other = options.type.empty() && !pipe ? other_file(program) : nullptr;
-    return other == nullptr
-               ? 0
-               : report_fail(KxError::Usage, options.file + ": no program, but " + other,
-                             "--type says what it is all the same");
+    return 0;
 }
 
 int payload_load(const PayloadOptions& options, Payload& payload) {
@@ -214,6 +236,9 @@ int payload_load(const PayloadOptions& options, Payload& payload) {
     payload.name = host_name(options.file);
     ProgramFile program;
     if (const int status = open_program(options, program)) {
+        return status;
+    }
+    if (const int status = check_content(options, program)) {
         return status;
     }
     if (const int status = find_address(options, program.type, address)) {
@@ -234,20 +259,7 @@ int payload_load(const PayloadOptions& options, Payload& payload) {
     if (const int status = patch(options, payload)) {
         return status;
     }
-    std::vector<AddressRange> left_out;
-    payload.parts = memory_parts({payload.start, payload.end}, left_out);
-    if (payload.parts.empty()) {
-        return report_fail(KxError::NotFound,
-                           options.file + (payload.bytes.empty()
-                                               ? ": there is nothing in it to be sent"
-                                               : ": nothing of it is in the memory map"));
-    }
-    warn_io(payload);
-    if (!left_out.empty()) {
-        report_warning(payload.name + ": " + memory_text(left_out) +
-                       " is left out (not in the memory map)");
-    }
-    return 0;
+    return find_parts(options, payload);
 }
 
 std::span<std::uint8_t> payload_part(Payload& payload, const AddressRange& part) {

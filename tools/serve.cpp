@@ -323,14 +323,14 @@ bool stops_serving() {
     return state.ended || signals_pending() != 0;
 }
 
-// The line has gone: waits until there is one again. Ends with a signal.
-bool reconnect(Session& session) {
+// The line has gone: waits until there is one again. 0, or the exit status.
+int reconnect(Session& session) {
     report_warning("the line " + active_config.port_name + " has gone; waiting for it");
-    if (line_reconnect(session) != 0) {
-        return false;
+    const int status = line_reconnect(session);
+    if (status == 0) {
+        report_done("the line is back");
     }
-    report_done("the line is back");
-    return true;
+    return status;
 }
 
 void begin(const ServeOptions& options) {
@@ -382,8 +382,8 @@ int serve_until_end(Session& session, const ServeOptions& options) {
             return report_fail(KxError::LineLost,
                                "the line " + active_config.port_name + " has gone");
         }
-        if (!reconnect(session)) {
-            break;
+        if (const int status = reconnect(session)) {
+            return signals_pending() != 0 ? signal_status() : status;
         }
     }
     return signal_status();

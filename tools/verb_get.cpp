@@ -88,9 +88,10 @@ void warn(const Disc& disc, const DiscEntry& entry) {
 
 /// The file's bytes to its path. 0 or the exit status.
 int write_file(Disc& disc, const Job& job, std::uint64_t& size) {
+    const DiscEntry& entry = disc_entries(disc)[static_cast<std::size_t>(job.number)];
     if (state.toolkit_rules) {
         std::error_code unknown;
-        const int status = toolkit_get(state.image, job.number, job.path);
+        const int status = toolkit_get(state.image, entry, job.path);
         size = status == 0 ? std::filesystem::file_size(job.path, unknown) : 0;
         return status;
     }

@@ -86,7 +86,8 @@ int tell(const std::vector<PatchedBy>& applied) {
     Json array = Json::array();
     for (const PatchedBy& patch : applied) {
         places += patch.result.count;
-        report_line(ascii_escape(patching_text(patch)));
+        const std::string line = ascii_escape(patching_text(patch));
+        state.output == "-" ? report_done(line) : report_line(line); // the program goes there
         Json addresses = Json::array();
         for (const std::uint32_t address : patch.result.addresses) {
             addresses.append(address);

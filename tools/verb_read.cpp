@@ -182,7 +182,7 @@ int prepare(Session& session, Reading& reading) {
     if (const int status = find_range(reading)) {
         return status;
     }
-    if (const int status = line_needs_stub(session)) {
+    if (const int status = line_check_stub(session)) {
         return status;
     }
     return state.output.empty() ? 0 : host_may_write(state.output, state.replace);

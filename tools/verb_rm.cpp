@@ -39,34 +39,39 @@ int check_locks(Disc& disc, const std::vector<int>& numbers) {
     return 0;
 }
 
-int scratch(Disc& disc, int number) {
+int scratch(Disc& disc, const DiscEntry& entry) {
     if (state.toolkit_rules) {
-        return toolkit_rm(state.image, number);
+        return toolkit_rm(state.image, entry);
     }
-    return disc_delete(disc, number, true) == 1 ? 0 : discs_fail(disc);
+    return disc_delete(disc, entry.number, true) == 1 ? 0 : discs_fail(disc);
 }
 
 int scratch_all(Disc& disc, const std::vector<int>& numbers) {
     std::vector<std::string> done;
     Json files = Json::array();
+    int status = 0;
     for (const int number : numbers) {
         const DiscEntry entry = disc_entries(disc)[static_cast<std::size_t>(number)];
-        if (const int status = scratch(disc, number)) {
-            return status;
+        status = scratch(disc, entry);
+        if (status != 0) {
+            break;
         }
         done.push_back(state.image + ": " + entry.text + " scratched, " +
                        text_count(static_cast<std::uint64_t>(entry.blocks), "block") + " free");
         files.append(discs_entry_json(entry));
     }
-    if (const int status = state.toolkit_rules ? 0 : discs_commit(disc)) {
-        return status;
-    }
+    if (!state.toolkit_rules) {
+        status = status != 0 ? status : discs_commit(disc);
+        if (status != 0) {
+            return status;
+        }
+    } // by the toolkit's each file is a change of its own, and stays
     for (const std::string& line : done) {
         report_done(line);
     }
     report_json().set("image", state.image);
     report_json().set("files", std::move(files));
-    return 0;
+    return status;
 }
 
 int run() {

@@ -81,7 +81,7 @@ int run() {
     if (const int status = payload_load(state.file, payload)) {
         return status;
     }
-    if (const int status = line_needs_stub(session)) {
+    if (const int status = line_check_stub(session)) {
         return status;
     }
     if (globals.dry_run) {
