@@ -399,9 +399,15 @@ int line_connect(Session& session, bool wait) {
     return connect(session, wait ? LineWait::Yes : LineWait::No);
 }
 
+void line_begin_serving() {
+    set_limits(HELD_MAX);
+}
+
 int line_reconnect(Session& session) {
     port_close();
-    return connect(session, LineWait::Again);
+    const int status = connect(session, LineWait::Again);
+    line_begin_serving();
+    return status;
 }
 
 int line_needs_stub(const Session& session) {

@@ -27,8 +27,12 @@ int line_check(const Session& session);
 /// had. Signals are noted from here on (tools/signals.h).
 int line_connect(Session& session, bool wait);
 
-/// Closes the session's line, which has gone, and waits until it is back. That a signal ended the
-/// waiting is not told.
+/// An answer that the target does not take is given up only when all that the system holds must
+/// have gone out before it. The other transfers know how much that is.
+void line_begin_serving();
+
+/// Closes the line that was served, which has gone, and waits until it is back. That a signal ended
+/// the waiting is not told.
 int line_reconnect(Session& session);
 
 /// Whether the open line's device is there no more.

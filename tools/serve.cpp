@@ -454,6 +454,7 @@ int serve_run(Session& session, const ServeOptions& options) {
     if (options.console) {
         console_open();
     }
+    line_begin_serving();
     begin(options);
     const int status = serve_until_end(session, options);
     bar_end();
