@@ -149,8 +149,8 @@ int console_check(const Session& session) {
     }
     if (is_line(device())) {
         return report_fail(KxError::BadConfig, session.target +
-                                                   ": [console] port and [port] name " +
-                                                   "are one device, " + device());
+                                                   ": [console] port is the device of the line, " +
+                                                   device());
     }
     // The library ends the program when it cannot open the line.
     return globals.dry_run ? 0 : line_lock_console(session, device(), state.lock);

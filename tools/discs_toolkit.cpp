@@ -57,8 +57,7 @@ bool is_there(const Disc& disc, const DiscEntry* entry) {
 int with_image(const std::string& path, bool writing, const DiscEntry* entry,
                const std::function<int(ImageHandle& image)>& work) {
     if (globals.dry_run) {
-        return report_fail(KxError::Usage,
-                           "--toolkit-rules changes at once: -n does not go with it");
+        return report_fail(KxError::Usage, "-n does not go with --toolkit-rules");
     }
     if (const int status = load_charsets()) {
         return status;
