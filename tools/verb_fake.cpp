@@ -348,7 +348,7 @@ void finish() {
     const std::uint32_t start = clock_ms();
     std::uint32_t last = start; // when a byte has crossed; of a slow line not with each step
     const long baud = state.target.line.baud;
-    const long two_bytes_ms = baud != 0 ? 2 * 10 * 1000 / baud : 0; // of ten bits each
+    const long two_bytes_ms = baud != 0 ? 20000 / baud : 0; // of ten bits each
     const std::uint32_t quiet_ms = QUIET_MS + static_cast<std::uint32_t>(two_bytes_ms);
     do {
         const std::uint64_t crossed = state.target.line.crossed;
